@@ -1,0 +1,180 @@
+// A proxy configuration: how one connection is made, and the credentials for the proxy server that it names.
+#include "config/proxy_config.h"
+
+#include <algorithm>
+#include <array>
+#include <initializer_list>
+#include <type_traits>
+#include <utility>
+
+#include "config/address.h"
+#include "support/text.h"
+
+namespace kiv::impl {
+namespace {
+
+struct KindFacts {
+  const wchar_t* scheme;
+  std::int32_t defaultPort;
+};
+
+// Indexed by kind.
+constexpr std::array kKinds = {
+    KindFacts{L"", -1},       KindFacts{L"direct", -1},   KindFacts{L"http", 80},
+    KindFacts{L"https", 443}, KindFacts{L"socks4", 1080}, KindFacts{L"socks5", 1080},
+};
+
+const KindFacts& factsOf(ProxyKind kind) { return kKinds.at(static_cast<std::size_t>(kind)); }
+
+struct SchemeWord {
+  std::wstring_view word;
+  ProxyKind kind;
+};
+
+constexpr std::array kSchemeWords = {
+    SchemeWord{L"http", ProxyKind::Http},     SchemeWord{L"proxy", ProxyKind::Http},
+    SchemeWord{L"https", ProxyKind::Https},   SchemeWord{L"socks4", ProxyKind::Socks4},
+    SchemeWord{L"socks5", ProxyKind::Socks5}, SchemeWord{L"socks", ProxyKind::Socks5},
+    SchemeWord{L"direct", ProxyKind::Direct},
+};
+
+ProxyKind kindOf(std::wstring_view scheme) {
+  const auto* const found = std::ranges::find(kSchemeWords, scheme, &SchemeWord::word);
+  return found == kSchemeWords.end() ? ProxyKind::None : found->kind;
+}
+
+// Joins the pieces into a buffer of just the size, so that no growth leaves a copy behind.
+SecureString join(std::initializer_list<std::wstring_view> pieces) {
+  std::size_t length = 0;
+  for (const std::wstring_view piece : pieces) length += piece.size();
+  SecureWideBuffer text;
+  text.reserve(length + 1);
+  for (const std::wstring_view piece : pieces) text.insert(text.end(), piece.begin(), piece.end());
+  text.push_back(L'\0');
+  return {std::move(text), length};
+}
+
+}  // namespace
+
+ProxyConfig::ProxyConfig(ProxyConfig&& other) noexcept : cred_(take(other.cred_)), server_(std::move(other.server_)) {}
+
+ProxyConfig& ProxyConfig::operator=(ProxyConfig&& other) noexcept {
+  cred_ = take(other.cred_);
+  server_ = std::move(other.server_);
+  return *this;
+}
+
+ProxyConfig ProxyConfig::makeDirect() { return makeServer(ProxyKind::Direct, {}, -1, {}); }
+
+ProxyConfig ProxyConfig::makeHttp(std::wstring_view host, std::int32_t port, std::optional<Cred> cred) {
+  return makeServer(ProxyKind::Http, host, port, std::move(cred));
+}
+
+ProxyConfig ProxyConfig::makeHttps(std::wstring_view host, std::int32_t port, std::optional<Cred> cred) {
+  return makeServer(ProxyKind::Https, host, port, std::move(cred));
+}
+
+ProxyConfig ProxyConfig::makeSocks4(std::wstring_view host, std::int32_t port, std::optional<Cred> cred) {
+  return makeServer(ProxyKind::Socks4, host, port, std::move(cred));
+}
+
+ProxyConfig ProxyConfig::makeSocks5(std::wstring_view host, std::int32_t port, std::optional<Cred> cred) {
+  return makeServer(ProxyKind::Socks5, host, port, std::move(cred));
+}
+
+ProxyConfig ProxyConfig::make(std::wstring_view scheme, std::wstring_view host, std::int32_t port,
+                              std::optional<Cred> cred) {
+  const std::wstring lower = support::toLower(scheme);
+  return makeServer(kindOf(support::trim(lower)), host, port, std::move(cred));
+}
+
+ProxyConfig ProxyConfig::parse(std::wstring_view text, std::optional<Cred> cred) {
+  std::optional<ParsedAddress> address = parseAddress(text, true);
+  if (!address || !address->kind) return makeNone();
+  if (!cred) cred = take(address->cred);
+  const std::wstring_view word = address->scheme.empty() ? std::wstring_view(L"http") : address->scheme;
+  return makeServer(kindOf(word), address->host, address->port ? *address->port : -1, std::move(cred));
+}
+
+ProxyConfig ProxyConfig::makeServer(ProxyKind kind, std::wstring_view host, std::int32_t port,
+                                    std::optional<Cred> cred) {
+  ProxyConfig config;
+  const auto emplace = [&]<class Alternative>(std::type_identity<Alternative>) {
+    Alternative server;
+    server.host = host;
+    if (port >= 0) server.port = port;
+    config.server_ = std::move(server);
+    config.cred_ = std::move(cred);
+  };
+  switch (kind) {
+    case ProxyKind::None:
+      break;
+    case ProxyKind::Direct:
+      config.server_ = Direct();
+      break;
+    case ProxyKind::Http:
+      emplace(std::type_identity<Http>());
+      break;
+    case ProxyKind::Https:
+      emplace(std::type_identity<Https>());
+      break;
+    case ProxyKind::Socks4:
+      emplace(std::type_identity<Socks4>());
+      break;
+    case ProxyKind::Socks5:
+      emplace(std::type_identity<Socks5>());
+      break;
+  }
+  return config;
+}
+
+ProxyKind ProxyConfig::kind() const {
+  if (server_.valueless_by_exception()) throw std::bad_variant_access();
+  return static_cast<ProxyKind>(server_.index());
+}
+
+const ProxyServer* ProxyConfig::proxyServer() const {
+  if (!isValid()) return nullptr;
+  return std::visit(
+      []<class Alternative>(const Alternative& server) -> const ProxyServer* {
+        if constexpr (std::is_base_of_v<ProxyServer, Alternative>) return &server;
+        return nullptr;
+      },
+      server_);
+}
+
+const wchar_t* ProxyConfig::scheme() const { return factsOf(kind()).scheme; }
+
+const wchar_t* ProxyConfig::host() const {
+  const ProxyServer* server = proxyServer();
+  return server ? server->host.c_str() : L"";
+}
+
+std::int32_t ProxyConfig::port(bool withDefault) const {
+  const ProxyServer* server = proxyServer();
+  if (server && server->port) return *server->port;
+  return withDefault ? factsOf(kind()).defaultPort : -1;
+}
+
+bool ProxyConfig::hasExplicitPort() const {
+  const ProxyServer* server = proxyServer();
+  return server && server->port.has_value();
+}
+
+SecureString ProxyConfig::toString(bool withScheme, bool withCred) const {
+  const ProxyServer* server = proxyServer();
+  if (!server) return join({});
+  std::wstring_view user, colon, at;
+  SecureString password;
+  if (withCred && cred_) {
+    user = cred_->username();
+    colon = L":";
+    password = cred_->password();
+    at = L"@";
+  }
+  const std::wstring port = server->port ? L":" + support::decimal(*server->port) : std::wstring();
+  return join(
+      {withScheme ? scheme() : L"", withScheme ? L"://" : L"", user, colon, password.view(), at, server->host, port});
+}
+
+}  // namespace kiv::impl

@@ -1,0 +1,49 @@
+// Bypass lists: which targets are reached without a proxy.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "config/address.h"
+#include "discovery/wildcard.h"
+
+namespace kiv::impl {
+
+// [scheme://]host[:port], where scheme and host may hold "*".
+struct BypassPatternRule {
+  std::optional<WildcardPattern> scheme;
+  WildcardPattern host;
+  std::optional<std::uint16_t> port;
+};
+
+// "<local>": hosts without a dot.
+struct BypassLocalRule {};
+
+// An entry that is no rule; dropped before anything is matched.
+struct BypassInvalidRule {};
+
+using BypassRule = std::variant<BypassPatternRule, BypassLocalRule, BypassInvalidRule>;
+
+// The rules of a list, in its order. Throws std::out_of_range for a port beyond the unsigned 32-bit range.
+std::vector<BypassRule> BuildBypassRules(std::wstring_view bypassText);
+
+// The entries of a list, which point into `bypassText`. Only ";" separates; white space around an entry is dropped.
+std::vector<std::wstring_view> SplitBypassList(std::wstring_view bypassText);
+
+BypassRule MakeBypassRule(std::wstring_view entry);
+
+// An empty scheme or port means that the rule has none. The port is kept modulo 65536.
+BypassPatternRule BuildBypassPattern(std::wstring_view scheme, std::wstring_view host, std::wstring_view port);
+
+// Takes the invalid rules out. Throws std::bad_variant_access for a rule that a failed assignment left empty.
+void RemoveInvalidRules(std::vector<BypassRule>& rules);
+
+bool MatchesBypassPattern(const BypassPatternRule& rule, const ParsedAddress& target);
+
+// Whether the target's host has no dot. Nothing else makes a host local: not its address, nor its being this machine.
+bool IsPlainHostName(const ParsedAddress& target);
+
+}  // namespace kiv::impl

@@ -1,0 +1,86 @@
+// A WinHTTP request whose calls read as if they were synchronous.
+#include "http/pending_request.h"
+
+#include <utility>
+
+namespace kiv::impl {
+namespace {
+
+constexpr DWORD kNotifications = WINHTTP_CALLBACK_FLAG_ALL_COMPLETIONS | WINHTTP_CALLBACK_FLAG_HANDLES;
+
+support::UniqueEvent makeEvent() { return support::UniqueEvent(CreateEventW(nullptr, FALSE, FALSE, nullptr)); }
+
+}  // namespace
+
+PendingRequest::PendingRequest(support::UniqueInternet request)
+    : finishedEvent_(makeEvent()), closedEvent_(makeEvent()), request_(std::move(request)) {
+  if (!finishedEvent_ || !closedEvent_) return;
+  notified_ = WinHttpSetStatusCallback(request_.get(), onStatus, kNotifications, 0) != WINHTTP_INVALID_STATUS_CALLBACK;
+}
+
+PendingRequest::~PendingRequest() {
+  // After a send that did not start, WinHTTP may or may not know this object, so that there may be nothing to wait for.
+  if (notified_ && sendTried_ && !sendStarted_) WinHttpSetStatusCallback(request_.get(), nullptr, kNotifications, 0);
+  request_ = support::UniqueInternet();
+  if (notified_ && sendStarted_) WaitForSingleObject(closedEvent_.get(), INFINITE);
+}
+
+std::optional<DWORD> PendingRequest::send() {
+  expectNotification();
+  sendTried_ = true;
+  if (!WinHttpSendRequest(request_.get(), WINHTTP_NO_ADDITIONAL_HEADERS, 0, WINHTTP_NO_REQUEST_DATA, 0, 0,
+                          notified_ ? reinterpret_cast<DWORD_PTR>(this) : 0)) {
+    return GetLastError();
+  }
+  sendStarted_ = true;
+  return waitFor(WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE);
+}
+
+std::optional<DWORD> PendingRequest::receive() {
+  expectNotification();
+  if (!WinHttpReceiveResponse(request_.get(), nullptr)) return GetLastError();
+  return waitFor(WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE);
+}
+
+void PendingRequest::expectNotification() noexcept {
+  status_ = 0;
+  if (notified_) ResetEvent(finishedEvent_.get());
+}
+
+std::optional<DWORD> PendingRequest::waitFor(DWORD status) const {
+  if (!notified_) return std::nullopt;
+  while (WaitForSingleObject(finishedEvent_.get(), INFINITE) == WAIT_OBJECT_0) {
+    if (status_ == status) return std::nullopt;
+    if (status_ == WINHTTP_CALLBACK_STATUS_REQUEST_ERROR) return error_;
+  }
+  return GetLastError();
+}
+
+// Setting an event is the last thing done here: whoever waits for it may destroy this object at once.
+void PendingRequest::finished(DWORD status, DWORD error) noexcept {
+  error_ = error;
+  status_ = status;
+  SetEvent(finishedEvent_.get());
+}
+
+void CALLBACK PendingRequest::onStatus(HINTERNET /*request*/, DWORD_PTR context, DWORD status, LPVOID information,
+                                       DWORD /*length*/) {
+  auto* const self = reinterpret_cast<PendingRequest*>(context);
+  if (!self) return;
+  switch (status) {
+    case WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE:
+    case WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE:
+      self->finished(status, ERROR_SUCCESS);
+      break;
+    case WINHTTP_CALLBACK_STATUS_REQUEST_ERROR:
+      self->finished(status, static_cast<const WINHTTP_ASYNC_RESULT*>(information)->dwError);
+      break;
+    case WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING:
+      SetEvent(self->closedEvent_.get());
+      break;
+    default:
+      break;
+  }
+}
+
+}  // namespace kiv::impl

@@ -1,0 +1,30 @@
+// The host's logger, as the rest of the library uses it.
+#include "log/logger.h"
+
+#include <utility>
+
+namespace kiv::impl {
+namespace {
+
+// A line that cannot be copied must not look like a line that was never logged, so memory running out ends the process.
+Log record(LogLevel level, std::wstring_view text) noexcept { return {level, text}; }
+
+}  // namespace
+
+Logger::Logger(Logger&& other) noexcept
+    : context_(std::exchange(other.context_, nullptr)),
+      callback_(std::exchange(other.callback_, nullptr)),
+      engaged_(other.engaged_) {}
+
+Logger& Logger::operator=(Logger&& other) noexcept {
+  const Logger moved(std::move(other));
+  return *this = moved;
+}
+
+void Logger::emit(LogLevel level, std::wstring_view text) const {
+  if (!engaged_) return;
+  const Log log = record(level, text);
+  callback_(context_, support::toHandle<KivLog>(&log));
+}
+
+}  // namespace kiv::impl

@@ -1,0 +1,74 @@
+// The C function of a resolution: checks its arguments and turns the host's C callbacks into function objects.
+#include "kiv/proxy_resolver.h"
+
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "log/logger.h"
+#include "resolver/resolve.h"
+#include "support/border.h"
+
+namespace {
+
+using kiv::impl::Cred;
+using kiv::impl::HostCallbacks;
+using kiv::impl::ProxyConfig;
+using namespace kiv::support;
+
+// What the host's callbacks borrow: a copy that ends with the call.
+class Borrowed {
+ public:
+  explicit Borrowed(const ProxyConfig& config) : config_(config) {}
+  KivProxyConfig* handle() { return toHandle<KivProxyConfig>(&config_); }
+
+ private:
+  ProxyConfig config_;
+};
+
+// Takes over a handle that a credential callback made.
+std::optional<Cred> adopt(KivCred* handle) {
+  const std::unique_ptr<std::optional<Cred>> cred(toObject(handle));
+  return std::move(*cred);
+}
+
+ProxyConfig configOrNone(const KivProxyConfig* config) { return config ? *toObject(config) : ProxyConfig::makeNone(); }
+
+template <class... Pointers>
+bool anyNull(Pointers... pointers) {
+  return (... || (pointers == nullptr));
+}
+
+}  // namespace
+
+extern "C" KivProxyConfig* KivProxyResolver_Resolve(
+    const wchar_t* targetUrl, const wchar_t* userAgent, const wchar_t* bypassList, KivProxyConfig* preferred,
+    KivProxyConfig* fallback, const void* filterContext, KivCandidateFilter filter, const void* serverCredContext,
+    KivServerCredSource serverCred, const void* proxyCredContext, KivProxyCredSource proxyCred, void* client,
+    KivTestConnection testConnection, KivSetServerCred setServerCred, KivSetProxy setProxy, const void* logContext,
+    KivLoggerGetter getLogger) {
+  if (anyNull(targetUrl, userAgent, filterContext, filter, serverCredContext, serverCred, proxyCredContext, proxyCred,
+              client, testConnection, setServerCred, setProxy, logContext)) {
+    return nullptr;
+  }
+  return guarded<KivProxyConfig*>(nullptr, [&] {
+    const std::optional<std::wstring_view> bypassOverride =
+        bypassList ? std::optional<std::wstring_view>(bypassList) : std::nullopt;
+    ProxyConfig first = configOrNone(preferred);
+    ProxyConfig last = configOrNone(fallback);
+    const KivLogger* logger = getLogger(logContext);
+    HostCallbacks host{
+        .filter =
+            [&](const ProxyConfig& candidate) { return filter(filterContext, Borrowed(candidate).handle()) != 0; },
+        .serverCred = [&](const wchar_t* url) { return adopt(serverCred(serverCredContext, url)); },
+        .proxyCred =
+            [&](const ProxyConfig& proxy) { return adopt(proxyCred(proxyCredContext, Borrowed(proxy).handle())); },
+        .testConnection = [&] { return testConnection(client, logContext); },
+        .setServerCred =
+            [&](std::optional<Cred>&& cred) { setServerCred(client, newHandle<KivCred>(std::move(cred))); },
+        .setProxy = [&](const ProxyConfig& proxy) { setProxy(client, Borrowed(proxy).handle()); }};
+    return newHandle<KivProxyConfig>(kiv::impl::resolveProxyConfig(
+        targetUrl, userAgent, bypassOverride, std::move(first), std::move(last), std::move(host), *toObject(logger)));
+  });
+}
