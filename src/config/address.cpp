@@ -30,11 +30,16 @@ std::optional<AddressScheme> kindOf(std::wstring_view scheme, bool acceptProxyWo
   return found->kind;
 }
 
+// More than this has no ASCII form of a host name's length, and converting it can take the system minutes.
+constexpr std::size_t kLongestHost = 2048;
+
 // A host that has no ASCII form becomes empty, and the address stays one: whoever uses it will fail with a clear error.
 std::wstring toAscii(std::wstring_view host) {
   std::array<wchar_t, 255> ascii{};
-  if (!IdnToAscii(0, host.data(), static_cast<int>(host.size()), ascii.data(), static_cast<int>(ascii.size())))
+  if (host.size() > kLongestHost ||
+      !IdnToAscii(0, host.data(), static_cast<int>(host.size()), ascii.data(), static_cast<int>(ascii.size()))) {
     return {};
+  }
   return {ascii.begin(), std::ranges::find(ascii, L'\0')};
 }
 

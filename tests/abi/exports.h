@@ -1,0 +1,83 @@
+/* The functions that kiv.dll exports: all of them, and nothing else. X is expanded with each name. */
+#ifndef KIV_TESTS_EXPORTS_H
+#define KIV_TESTS_EXPORTS_H
+
+#define KIV_EXPORTS(X)              \
+  X(KivCred_Copy)                   \
+  X(KivCred_CopyConstruct)          \
+  X(KivCred_Create)                 \
+  X(KivCred_Destruct)               \
+  X(KivCred_IsNone)                 \
+  X(KivCred_Move)                   \
+  X(KivCred_MoveConstruct)          \
+  X(KivCred_None)                   \
+  X(KivCred_Password)               \
+  X(KivCred_Username)               \
+  X(KivDialogAuthUi_ProxyAuthUi)    \
+  X(KivDialogAuthUi_ServerAuthUi)   \
+  X(KivHttpClient_Create)           \
+  X(KivHttpClient_Destruct)         \
+  X(KivHttpClient_Get)              \
+  X(KivHttpClient_Head)             \
+  X(KivHttpClient_Move)             \
+  X(KivHttpClient_MoveConstruct)    \
+  X(KivHttpClient_SetProxy)         \
+  X(KivHttpClient_SetServerCred)    \
+  X(KivLog_Copy)                    \
+  X(KivLog_CopyConstruct)           \
+  X(KivLog_CreateDebug)             \
+  X(KivLog_CreateError)             \
+  X(KivLog_CreateInfo)              \
+  X(KivLog_CreateWarn)              \
+  X(KivLog_Destruct)                \
+  X(KivLog_IsDebug)                 \
+  X(KivLog_IsError)                 \
+  X(KivLog_IsInfo)                  \
+  X(KivLog_IsWarn)                  \
+  X(KivLog_Message)                 \
+  X(KivLog_Move)                    \
+  X(KivLog_MoveConstruct)           \
+  X(KivLogger_Construct)            \
+  X(KivLogger_Copy)                 \
+  X(KivLogger_CopyConstruct)        \
+  X(KivLogger_Debug)                \
+  X(KivLogger_Destruct)             \
+  X(KivLogger_Error)                \
+  X(KivLogger_Info)                 \
+  X(KivLogger_Move)                 \
+  X(KivLogger_MoveConstruct)        \
+  X(KivLogger_Warn)                 \
+  X(KivProxyConfig_Copy)            \
+  X(KivProxyConfig_CopyConstruct)   \
+  X(KivProxyConfig_Create)          \
+  X(KivProxyConfig_Cred)            \
+  X(KivProxyConfig_Destruct)        \
+  X(KivProxyConfig_Direct)          \
+  X(KivProxyConfig_HasCred)         \
+  X(KivProxyConfig_HasExplicitPort) \
+  X(KivProxyConfig_Host)            \
+  X(KivProxyConfig_Http)            \
+  X(KivProxyConfig_Https)           \
+  X(KivProxyConfig_IsDirect)        \
+  X(KivProxyConfig_IsHttp)          \
+  X(KivProxyConfig_IsHttps)         \
+  X(KivProxyConfig_IsNone)          \
+  X(KivProxyConfig_IsSocks4)        \
+  X(KivProxyConfig_IsSocks5)        \
+  X(KivProxyConfig_IsValid)         \
+  X(KivProxyConfig_Move)            \
+  X(KivProxyConfig_MoveConstruct)   \
+  X(KivProxyConfig_None)            \
+  X(KivProxyConfig_Parse)           \
+  X(KivProxyConfig_Port)            \
+  X(KivProxyConfig_Scheme)          \
+  X(KivProxyConfig_Socks4)          \
+  X(KivProxyConfig_Socks5)          \
+  X(KivProxyConfig_ToString)        \
+  X(KivProxyResolver_Resolve)       \
+  X(KivSecStr_CStr)                 \
+  X(KivSecStr_Destruct)             \
+  X(KivSecStr_MoveConstruct)        \
+  X(KivSecStr_Size)
+
+#endif
