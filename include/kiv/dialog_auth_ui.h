@@ -17,10 +17,10 @@ KIV_BEGIN_DECLARATIONS
  * @return a new credential, to be released with KivCred_Destruct; a none credential if the user cancelled or the prompt
  *         failed; null only if `target` is null or memory runs out.
  */
-KIV_API KivCred *KivDialogAuthUi_ServerAuthUi(const wchar_t *target, const wchar_t *detail, void *parent);
+KIV_API KivCred* KivDialogAuthUi_ServerAuthUi(const wchar_t* target, const wchar_t* detail, void* parent);
 
 /** Asks the user for a proxy's credentials, `target` being the proxy; otherwise like KivDialogAuthUi_ServerAuthUi. */
-KIV_API KivCred *KivDialogAuthUi_ProxyAuthUi(const wchar_t *target, const wchar_t *detail, void *parent);
+KIV_API KivCred* KivDialogAuthUi_ProxyAuthUi(const wchar_t* target, const wchar_t* detail, void* parent);
 
 KIV_END_DECLARATIONS
 

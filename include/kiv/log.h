@@ -24,71 +24,71 @@ typedef struct KivLogger KivLogger;
  * @param context what the host gave to KivLogger_Construct.
  * @param log     the record, owned by the library and valid only during the call; keep it with KivLog_CopyConstruct.
  */
-typedef void (*KivLogCallback)(void *context, const KivLog *log);
+typedef void (*KivLogCallback)(void* context, const KivLog* log);
 
 /**
  * Creates a record of level Error (0).
  * @param message text, copied; must not be null (it is read without a check).
  * @return a new record, to be released with KivLog_Destruct; null when memory runs out.
  */
-KIV_API KivLog *KivLog_CreateError(const wchar_t *message);
+KIV_API KivLog* KivLog_CreateError(const wchar_t* message);
 
 /** Creates a record of level Warn (1); otherwise like KivLog_CreateError. */
-KIV_API KivLog *KivLog_CreateWarn(const wchar_t *message);
+KIV_API KivLog* KivLog_CreateWarn(const wchar_t* message);
 
 /** Creates a record of level Info (2); otherwise like KivLog_CreateError. */
-KIV_API KivLog *KivLog_CreateInfo(const wchar_t *message);
+KIV_API KivLog* KivLog_CreateInfo(const wchar_t* message);
 
 /** Creates a record of level Debug (3); otherwise like KivLog_CreateError. */
-KIV_API KivLog *KivLog_CreateDebug(const wchar_t *message);
+KIV_API KivLog* KivLog_CreateDebug(const wchar_t* message);
 
 /** Releases a record that the caller owns; null is ignored. */
-KIV_API void KivLog_Destruct(KivLog *log);
+KIV_API void KivLog_Destruct(KivLog* log);
 
 /**
  * Copies a record.
  * @param source read only; may be null.
  * @return a new record with the same level and text; null if `source` is null or memory runs out.
  */
-KIV_API KivLog *KivLog_CopyConstruct(const KivLog *source);
+KIV_API KivLog* KivLog_CopyConstruct(const KivLog* source);
 
 /**
  * Moves a record into a new one.
  * @param source keeps its level and is left with an empty text; it must still be released. May be null.
  * @return a new record; null if `source` is null or memory runs out (`source` is then unchanged).
  */
-KIV_API KivLog *KivLog_MoveConstruct(KivLog *source);
+KIV_API KivLog* KivLog_MoveConstruct(KivLog* source);
 
 /**
  * Makes `target` a copy of `source`, level and text. Copying a record onto itself changes nothing.
  * Does nothing if either is null; leaves `target` unchanged when memory runs out.
  */
-KIV_API void KivLog_Copy(const KivLog *source, KivLog *target);
+KIV_API void KivLog_Copy(const KivLog* source, KivLog* target);
 
 /**
  * Moves level and text of `source` into `target`; `source` keeps its level and is left with an empty text.
  * Does nothing if either is null. Moving a record onto itself changes nothing. Cannot fail.
  */
-KIV_API void KivLog_Move(KivLog *source, KivLog *target);
+KIV_API void KivLog_Move(KivLog* source, KivLog* target);
 
 /** Tells whether the record's level is Error (0); false for null. */
-KIV_API bool KivLog_IsError(const KivLog *log);
+KIV_API bool KivLog_IsError(const KivLog* log);
 
 /** Tells whether the record's level is Warn (1); false for null. */
-KIV_API bool KivLog_IsWarn(const KivLog *log);
+KIV_API bool KivLog_IsWarn(const KivLog* log);
 
 /** Tells whether the record's level is Info (2); false for null. */
-KIV_API bool KivLog_IsInfo(const KivLog *log);
+KIV_API bool KivLog_IsInfo(const KivLog* log);
 
 /** Tells whether the record's level is Debug (3); false for null. */
-KIV_API bool KivLog_IsDebug(const KivLog *log);
+KIV_API bool KivLog_IsDebug(const KivLog* log);
 
 /**
  * Gives the record's text.
  * @return NUL-terminated text owned by the record, valid until the record is changed or released; never null for a
  *         record (an empty text is an empty string); null for a null record.
  */
-KIV_API const wchar_t *KivLog_Message(const KivLog *log);
+KIV_API const wchar_t* KivLog_Message(const KivLog* log);
 
 /**
  * Creates an engaged logger.
@@ -96,17 +96,17 @@ KIV_API const wchar_t *KivLog_Message(const KivLog *log);
  * @param callback receives every record, on the thread that called into the library; must not be null.
  * @return a new logger, to be released with KivLogger_Destruct; null when memory runs out.
  */
-KIV_API KivLogger *KivLogger_Construct(void *context, KivLogCallback callback);
+KIV_API KivLogger* KivLogger_Construct(void* context, KivLogCallback callback);
 
 /** Releases a logger that the caller owns, without calling its callback; null is ignored. */
-KIV_API void KivLogger_Destruct(KivLogger *logger);
+KIV_API void KivLogger_Destruct(KivLogger* logger);
 
 /**
  * Copies a logger: context, callback and whether it is engaged.
  * @param source read only; may be null.
  * @return a new logger; null if `source` is null or memory runs out.
  */
-KIV_API KivLogger *KivLogger_CopyConstruct(const KivLogger *source);
+KIV_API KivLogger* KivLogger_CopyConstruct(const KivLogger* source);
 
 /**
  * Moves a logger into a new one.
@@ -115,17 +115,17 @@ KIV_API KivLogger *KivLogger_CopyConstruct(const KivLogger *source);
  * @return a new logger, engaged exactly if `source` is; null if `source` is null or memory runs out (`source` is then
  *         unchanged).
  */
-KIV_API KivLogger *KivLogger_MoveConstruct(KivLogger *source);
+KIV_API KivLogger* KivLogger_MoveConstruct(KivLogger* source);
 
 /** Makes `target` a copy of `source`, all three members. Does nothing if either is null. Cannot fail. */
-KIV_API void KivLogger_Copy(const KivLogger *source, KivLogger *target);
+KIV_API void KivLogger_Copy(const KivLogger* source, KivLogger* target);
 
 /**
  * Moves `source` into `target`. An engaged source gives away context and callback and stays engaged, as in
  * KivLogger_MoveConstruct; a source that is not engaged makes the target not engaged.
  * Does nothing if either is null. Moving a logger onto itself changes nothing. Cannot fail.
  */
-KIV_API void KivLogger_Move(KivLogger *source, KivLogger *target);
+KIV_API void KivLogger_Move(KivLogger* source, KivLogger* target);
 
 /**
  * Logs one line at level Error.
@@ -136,16 +136,16 @@ KIV_API void KivLogger_Move(KivLogger *source, KivLogger *target);
  * @param logger  does nothing if null or not engaged.
  * @param message text; must not be null for an engaged logger (it is read without a check).
  */
-KIV_API void KivLogger_Error(const KivLogger *logger, const wchar_t *message);
+KIV_API void KivLogger_Error(const KivLogger* logger, const wchar_t* message);
 
 /** Logs one line at level Warn; otherwise like KivLogger_Error. */
-KIV_API void KivLogger_Warn(const KivLogger *logger, const wchar_t *message);
+KIV_API void KivLogger_Warn(const KivLogger* logger, const wchar_t* message);
 
 /** Logs one line at level Info; otherwise like KivLogger_Error. */
-KIV_API void KivLogger_Info(const KivLogger *logger, const wchar_t *message);
+KIV_API void KivLogger_Info(const KivLogger* logger, const wchar_t* message);
 
 /** Logs one line at level Debug; otherwise like KivLogger_Error. */
-KIV_API void KivLogger_Debug(const KivLogger *logger, const wchar_t *message);
+KIV_API void KivLogger_Debug(const KivLogger* logger, const wchar_t* message);
 
 KIV_END_DECLARATIONS
 

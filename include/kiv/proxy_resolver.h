@@ -16,43 +16,44 @@ KIV_BEGIN_DECLARATIONS
  * @param candidate valid only during the call.
  * @return non-zero to keep the candidate.
  */
-typedef int (*KivCandidateFilter)(const void *context, KivProxyConfig *candidate);
+typedef int (*KivCandidateFilter)(const void* context, KivProxyConfig* candidate);
 
 /**
  * Supplies credentials for the server, after it answered 401.
  * @return a handle of the library's own making, never null: KivCred_None() for no credentials. The library releases it.
  */
-typedef KivCred *(*KivServerCredSource)(const void *context, const wchar_t *targetUrl);
+typedef KivCred* (*KivServerCredSource)(const void* context, const wchar_t* targetUrl);
 
 /**
  * Supplies credentials for a proxy, after it answered 407.
  * @param proxy valid only during the call.
  * @return as for KivServerCredSource.
  */
-typedef KivCred *(*KivProxyCredSource)(const void *context, KivProxyConfig *proxy);
+typedef KivCred* (*KivProxyCredSource)(const void* context, KivProxyConfig* proxy);
 
 /**
  * Sends one test request through the host's client; KivHttpClient_Head and KivHttpClient_Get do this.
  * @return the HTTP status; negative if the request failed.
  */
-typedef int (*KivTestConnection)(const void *client, const void *logContext);
+typedef int (*KivTestConnection)(const void* client, const void* logContext);
 
 /** Installs a server credential in the client. `cred` is a new handle, also if none, that the callback releases. */
-typedef void (*KivSetServerCred)(void *client, KivCred *cred);
+typedef void (*KivSetServerCred)(void* client, KivCred* cred);
 
 /** Installs a proxy configuration in the client. `proxy` is valid only during the call; the callback copies it. */
-typedef void (*KivSetProxy)(void *client, KivProxyConfig *proxy);
+typedef void (*KivSetProxy)(void* client, KivProxyConfig* proxy);
 
 /** Gives the logger of a resolution; it stays the host's. Called once per resolution; must not return null. */
-typedef KivLogger *(*KivLoggerGetter)(const void *logContext);
+typedef KivLogger* (*KivLoggerGetter)(const void* logContext);
 
 /**
  * Finds how to reach a URL: directly, or through a proxy.
  *
  * Reads the current user's proxy settings; a target that the bypass list names goes direct. Otherwise tries, in this
- * order, `preferred`, what the system's settings say, and `fallback`, each with a real request of the host's client, and
- * answers one proxy challenge (407) and one server challenge (401) per candidate. The first candidate whose request ends
- * with a status from 200 to 299 wins. Every step is logged, between "BEGIN: ProxyResolver" and "END: ProxyResolver".
+ * order, `preferred`, what the system's settings say, and `fallback`, each with a real request of the host's client,
+ * and answers one proxy challenge (407) and one server challenge (401) per candidate. The first candidate whose request
+ * ends with a status from 200 to 299 wins. Every step is logged, between "BEGIN: ProxyResolver" and "END:
+ * ProxyResolver".
  *
  * Everything happens on the calling thread, before the call returns. Calls on different threads are independent as long
  * as they share no client, logger or handle.
@@ -74,14 +75,14 @@ typedef KivLogger *(*KivLoggerGetter)(const void *logContext);
  * @return a new configuration, to be released with KivProxyConfig_Destruct: the winner with the proxy credentials that
  *         were obtained for it; Direct if the target is bypassed or there was no candidate at all; None if no candidate
  *         worked or the filter kept none. Null, without a callback or a log line, if an argument that must not be null
- *         is; null, after the log's last line, if memory ran out, a callback threw, or the bypass list or the target URL
- *         names a port too large to be read.
+ *         is; null, after the log's last line, if memory ran out, a callback threw, or the bypass list or the target
+ * URL names a port too large to be read.
  */
-KIV_API KivProxyConfig *KivProxyResolver_Resolve(
-    const wchar_t *targetUrl, const wchar_t *userAgent, const wchar_t *bypassList, KivProxyConfig *preferred,
-    KivProxyConfig *fallback, const void *filterContext, KivCandidateFilter filter, const void *serverCredContext,
-    KivServerCredSource serverCred, const void *proxyCredContext, KivProxyCredSource proxyCred, void *client,
-    KivTestConnection testConnection, KivSetServerCred setServerCred, KivSetProxy setProxy, const void *logContext,
+KIV_API KivProxyConfig* KivProxyResolver_Resolve(
+    const wchar_t* targetUrl, const wchar_t* userAgent, const wchar_t* bypassList, KivProxyConfig* preferred,
+    KivProxyConfig* fallback, const void* filterContext, KivCandidateFilter filter, const void* serverCredContext,
+    KivServerCredSource serverCred, const void* proxyCredContext, KivProxyCredSource proxyCred, void* client,
+    KivTestConnection testConnection, KivSetServerCred setServerCred, KivSetProxy setProxy, const void* logContext,
     KivLoggerGetter getLogger);
 
 KIV_END_DECLARATIONS

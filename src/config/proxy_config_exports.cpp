@@ -7,7 +7,6 @@ namespace {
 
 using kiv::impl::Cred;
 using kiv::impl::ProxyConfig;
-using kiv::impl::SecureString;
 using namespace kiv::support;
 
 std::optional<Cred> credentialsOf(const KivCred* cred) { return cred ? *toObject(cred) : std::nullopt; }

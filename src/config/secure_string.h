@@ -20,14 +20,14 @@ struct WipingAllocator {
 
   WipingAllocator() = default;
   template <class Other>
-  explicit WipingAllocator(const WipingAllocator<Other>&) noexcept {}
+  explicit WipingAllocator(const WipingAllocator<Other>& /*other*/) noexcept {}
 
   T* allocate(std::size_t count) { return std::allocator<T>().allocate(count); }
   void deallocate(T* block, std::size_t count) noexcept {
     SecureZeroMemory(block, count * sizeof(T));
     std::allocator<T>().deallocate(block, count);
   }
-  bool operator==(const WipingAllocator&) const noexcept { return true; }
+  bool operator==(const WipingAllocator& /*other*/) const noexcept { return true; }
 };
 
 using SecureWideBuffer = std::vector<wchar_t, WipingAllocator<wchar_t>>;

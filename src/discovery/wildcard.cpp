@@ -23,8 +23,8 @@ WildcardPattern::WildcardPattern(std::wstring_view pattern) : pattern_(support::
 // Lets each star cover as little as possible, and only the last one seen grow when the text does not go on as the
 // pattern does: what an earlier star could cover in its place, the last one covers as well. Where a star would have to
 // cover a line end, giving the earlier ones more does not help either, since they would have to cover the same.
-bool WildcardPattern::matches(std::wstring_view original) const {
-  const std::wstring text = support::toLower(original);
+bool WildcardPattern::matches(std::wstring_view text) const {
+  const std::wstring lower = support::toLower(text);
   std::size_t at = 0;
   std::size_t patternAt = 0;
   std::size_t star = std::wstring::npos;  // behind the last star seen
@@ -33,12 +33,12 @@ bool WildcardPattern::matches(std::wstring_view original) const {
     if (patternAt < pattern_.size() && pattern_[patternAt] == L'*') {
       star = ++patternAt;
       covered = at;
-    } else if (at == text.size() && patternAt == pattern_.size()) {
+    } else if (at == lower.size() && patternAt == pattern_.size()) {
       return true;
-    } else if (at < text.size() && patternAt < pattern_.size() && pattern_[patternAt] == text[at]) {
+    } else if (at < lower.size() && patternAt < pattern_.size() && pattern_[patternAt] == lower[at]) {
       ++at;
       ++patternAt;
-    } else if (star != std::wstring::npos && covered < text.size() && !endsLine(text[covered])) {
+    } else if (star != std::wstring::npos && covered < lower.size() && !endsLine(lower[covered])) {
       at = ++covered;
       patternAt = star;
     } else {

@@ -15,7 +15,9 @@ support::UniqueEvent makeEvent() { return support::UniqueEvent(CreateEventW(null
 PendingRequest::PendingRequest(support::UniqueInternet request)
     : finishedEvent_(makeEvent()), closedEvent_(makeEvent()), request_(std::move(request)) {
   if (!finishedEvent_ || !closedEvent_) return;
-  notified_ = WinHttpSetStatusCallback(request_.get(), onStatus, kNotifications, 0) != WINHTTP_INVALID_STATUS_CALLBACK;
+  const auto previous = WinHttpSetStatusCallback(request_.get(), onStatus, kNotifications, 0);
+  notified_ =
+      previous != WINHTTP_INVALID_STATUS_CALLBACK;  // NOLINT(performance-no-int-to-ptr): the platform's constant
 }
 
 PendingRequest::~PendingRequest() {
@@ -65,7 +67,8 @@ void PendingRequest::finished(DWORD status, DWORD error) noexcept {
 
 void CALLBACK PendingRequest::onStatus(HINTERNET /*request*/, DWORD_PTR context, DWORD status, LPVOID information,
                                        DWORD /*length*/) {
-  auto* const self = reinterpret_cast<PendingRequest*>(context);
+  auto* const self =
+      reinterpret_cast<PendingRequest*>(context);  // NOLINT(performance-no-int-to-ptr): as WinHTTP has it
   if (!self) return;
   switch (status) {
     case WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE:

@@ -60,7 +60,8 @@ class RequestCycle {
 
   support::UniqueInternet open(HINTERNET connection, const wchar_t* verb) const {
     const std::wstring object = objectName(*client_.server);
-    const DWORD flags = WINHTTP_FLAG_REFRESH | (client_.https() ? WINHTTP_FLAG_SECURE : 0);
+    // The object name is sent as it stands, not escaped once more.
+    const DWORD flags = WINHTTP_FLAG_ESCAPE_DISABLE | (client_.https() ? WINHTTP_FLAG_SECURE : 0);
     support::UniqueInternet request(WinHttpOpenRequest(connection, verb, object.c_str(), nullptr, WINHTTP_NO_REFERER,
                                                        WINHTTP_DEFAULT_ACCEPT_TYPES, flags));
     if (!request) fail(L"WinHttpOpenRequest()");

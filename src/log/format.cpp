@@ -24,7 +24,7 @@ int measure(const wchar_t* text, va_list arguments) {
   std::size_t length = 0;
   FILE* stream = open_wmemstream(&written, &length);
   if (!stream) return -1;
-  const int count = std::vfwprintf(stream, text, arguments);
+  const int count = std::vfwprintf(stream, text, arguments);  // NOLINT(clang-analyzer-valist.Uninitialized)
   (void)std::fclose(stream);
   std::free(written);
   return count;

@@ -4,8 +4,6 @@
 
 namespace {
 
-using kiv::impl::Log;
-using kiv::impl::Logger;
 using kiv::impl::LogLevel;
 using namespace kiv::support;
 

@@ -20,7 +20,7 @@ using namespace kiv::support;
 // What the host's callbacks borrow: a copy that ends with the call.
 class Borrowed {
  public:
-  explicit Borrowed(const ProxyConfig& config) : config_(config) {}
+  explicit Borrowed(ProxyConfig config) : config_(std::move(config)) {}
   KivProxyConfig* handle() { return toHandle<KivProxyConfig>(&config_); }
 
  private:
