@@ -2,5 +2,5 @@
 # Builds build/windows-x64/bin/kiv.dll, build/windows-x64/bin/kiv-resolve.exe and build/windows-x64/lib/libkiv.dll.a.
 . "$(dirname "$0")/lib.sh"
 install_packages "${BUILD_PACKAGES[@]}"
-cmake --preset windows-x64 --log-level=WARNING
-cmake --build --preset windows-x64 --target kiv kiv-resolve
+build windows-x64 --target kiv kiv-resolve
+ls -l build/windows-x64/bin/kiv.dll build/windows-x64/bin/kiv-resolve.exe build/windows-x64/lib/libkiv.dll.a

@@ -20,3 +20,32 @@ install_packages() {
 
 # The toolchain for Windows, and what the tools and tests are built from.
 BUILD_PACKAGES=(cmake ninja-build g++ g++-mingw-w64-x86-64-posix libcli11-dev googletest)
+
+# build PRESET [ARGUMENT...]: configures and builds; says something only when it fails.
+build() {
+  local preset=$1 log=build/$1.log
+  shift
+  mkdir -p build
+  if ! { cmake --preset "$preset" && cmake --build --preset "$preset" "$@"; } >"$log" 2>&1; then
+    cat "$log" >&2
+    return 1
+  fi
+}
+
+# in_wine PROGRAM [ARGUMENT...]: runs it in a Windows of this project's own, from its folder.
+in_wine() {
+  local folder program=$1
+  folder=$(dirname "$program")
+  shift
+  (cd "$folder" && with_wine wine "$(basename "$program")" "$@")
+}
+
+with_wine() {
+  env WINEPREFIX="$PWD_OF_PROJECT/build/wine" WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=;credui=n,b" "$@"
+}
+PWD_OF_PROJECT=$PWD
+
+# Ends the Windows that in_wine started; nobody else uses its prefix.
+stop_wine() {
+  [ ! -d build/wine ] || with_wine wineserver -k || true
+}

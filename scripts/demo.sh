@@ -1,0 +1,8 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and shows kiv-resolve finding its way out past real servers on loopback.
+. "$(dirname "$0")/lib.sh"
+. scripts/e2e-lib.sh
+install_e2e_packages
+./scripts/build.sh
+cmake --build --preset windows-x64 --target winhttp_bridge
+exec python3 tests/e2e/demo.py --bin build/windows-x64/bin --bridge build/windows-x64/e2e --work build/e2e

@@ -1,0 +1,17 @@
+# Shared by what runs end-to-end scenarios; to be sourced after lib.sh.
+
+# Wine with what its TLS needs, the servers, and the language of the scenario runner.
+E2E_PACKAGES=(wine wine64 libgnutls30 python3 openssl tinyproxy-bin squid lighttpd lighttpd-mod-openssl)
+
+# Installs the packages without starting the services that some of them bring. (A subshell, for its trap.)
+install_e2e_packages() (
+  policy=/usr/sbin/policy-rc.d
+  # Without a hosts file a machine does not even know localhost.
+  getent ahosts localhost >/dev/null || E2E_PACKAGES+=(libnss-myhostname)
+  if [ ! -e "$policy" ] && ! dpkg-query -W "${E2E_PACKAGES[@]}" >/dev/null 2>&1; then
+    trap 'as_root rm -f "$policy"' EXIT
+    printf '#!/bin/sh\nexit 101\n' | as_root tee "$policy" >/dev/null
+    as_root chmod +x "$policy"
+  fi
+  install_packages "${E2E_PACKAGES[@]}"
+)

@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds everything and runs all tests. Takes no argument, needs no network beyond the packages,
+# and leaves nothing outside build/.
+. "$(dirname "$0")/lib.sh"
+. scripts/e2e-lib.sh
+install_packages "${BUILD_PACKAGES[@]}"
+install_e2e_packages
+trap stop_wine EXIT
+
+passed=0
+failed=0
+
+# step TITLE COMMAND...: runs it and adds the tests that it counts to the sum. A step that fails without saying how many
+# tests did counts as one.
+step() {
+  local title=$1 log start=$SECONDS status=0 more
+  shift
+  log=build/step.log
+  mkdir -p build
+  "$@" >"$log" 2>&1 || status=$?
+  # GoogleTest's closing lines, and the plain one of everything else.
+  more=$(sed -nE 's/\r$//; s/^\[  PASSED  \] ([0-9]+) tests?\.$/\1/p; s/^([0-9]+) passed, [0-9]+ failed$/\1/p' "$log" | tail -n 1)
+  passed=$((passed + ${more:-0}))
+  more=$(sed -nE 's/\r$//; s/^ ?([0-9]+) FAILED TESTS?$/\1/p; s/^[0-9]+ passed, ([0-9]+) failed$/\1/p' "$log" | tail -n 1)
+  [ "$status" = 0 ] || { cat "$log"; [ "${more:-0}" != 0 ] || more=1; }
+  failed=$((failed + ${more:-0}))
+  printf '%-58s %4d s  %s\n' "$title" $((SECONDS - start)) "$([ "$status" = 0 ] && echo ok || echo FAILED)"
+}
+
+step 'Build for Windows' build windows-x64
+step 'Unit tests in Wine' in_wine build/windows-x64/bin/kiv-unit-tests.exe --gtest_brief=1
+step 'Interface of kiv.dll, from C' in_wine build/windows-x64/abi/abi_test.exe
+step 'Exceptions at the interface, from C++' in_wine build/windows-x64/abi/exceptions_test.exe
+step 'Scenarios with real servers' python3 tests/e2e/run.py --bin build/windows-x64/bin --bridge build/windows-x64/e2e --work build/e2e
+step 'Native build, address and undefined behaviour sanitizers' build native-asan
+step 'Unit tests under these sanitizers' build/native-asan/bin/kiv-unit-tests --gtest_brief=1
+step 'Native build, thread sanitizer' build native-tsan
+step 'Unit tests under the thread sanitizer' build/native-tsan/bin/kiv-unit-tests --gtest_brief=1 --gtest_filter='*Thread*:*Http*:*Pending*:*Resol*'
+step 'Layout and habits of the code' scripts/lint.sh
+
+echo "$passed passed, $failed failed"
+[ "$failed" = 0 ]
