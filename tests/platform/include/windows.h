@@ -1,0 +1,106 @@
+// The part of the system's base declarations that the library uses, for builds on other systems; layouts as on Windows.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#define WINAPI
+#define CALLBACK
+#define TRUE 1
+#define FALSE 0
+
+using BYTE = std::uint8_t;
+using WORD = std::uint16_t;
+using DWORD = std::uint32_t;
+using ULONG = std::uint32_t;
+using LONG = std::int32_t;
+using UINT = unsigned int;
+using INT = int;
+using BOOL = int;
+using INT_PTR = std::intptr_t;
+using DWORD_PTR = std::uintptr_t;
+using ULONG_PTR = std::uintptr_t;
+using SIZE_T = std::size_t;
+using CHAR = char;
+using WCHAR = wchar_t;
+#define VOID void
+
+using PVOID = void*;
+using LPVOID = void*;
+using LPCVOID = const void*;
+using LPBYTE = BYTE*;
+using LPDWORD = DWORD*;
+using PDWORD = DWORD*;
+using PULONG = ULONG*;
+using LPBOOL = BOOL*;
+using LPSTR = char*;
+using PSTR = char*;
+using LPCSTR = const char*;
+using PCSTR = const char*;
+using LPCCH = const char*;
+using LPWSTR = wchar_t*;
+using PWSTR = wchar_t*;
+using LPCWSTR = const wchar_t*;
+using PCWSTR = const wchar_t*;
+using LPCWCH = const wchar_t*;
+
+using HANDLE = void*;
+using HGLOBAL = HANDLE;
+using HWND = struct HWND__*;
+using HBITMAP = struct HBITMAP__*;
+using HINSTANCE = struct HINSTANCE__*;
+using HMODULE = HINSTANCE;
+using FARPROC = INT_PTR (*)();
+using LPSECURITY_ATTRIBUTES = struct SecurityAttributes*;
+
+#define INFINITE 0xFFFFFFFFu
+#define WAIT_OBJECT_0 0u
+#define WAIT_TIMEOUT 258u
+#define WAIT_FAILED 0xFFFFFFFFu
+
+#define NO_ERROR 0u
+#define ERROR_SUCCESS 0u
+#define ERROR_FILE_NOT_FOUND 2u
+#define ERROR_ACCESS_DENIED 5u
+#define ERROR_INVALID_HANDLE 6u
+#define ERROR_NOT_ENOUGH_MEMORY 8u
+#define ERROR_OUTOFMEMORY 14u
+#define ERROR_GEN_FAILURE 31u
+#define ERROR_NOT_SUPPORTED 50u
+#define ERROR_INVALID_PARAMETER 87u
+#define ERROR_INSUFFICIENT_BUFFER 122u
+#define ERROR_INVALID_NAME 123u
+#define ERROR_MOD_NOT_FOUND 126u
+#define ERROR_PROC_NOT_FOUND 127u
+#define ERROR_ENVVAR_NOT_FOUND 203u
+#define ERROR_CANCELLED 1223u
+
+#define CP_ACP 0u
+#define CP_THREAD_ACP 3u
+#define CP_UTF8 65001u
+
+extern "C" {
+DWORD WINAPI GetLastError();
+void WINAPI SetLastError(DWORD code);
+HGLOBAL WINAPI GlobalFree(HGLOBAL block);
+HMODULE WINAPI LoadLibraryW(LPCWSTR fileName);
+FARPROC WINAPI GetProcAddress(HMODULE module, LPCSTR name);
+BOOL WINAPI FreeLibrary(HMODULE module);
+int WINAPI WideCharToMultiByte(UINT codePage, DWORD flags, LPCWCH wide, int wideLength, LPSTR narrow, int narrowSize,
+                               LPCCH defaultCharacter, LPBOOL usedDefault);
+int WINAPI MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH narrow, int narrowLength, LPWSTR wide, int wideSize);
+DWORD WINAPI GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size);
+HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES attributes, BOOL manualReset, BOOL initialState, LPCWSTR name);
+BOOL WINAPI SetEvent(HANDLE event);
+BOOL WINAPI ResetEvent(HANDLE event);
+DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD milliseconds);
+BOOL WINAPI CloseHandle(HANDLE handle);
+int WINAPI IdnToAscii(DWORD flags, LPCWSTR unicode, int unicodeLength, LPWSTR ascii, int asciiSize);
+}
+
+// Volatile, so that the compiler cannot drop the stores although nothing reads the memory again.
+inline PVOID SecureZeroMemory(PVOID memory, SIZE_T size) {
+  volatile char* byte = static_cast<volatile char*>(memory);
+  while (size--) *byte++ = 0;
+  return memory;
+}

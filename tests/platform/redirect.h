@@ -1,0 +1,90 @@
+// Force-included in the Windows unit tests: calls of the system go to the simulated one, under another name.
+// The run-time library needs the real functions, so they cannot be replaced by linking others of the same name.
+#pragma once
+
+#ifdef _WIN32
+
+// clang-format off
+#include <windows.h>
+#include <winhttp.h>
+#include <wincred.h>
+#include <dpapi.h>
+#include <combaseapi.h>
+// clang-format on
+
+#define KIV_SIMULATED(Function) extern "C" decltype(::Function) Simulated_##Function
+KIV_SIMULATED(WinHttpOpen);
+KIV_SIMULATED(WinHttpCloseHandle);
+KIV_SIMULATED(WinHttpCrackUrl);
+KIV_SIMULATED(WinHttpGetIEProxyConfigForCurrentUser);
+KIV_SIMULATED(WinHttpGetProxyForUrl);
+KIV_SIMULATED(WinHttpConnect);
+KIV_SIMULATED(WinHttpOpenRequest);
+KIV_SIMULATED(WinHttpSetStatusCallback);
+KIV_SIMULATED(WinHttpQueryOption);
+KIV_SIMULATED(WinHttpSetOption);
+KIV_SIMULATED(WinHttpSetCredentials);
+KIV_SIMULATED(WinHttpSendRequest);
+KIV_SIMULATED(WinHttpReceiveResponse);
+KIV_SIMULATED(WinHttpQueryHeaders);
+KIV_SIMULATED(WinHttpQueryAuthSchemes);
+KIV_SIMULATED(GetLastError);
+KIV_SIMULATED(SetLastError);
+KIV_SIMULATED(GlobalFree);
+KIV_SIMULATED(LoadLibraryW);
+KIV_SIMULATED(GetProcAddress);
+KIV_SIMULATED(FreeLibrary);
+KIV_SIMULATED(WideCharToMultiByte);
+KIV_SIMULATED(MultiByteToWideChar);
+KIV_SIMULATED(GetEnvironmentVariableW);
+KIV_SIMULATED(CreateEventW);
+KIV_SIMULATED(SetEvent);
+KIV_SIMULATED(ResetEvent);
+KIV_SIMULATED(WaitForSingleObject);
+KIV_SIMULATED(CloseHandle);
+KIV_SIMULATED(CryptProtectMemory);
+KIV_SIMULATED(CryptUnprotectMemory);
+KIV_SIMULATED(IdnToAscii);
+KIV_SIMULATED(CredUIPromptForWindowsCredentialsW);
+KIV_SIMULATED(CredUnPackAuthenticationBufferW);
+KIV_SIMULATED(CoTaskMemFree);
+
+#undef KIV_SIMULATED
+
+#define WinHttpOpen Simulated_WinHttpOpen
+#define WinHttpCloseHandle Simulated_WinHttpCloseHandle
+#define WinHttpCrackUrl Simulated_WinHttpCrackUrl
+#define WinHttpGetIEProxyConfigForCurrentUser Simulated_WinHttpGetIEProxyConfigForCurrentUser
+#define WinHttpGetProxyForUrl Simulated_WinHttpGetProxyForUrl
+#define WinHttpConnect Simulated_WinHttpConnect
+#define WinHttpOpenRequest Simulated_WinHttpOpenRequest
+#define WinHttpSetStatusCallback Simulated_WinHttpSetStatusCallback
+#define WinHttpQueryOption Simulated_WinHttpQueryOption
+#define WinHttpSetOption Simulated_WinHttpSetOption
+#define WinHttpSetCredentials Simulated_WinHttpSetCredentials
+#define WinHttpSendRequest Simulated_WinHttpSendRequest
+#define WinHttpReceiveResponse Simulated_WinHttpReceiveResponse
+#define WinHttpQueryHeaders Simulated_WinHttpQueryHeaders
+#define WinHttpQueryAuthSchemes Simulated_WinHttpQueryAuthSchemes
+#define GetLastError Simulated_GetLastError
+#define SetLastError Simulated_SetLastError
+#define GlobalFree Simulated_GlobalFree
+#define LoadLibraryW Simulated_LoadLibraryW
+#define GetProcAddress Simulated_GetProcAddress
+#define FreeLibrary Simulated_FreeLibrary
+#define WideCharToMultiByte Simulated_WideCharToMultiByte
+#define MultiByteToWideChar Simulated_MultiByteToWideChar
+#define GetEnvironmentVariableW Simulated_GetEnvironmentVariableW
+#define CreateEventW Simulated_CreateEventW
+#define SetEvent Simulated_SetEvent
+#define ResetEvent Simulated_ResetEvent
+#define WaitForSingleObject Simulated_WaitForSingleObject
+#define CloseHandle Simulated_CloseHandle
+#define CryptProtectMemory Simulated_CryptProtectMemory
+#define CryptUnprotectMemory Simulated_CryptUnprotectMemory
+#define IdnToAscii Simulated_IdnToAscii
+#define CredUIPromptForWindowsCredentialsW Simulated_CredUIPromptForWindowsCredentialsW
+#define CredUnPackAuthenticationBufferW Simulated_CredUnPackAuthenticationBufferW
+#define CoTaskMemFree Simulated_CoTaskMemFree
+
+#endif
