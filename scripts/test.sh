@@ -32,6 +32,7 @@ step 'Unit tests in Wine' in_wine build/windows-x64/bin/kiv-unit-tests.exe --gte
 step 'Interface of kiv.dll, from C' in_wine build/windows-x64/abi/abi_test.exe
 step 'Exceptions at the interface, from C++' in_wine build/windows-x64/abi/exceptions_test.exe
 step 'Scenarios with real servers' python3 tests/e2e/run.py --bin build/windows-x64/bin --bridge build/windows-x64/e2e --work build/e2e
+step 'Load on eight threads' python3 tests/e2e/load.py --bin build/windows-x64/bin --bridge build/windows-x64/e2e --work build/e2e
 step 'Native build, address and undefined behaviour sanitizers' build native-asan
 step 'Unit tests under these sanitizers' build/native-asan/bin/kiv-unit-tests --gtest_brief=1
 step 'Native build, thread sanitizer' build native-tsan

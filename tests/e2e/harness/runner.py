@@ -1,0 +1,189 @@
+"""Runs scenarios, one line of report each, and leaves nothing running whatever happens."""
+
+from __future__ import annotations
+
+import contextlib
+import difflib
+import fcntl
+import queue
+import signal
+import socket
+import subprocess
+import time
+from collections.abc import Iterator, Mapping, Sequence
+from concurrent.futures import ThreadPoolExecutor
+from dataclasses import dataclass
+from pathlib import Path
+
+from harness.catalogue import Catalogue
+from harness.processes import Interrupted, Processes
+from harness.scenario import Scenario, complaints, transcript
+from harness.servers import Server
+from harness.wine import ToolResult, WineUser, stage_tool
+
+EXPECTED = Path(__file__).resolve().parent.parent / "expected"
+
+
+class Bench:
+    """One user and one set of servers: what runs one scenario at a time."""
+
+    def __init__(self, folder: Path, tool: Path, processes: Processes) -> None:
+        folder.mkdir(parents=True, exist_ok=True)
+        self.user = WineUser(folder, processes)
+        self.catalogue = Catalogue(folder / "servers", processes)
+        self._tool = tool
+
+    def prepare(self, scenario: Scenario) -> dict[str, Server]:
+        """Starts the servers, writes settings and script; returns the servers that take part."""
+        names = sorted({*self.catalogue.named_in(*scenario.texts), *scenario.servers})
+        servers = self.catalogue.begin(names)
+        script = self.catalogue.fill_in(scenario.script)
+        self.catalogue.odd_web.script = script
+        self.user.write_file("script.pac", script)
+        if "web" in servers:
+            (self.catalogue.lighttpd.root / "script.pac").write_text(script)
+        settings = scenario.settings
+        if settings is not None:
+            fill_in = self.catalogue.fill_in
+            settings = type(settings)(settings.detect, fill_in(settings.script_url), fill_in(settings.manual),
+                                      fill_in(settings.bypass))
+        self.user.write_settings(settings)
+        return servers
+
+    def run(self, scenario: Scenario) -> ToolResult:
+        """Runs the tool as a prepared scenario says."""
+        arguments = [self.catalogue.fill_in(argument) for argument in scenario.arguments]
+        return self.user.run_tool(self._tool, arguments, scenario.environment, scenario.timeout)
+
+    def stop(self) -> None:
+        try:
+            self.catalogue.stop()
+        finally:
+            self.user.stop()
+
+
+@dataclass(frozen=True)
+class Report:
+    """What became of one scenario."""
+
+    scenario: Scenario
+    seconds: float
+    problem: str = ""
+
+    @property
+    def text(self) -> str:
+        verdict = "FAIL" if self.problem else "ok"
+        line = f"{verdict:4}  {self.scenario.name}  ({self.seconds:.1f} s)"
+        return f"{line}\n{self.problem}" if self.problem else line
+
+
+def settled_transcript(bench: Bench, scenario: Scenario, result: ToolResult, servers: Mapping[str, Server],
+                       expected: str | None) -> str:
+    """The transcript once the servers have written their logs: as soon as it is the expected one, or stands still."""
+    deadline = time.monotonic() + 5
+    previous, since = "", time.monotonic()
+    while True:
+        actual = transcript(scenario, result, servers, bench.catalogue.ports())
+        if actual != previous:
+            previous, since = actual, time.monotonic()
+        if actual == expected or time.monotonic() - since > 0.7 or time.monotonic() > deadline:
+            return actual
+        time.sleep(0.02)
+
+
+def run_scenario(bench: Bench, scenario: Scenario, accept: bool) -> str:
+    """Runs one scenario and says what is wrong; an empty text if nothing is."""
+    servers = bench.prepare(scenario)
+    result = bench.run(scenario)
+    file = EXPECTED / f"{scenario.name}.txt"
+    expected = file.read_text() if file.exists() and not accept else None
+    actual = settled_transcript(bench, scenario, result, servers, expected)
+    wrong = complaints(scenario, result, bench.catalogue.fill_in(scenario.outcome))
+    if accept:
+        file.write_text(actual)
+    elif expected is None:
+        wrong.append(f"no transcript is recorded (run with --accept); it is:\n{actual}")
+    elif actual != expected:
+        wrong.append("".join(difflib.unified_diff(
+            expected.splitlines(keepends=True), actual.splitlines(keepends=True), f"expected/{file.name}", "this run")))
+    return "\n".join(wrong)
+
+
+def reported(free: queue.SimpleQueue[Bench], scenario: Scenario, accept: bool) -> Report:
+    """Runs one scenario on a bench that is free; a scenario that breaks is a failed one."""
+    bench = free.get()
+    began = time.monotonic()
+    try:
+        problem = run_scenario(bench, scenario, accept)
+    except Interrupted:
+        problem = "interrupted"
+    except subprocess.TimeoutExpired:
+        problem = f"the tool did not end within {scenario.timeout:.0f} s"
+    except (OSError, RuntimeError) as error:
+        problem = f"{type(error).__name__}: {error}"
+    finally:
+        free.put(bench)
+    return Report(scenario, time.monotonic() - began, problem)
+
+
+def require_localhost() -> None:
+    """Scenarios call the target "localhost" and the proxies "127.0.0.1": Wine takes equal names for a direct request."""
+    try:
+        addresses = {address[0] for *_, address in socket.getaddrinfo("localhost", None)}
+    except OSError:
+        addresses = set()
+    if "127.0.0.1" not in addresses:
+        raise SystemExit("the name localhost does not lead to 127.0.0.1 (the package libnss-myhostname lets it)")
+
+
+def _end(number: int, _: object) -> None:
+    raise SystemExit(128 + number)
+
+
+@contextlib.contextmanager
+def benches(count: int, binaries: Path, bridge: Path, work: Path) -> Iterator[list[Bench]]:
+    """Sets up benches below `work`, and takes them down on every way out, a signal included."""
+    require_localhost()
+    work = work.resolve()
+    work.mkdir(parents=True, exist_ok=True)
+    ending_signals = (signal.SIGTERM, signal.SIGHUP, signal.SIGINT)
+    former = {number: signal.signal(number, _end) for number in ending_signals}
+    processes = Processes()
+    made: list[Bench] = []
+    with open(work / "lock", "w", encoding="ascii") as lock, contextlib.ExitStack() as cleaning:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        try:
+            tool = stage_tool(binaries, bridge, work / "stage")
+            for number in range(count):
+                made.append(Bench(work / f"bench-{number}", tool, processes))
+                made[number].user.create(made[0].user.prefix if number else None)
+            for bench in made:
+                bench.user.start()
+            yield made
+        finally:
+            for number in ending_signals:
+                signal.signal(number, signal.SIG_IGN)
+            processes.refuse_more()
+            # Each step is taken even if another one fails.
+            cleaning.callback(lambda: [signal.signal(number, handler) for number, handler in former.items()])
+            cleaning.callback(processes.stop_all)
+            for bench in made:
+                cleaning.callback(bench.stop)
+
+
+def run_all(scenarios: Sequence[Scenario], ready: Sequence[Bench], accept: bool) -> int:
+    """Runs scenarios, reports in their order, and returns how many failed."""
+    free: queue.SimpleQueue[Bench] = queue.SimpleQueue()
+    for bench in ready:
+        free.put(bench)
+    failed = 0
+    executor = ThreadPoolExecutor(len(ready))
+    try:
+        for future in [executor.submit(reported, free, scenario, accept) for scenario in scenarios]:
+            report = future.result()
+            failed += bool(report.problem)
+            print(report.text, flush=True)
+    finally:
+        executor.shutdown(wait=False, cancel_futures=True)
+    print(f"{len(scenarios) - failed} passed, {failed} failed", flush=True)
+    return failed

@@ -1,0 +1,118 @@
+"""A scenario: what the user has set, what the tool is asked, and what must come of it."""
+
+from __future__ import annotations
+
+import re
+import shlex
+from collections.abc import Mapping
+from dataclasses import dataclass, field
+
+from harness.servers import PROXY_PASSWORD, SERVER_PASSWORD, Server
+from harness.wine import Settings, ToolResult
+
+DIRECT, NONE, USAGE_ERROR = "DIRECT", "NONE", ""
+
+INSECURE_ALLOWED = {"PROXYRESOLVER_ALLOW_INSECURE_AUTH_SCHEME": "1"}
+"""The environment in which the library sends a server's Basic password over plain HTTP."""
+
+WRONG_PASSWORD = "guesswork"
+
+
+def answering(result: str) -> str:
+    """A proxy script that gives the same answer for every URL."""
+    return f'function FindProxyForURL(url, host) {{ return "{result}"; }}\n'
+
+
+@dataclass(frozen=True)
+class Scenario:
+    """One run of the tool. `{name}` stands for the port of the catalogue's server of that name, in every text."""
+
+    name: str
+    """Also the name of the file in `expected/` that holds the whole transcript."""
+    command: str
+    """The tool's arguments, written as for a shell."""
+    outcome: str
+    """The line on standard output: DIRECT, NONE or a proxy's text; USAGE_ERROR if nothing is resolved."""
+    settings: Settings | None = Settings()
+    """The user's proxy settings; None for a user who has none."""
+    script: str = ""
+    """The script that is served as http://…:{web}/script.pac and lies in C:/e2e/script.pac."""
+    servers: tuple[str, ...] = ()
+    """Servers that take part without being named in a text."""
+    environment: Mapping[str, str] = field(default_factory=dict)
+    exit_code: int | None = None
+    """Follows from the outcome if not given."""
+    timeout: float = 60.0
+
+    @property
+    def expected_exit_code(self) -> int:
+        if self.exit_code is not None:
+            return self.exit_code
+        return {NONE: 2, USAGE_ERROR: 64}.get(self.outcome, 0)
+
+    @property
+    def arguments(self) -> list[str]:
+        return shlex.split(self.command)
+
+    @property
+    def texts(self) -> tuple[str, ...]:
+        """All texts in which ports are named."""
+        settings = self.settings or Settings()
+        return (self.command, self.outcome, self.script, settings.manual, settings.bypass, settings.script_url)
+
+
+def with_names(text: str, ports: Mapping[str, int]) -> str:
+    """Puts names in place of ports, and a star in place of what differs from run to run."""
+    names = {str(port): f"{{{name}}}" for name, port in ports.items()}
+    text = re.sub(r":(\d+)\b", lambda match: ":" + names.get(match[1], match[1]), text)
+    text = re.sub(r"(?m)^(\s*(?:Date|Last-Modified|Expires|ETag)): .*$", r"\1: *", text)
+    text = re.sub(r'\b(nonce|opaque)="[^"]*"', r'\1="*"', text)
+    # Error pages of Debian's servers, whose size changes with their version, and the versions themselves.
+    text = re.sub(r"(?m)^(\s*Content-Length): \d{3,}$", r"\1: *", text)
+    text = re.sub(r"\b(tinyproxy|squid|lighttpd)/[\d.]+", r"\1", text)
+    # What would be hard to read: long runs of one character, and characters that cannot be seen.
+    text = re.sub(r"(.)\1{79,}", lambda match: f"{match[1]}({len(match[0])} times)", text)
+    return re.sub(r"[\x00-\x08\x0b-\x1f\x7f]", lambda match: f"\\x{ord(match[0]):02x}", text)
+
+
+def _section(title: str, text: str) -> str:
+    lines = [f"  {line}".rstrip() for line in text.rstrip("\n").split("\n")] if text else ["  (nothing)"]
+    return "\n".join([title, *lines]) + "\n"
+
+
+def described(settings: Settings | None) -> str:
+    """A user's settings, a line for each that is on."""
+    if settings is None:
+        return "(no settings)"
+    said = [("automatic detection", settings.detect), (f"script {settings.script_url}", settings.script_url),
+            (f"manual {settings.manual}", settings.manual), (f"bypass {settings.bypass}", settings.bypass)]
+    return "\n".join(text for text, present in said if present) or "(all off)"
+
+
+def transcript(scenario: Scenario, result: ToolResult, servers: Mapping[str, Server], ports: Mapping[str, int]) -> str:
+    """Everything that a scenario compares, as text for people."""
+    environment = "".join(f"{name}={value} " for name, value in scenario.environment.items())
+    sections = [
+        _section("settings", described(scenario.settings)),
+        *([_section("script", scenario.script)] if 0 < len(scenario.script) < 1000 else []),
+        _section("command", f"{environment}kiv-resolve {scenario.command}"),
+        _section("log", with_names(result.stderr, ports)),
+        _section("outcome", with_names(result.stdout, ports)),
+        _section("exit code", str(result.exit_code)),
+        *(_section(f"requests that {name} saw", with_names("\n".join(server.accesses()), ports))
+          for name, server in servers.items() if not name.startswith("dead")),
+    ]
+    return "\n".join(sections)
+
+
+def complaints(scenario: Scenario, result: ToolResult, outcome: str) -> list[str]:
+    """What is wrong with a result whatever its recorded transcript says. `outcome` has its ports filled in."""
+    wrong = []
+    if result.exit_code != scenario.expected_exit_code:
+        wrong.append(f"exit code {result.exit_code}, expected {scenario.expected_exit_code}")
+    expected = f"{outcome}\n" if outcome else ""
+    if result.stdout != expected:
+        wrong.append(f"standard output {result.stdout!r}, expected {expected!r}")
+    wrong += [f"the output shows the password {password!r}" for password in
+              (PROXY_PASSWORD, SERVER_PASSWORD, WRONG_PASSWORD) if password in result.stdout + result.stderr]
+    return wrong

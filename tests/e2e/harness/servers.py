@@ -1,0 +1,284 @@
+"""Real servers from Debian's packages, each on loopback ports of its own with its own files and access log."""
+
+from __future__ import annotations
+
+import abc
+import functools
+import hashlib
+import os
+import re
+import shutil
+import signal
+import subprocess
+import tempfile
+from pathlib import Path
+from typing import ClassVar
+
+from harness.processes import Processes, clean_environment, free_port, wait_until_listening
+
+PROXY_USER, PROXY_PASSWORD = "alice", "opensesame"
+SERVER_USER, SERVER_PASSWORD = "bob", "letmein"
+
+
+def find_program(name: str) -> str:
+    """Finds a server's program, also where only root's PATH would find it."""
+    found = shutil.which(name) or shutil.which(name, path="/usr/sbin:/sbin")
+    if found is None:
+        raise FileNotFoundError(f"{name} is not installed")
+    return found
+
+
+@functools.cache
+def user_namespace() -> list[str]:
+    """The beginning of a command that runs a program as one that is not root, with root's files; empty if not needed
+    or not allowed here."""
+    beginning = ["unshare", "--user", "--map-user=13", "--map-group=13"]
+    if os.geteuid() != 0 or subprocess.run([*beginning, "true"], capture_output=True, check=False).returncode != 0:
+        return []
+    return beginning
+
+
+class Server(abc.ABC):
+    """Something that scenarios name by its ports, and whose access log they compare."""
+
+    ports: dict[str, int]
+
+    @abc.abstractmethod
+    def start(self) -> None:
+        """Chooses the ports and serves."""
+
+    @abc.abstractmethod
+    def stop(self) -> None:
+        """Stops serving; does nothing if it does not serve."""
+
+    @abc.abstractmethod
+    def mark(self) -> None:
+        """Forgets the access log so far: a scenario begins."""
+
+    @abc.abstractmethod
+    def accesses(self) -> list[str]:
+        """The access log since the last mark, a line per request in a form that all runs share."""
+
+
+class DebianServer(Server):
+    """A server program with a configuration file and an access log in a folder of its own."""
+
+    program: ClassVar[str]
+    port_names: ClassVar[tuple[str, ...]] = ()
+
+    def __init__(self, name: str, folder: Path, processes: Processes) -> None:
+        self.name = name
+        self.folder = folder
+        self.ports = {}
+        self._processes = processes
+        self._process: subprocess.Popen[bytes] | None = None
+        self._marked = 0
+
+    @property
+    def access_log(self) -> Path:
+        return self.folder / "access.log"
+
+    @abc.abstractmethod
+    def configure(self) -> list[str]:
+        """Writes the configuration into the folder; returns the command that serves it."""
+
+    def start(self) -> None:
+        self.prepare_folder()
+        for _ in range(5):
+            # Between the choice of a port and its use somebody else may take it; then others are chosen.
+            self.ports = {name: free_port() for name in (self.name, *self.port_names)}
+            self._process = self._processes.start(
+                self.configure(), self.folder / "output.log", environment=clean_environment())
+            if wait_until_listening(self._process, self.ports[self.name]):
+                return
+        raise RuntimeError(f"{self.name} does not start:\n{(self.folder / 'output.log').read_text()}")
+
+    def prepare_folder(self) -> None:
+        shutil.rmtree(self.folder, ignore_errors=True)
+        self.folder.mkdir(parents=True)
+        self.access_log.touch()
+
+    def stop(self) -> None:
+        if self._process is not None:
+            self._processes.stop(self._process)
+            self._process = None
+
+    def mark(self) -> None:
+        self.flush_log()
+        self._marked = self.access_log.stat().st_size
+
+    def accesses(self) -> list[str]:
+        self.flush_log()
+        with open(self.access_log, encoding="utf-8", errors="replace") as log:
+            log.seek(self._marked)
+            lines = (self.read_access(line) for line in log.read().splitlines())
+            return [line for line in lines if line]
+
+    def flush_log(self) -> None:
+        """Makes the server write what it still holds back."""
+
+    def read_access(self, line: str) -> str | None:
+        """Turns a line of the log into what scenarios compare; nothing for a line that is not about a request."""
+        return line
+
+
+class Tinyproxy(DebianServer):
+    """tinyproxy, open to all or with Basic authentication."""
+
+    program = "tinyproxy"
+
+    def __init__(self, name: str, folder: Path, processes: Processes, basic: bool = False) -> None:
+        super().__init__(name, folder, processes)
+        self._basic = basic
+
+    def configure(self) -> list[str]:
+        lines = [f"Port {self.ports[self.name]}", "Listen 127.0.0.1", "Timeout 60", "MaxClients 100",
+                 f'LogFile "{self.access_log}"', "LogLevel Connect", 'ViaProxyName "tinyproxy"']
+        if self._basic:
+            lines.append(f"BasicAuth {PROXY_USER} {PROXY_PASSWORD}")
+        configuration = self.folder / "tinyproxy.conf"
+        configuration.write_text("\n".join(lines) + "\n")
+        return [find_program(self.program), "-d", "-c", str(configuration)]
+
+    def read_access(self, line: str) -> str | None:
+        request = re.search(r"Request \(file descriptor \d+\): (.*) HTTP/[\d.]+$", line)
+        return request[1] if request else None
+
+
+class Squid(DebianServer):
+    """squid, open to all or with one authentication scheme ("basic", "digest" or "ntlm")."""
+
+    program = "squid"
+    helpers = Path("/usr/lib/squid")
+
+    def __init__(self, name: str, folder: Path, processes: Processes, scheme: str | None = None) -> None:
+        self._disguise = user_namespace()
+        # Started by root it becomes user "proxy", who may not enter root's folders, unless it takes itself for that user.
+        self._drops_root = os.geteuid() == 0 and not self._disguise
+        super().__init__(name, Path(tempfile.mkdtemp(prefix=f"kiv-e2e-{name}-")) if self._drops_root else folder,
+                         processes)
+        self._scheme = scheme
+        self._service = f"e2e{name.replace('_', '')}{os.getpid()}x{id(self):x}"
+
+    def prepare_folder(self) -> None:
+        super().prepare_folder()
+        if self._drops_root:
+            shutil.chown(self.folder, "proxy", "proxy")
+            shutil.chown(self.access_log, "proxy", "proxy")
+
+    def stop(self) -> None:
+        super().stop()
+        if self._drops_root:
+            shutil.rmtree(self.folder, ignore_errors=True)
+        # Shared memory, which it removes itself when it is not killed.
+        for segment in Path("/dev/shm").glob(f"{self._service}-*.shm"):
+            segment.unlink(missing_ok=True)
+
+    def configure(self) -> list[str]:
+        hosts = self.folder / "hosts"
+        hosts.write_text("127.0.0.1 localhost\n")
+        lines = [f"http_port 127.0.0.1:{self.ports[self.name]}", "visible_hostname squid.test", "cache deny all",
+                 "logformat e2e %rm %ru %>Hs", f"access_log stdio:{self.access_log} logformat=e2e",
+                 f"cache_log {self.folder / 'cache.log'}", f"coredump_dir {self.folder}", "pid_filename none",
+                 "netdb_filename none", "pinger_enable off", "shutdown_lifetime 0 seconds", "cache_mem 8 MB",
+                 "max_filedescriptors 1024", "httpd_suppress_version_string on", "icp_port 0",
+                 "udp_incoming_address 127.0.0.1", "udp_outgoing_address 127.0.0.1", "forwarded_for delete",
+                 # The error pages of the base package, whichever translations are installed.
+                 "error_directory /usr/share/squid/errors/templates",
+                 # It asks name servers by itself, and not every machine has a hosts file.
+                 f"hosts_file {hosts}", *self._authentication()]
+        configuration = self.folder / "squid.conf"
+        configuration.write_text("\n".join(lines) + "\n")
+        return [*self._disguise, find_program(self.program), "-N", "-n", self._service, "-f", str(configuration)]
+
+    def _authentication(self) -> list[str]:
+        if self._scheme is None:
+            return ["http_access allow all"]
+        helper = {"basic": self._basic, "digest": self._digest, "ntlm": self._ntlm}[self._scheme]()
+        return [f"auth_param {self._scheme} program {helper}", f"auth_param {self._scheme} children 2 startup=1",
+                *([] if self._scheme == "ntlm" else [f"auth_param {self._scheme} realm proxy"]),
+                "acl known proxy_auth REQUIRED", "http_access allow known", "http_access deny all"]
+
+    def _basic(self) -> str:
+        hashed = subprocess.run(["openssl", "passwd", "-1", PROXY_PASSWORD], check=True, capture_output=True, text=True)
+        passwords = self.folder / "passwords"
+        passwords.write_text(f"{PROXY_USER}:{hashed.stdout.strip()}\n")
+        return f"{self.helpers / 'basic_ncsa_auth'} {passwords}"
+
+    def _digest(self) -> str:
+        secret = hashlib.md5(f"{PROXY_USER}:proxy:{PROXY_PASSWORD}".encode()).hexdigest()
+        passwords = self.folder / "passwords"
+        passwords.write_text(f"{PROXY_USER}:proxy:{secret}\n")
+        return f"{self.helpers / 'digest_file_auth'} -c {passwords}"
+
+    def _ntlm(self) -> str:
+        return str(self.helpers / "ntlm_fake_auth")
+
+    def read_access(self, line: str) -> str | None:
+        # The harness's own look whether squid listens yet is logged as a transaction without a request.
+        return None if "error:transaction-end-before-headers" in line else line
+
+
+class Lighttpd(DebianServer):
+    """lighttpd as the target: `/ok`, the same behind a password below `/basic/` and `/digest/`, and the script.
+
+    Its second port serves the same over TLS, with a certificate that nobody has signed but its own key.
+    """
+
+    program = "lighttpd"
+
+    @property
+    def port_names(self) -> tuple[str, ...]:  # type: ignore[override]
+        return (f"{self.name}_tls",)
+
+    @property
+    def root(self) -> Path:
+        """The folder whose files are served."""
+        return self.folder / "root"
+
+    def prepare_folder(self) -> None:
+        super().prepare_folder()
+        for folder in (self.root, self.root / "basic", self.root / "digest"):
+            folder.mkdir()
+            (folder / "ok").write_text("ok\n")
+        (self.folder / "passwords").write_text(f"{SERVER_USER}:{SERVER_PASSWORD}\n")
+        subprocess.run(
+            ["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=localhost",
+             "-addext", "subjectAltName=DNS:localhost,IP:127.0.0.1", "-keyout", str(self.folder / "key.pem"),
+             "-out", str(self.folder / "certificate.pem")], check=True, capture_output=True)
+
+    def configure(self) -> list[str]:
+        protected = ", ".join(
+            f'"/{scheme}/" => ("method" => "{scheme}", "realm" => "{scheme}", "require" => "valid-user")'
+            for scheme in ("basic", "digest"))
+        configuration = self.folder / "lighttpd.conf"
+        configuration.write_text(f"""
+server.bind = "127.0.0.1"
+server.port = {self.ports[self.name]}
+server.document-root = "{self.root}"
+server.tag = "lighttpd"
+# The script changes with every scenario; what was cached a moment ago is wrong.
+server.stat-cache-engine = "disable"
+server.modules = ("mod_auth", "mod_authn_file", "mod_accesslog", "mod_openssl")
+server.errorlog = "{self.folder / 'error.log'}"
+accesslog.filename = "{self.access_log}"
+accesslog.format = "%r %>s"
+mimetype.assign = (".pac" => "application/x-ns-proxy-autoconfig", "" => "text/plain")
+auth.backend = "plain"
+auth.backend.plain.userfile = "{self.folder / 'passwords'}"
+auth.require = ({protected})
+$SERVER["socket"] == "127.0.0.1:{self.ports[self.name + '_tls']}" {{
+  ssl.engine = "enable"
+  ssl.pemfile = "{self.folder / 'certificate.pem'}"
+  ssl.privkey = "{self.folder / 'key.pem'}"
+}}
+""")
+        return [find_program(self.program), "-D", "-f", str(configuration)]
+
+    def flush_log(self) -> None:
+        # It writes its log every few seconds, and at once when told to open the file anew.
+        if self._process is not None:
+            self._process.send_signal(signal.SIGHUP)
+
+    def read_access(self, line: str) -> str | None:
+        return re.sub(r" HTTP/[\d.]+ ", " ", line)

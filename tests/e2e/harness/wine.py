@@ -1,0 +1,174 @@
+"""A Windows user of our own in Wine: a private prefix, the user's proxy settings, and the shipped tool run as that user."""
+
+from __future__ import annotations
+
+import os
+import re
+import shutil
+import struct
+import subprocess
+import time
+from collections.abc import Mapping, Sequence
+from dataclasses import dataclass
+from pathlib import Path
+
+from harness.processes import Processes, clean_environment
+
+CONNECTIONS_KEY = r"HKCU\Software\Microsoft\Windows\CurrentVersion\Internet Settings\Connections"
+SETTINGS_VALUE = "DefaultConnectionSettings"
+NOT_STARTED = "Application could not be started"
+
+
+@dataclass(frozen=True)
+class Settings:
+    """The user's proxy settings, as the dialog of Windows shows them."""
+
+    detect: bool = False
+    script_url: str = ""
+    manual: str = ""
+    bypass: str = ""
+
+    def encoded(self) -> bytes:
+        """The registry's form: version, counter, flags, three texts with their lengths, and room that is never used."""
+        flags = 1 | (2 if self.manual else 0) | (4 if self.script_url else 0) | (8 if self.detect else 0)
+        texts = (text.encode("cp1252") for text in (self.manual, self.bypass, self.script_url))
+        return (struct.pack("<III", 0x46, 0, flags)
+                + b"".join(struct.pack("<I", len(text)) + text for text in texts) + bytes(32))
+
+
+@dataclass(frozen=True)
+class ToolResult:
+    """What a program left behind."""
+
+    exit_code: int
+    stdout: str
+    stderr: str
+
+
+def program_text(output: Path) -> str:
+    """What a Windows program wrote, without what Wine says when a program ends while one of its threads still works."""
+    text = output.read_bytes().decode("utf-8", "replace").replace("\r\n", "\n")
+    return re.sub(r"(?m)^wine client error:.*\n", "", text)
+
+
+def wine_library() -> Path:
+    """Finds Wine's own winhttp.dll where Debian's package puts it."""
+    listing = subprocess.run(["dpkg", "-L", "libwine"], capture_output=True, text=True, check=False).stdout.splitlines()
+    found = [Path(line) for line in listing if line.endswith("/x86_64-windows/winhttp.dll")]
+    if not found:
+        raise FileNotFoundError("no winhttp.dll in the package libwine: is wine64 installed?")
+    return found[0]
+
+
+def stage_tool(binaries: Path, bridge: Path, stage: Path) -> Path:
+    """Lays the shipped files beside the bridge and a renamed copy of Wine's library; returns the tool's path there."""
+    shutil.rmtree(stage, ignore_errors=True)
+    stage.mkdir(parents=True)
+    for source in (binaries / "kiv.dll", binaries / "kiv-resolve.exe", bridge / "winhttp.dll"):
+        shutil.copy2(source, stage)
+    shutil.copy2(wine_library(), stage / "winhttp_wine.dll")
+    return stage / "kiv-resolve.exe"
+
+
+class WineUser:
+    """A private prefix with a server that stays up between runs, so that starting a program takes a fraction of a second."""
+
+    def __init__(self, folder: Path, processes: Processes) -> None:
+        self.prefix = folder / "prefix"
+        self._folder = folder
+        self._processes = processes
+        self._server: subprocess.Popen[bytes] | None = None
+        self._written: Settings | None = None
+        self._settings_known = False
+
+    def environment(self, **additions: str) -> dict[str, str]:
+        return clean_environment(
+            HOME=str(self._folder / "home"), WINEPREFIX=str(self.prefix), WINEDEBUG="-all",
+            WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d;winhttp=n,b", **additions)
+
+    def create(self, model: Path | None = None) -> None:
+        """Makes the prefix if it is not there, from another one if `model` names it, which must be at rest."""
+        (self._folder / "home").mkdir(parents=True, exist_ok=True)
+        # A run that was killed may have left its server behind.
+        self._end_programs()
+        made = self.prefix / ".made"
+        if not made.exists():
+            shutil.rmtree(self.prefix, ignore_errors=True)
+            if model is not None:
+                self._clone(model)
+            else:
+                self._must("wineboot", "--init", timeout=300)
+                self._must("wineserver", "--wait", timeout=60)
+            made.touch()
+        (self.prefix / "drive_c" / "e2e").mkdir(exist_ok=True)
+
+    def start(self) -> None:
+        """Starts the prefix's server, and Wine's services, which are not to be part of a scenario."""
+        self._server = self._processes.start(
+            ["wineserver", "--persistent", "--foreground"], self._folder / "wineserver.log",
+            environment=self.environment())
+        self._must("wine", "cmd", "/c", "ver")
+
+    def _clone(self, model: Path) -> None:
+        # Nobody changes Windows' own files, which are most of the prefix: links do. The registry is copied.
+        shutil.copytree(model, self.prefix, symlinks=True, copy_function=os.link,
+                        ignore=shutil.ignore_patterns(".made", "e2e"))
+        for registry in self.prefix.glob("*.reg"):
+            registry.unlink()
+            shutil.copy2(model / registry.name, registry)
+
+    def stop(self) -> None:
+        """Ends every program of this prefix, and its server."""
+        if self._server is None:
+            return
+        self._end_programs()
+        deadline = time.monotonic() + 10
+        while self._server.poll() is None and time.monotonic() < deadline:
+            time.sleep(0.02)
+        self._processes.stop(self._server)
+        self._server = None
+
+    def _end_programs(self) -> None:
+        subprocess.run(["wineserver", "--kill"], env=self.environment(), stdin=subprocess.DEVNULL,
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=30, check=False)
+
+    def write_settings(self, settings: Settings | None) -> None:
+        """Makes `settings` the user's; none at all for a user who never opened the dialog."""
+        if self._settings_known and self._written == settings:
+            return
+        self._settings_known = False
+        if settings is None:
+            # It fails if there is no such value, which is what is wanted.
+            self._run(["wine", "reg", "delete", CONNECTIONS_KEY, "/v", SETTINGS_VALUE, "/f"])
+        else:
+            self._must("wine", "reg", "add", CONNECTIONS_KEY, "/v", SETTINGS_VALUE, "/t", "REG_BINARY", "/d",
+                      settings.encoded().hex(), "/f")
+        self._written = settings
+        self._settings_known = True
+
+    def write_file(self, name: str, text: str) -> None:
+        """Writes a file that the user knows as C:/e2e/NAME."""
+        (self.prefix / "drive_c" / "e2e" / name).write_text(text)
+
+    def run_tool(self, tool: Path, arguments: Sequence[str], environment: Mapping[str, str],
+                 timeout: float) -> ToolResult:
+        """Runs the tool to its end."""
+        return self._run(["wine", str(tool), *arguments], environment, timeout)
+
+    def _run(self, command: Sequence[str], environment: Mapping[str, str] | None = None,
+             timeout: float = 60) -> ToolResult:
+        stdout, stderr = (self._folder / f"program.{stream}" for stream in ("stdout", "stderr"))
+        # On a busy machine Wine now and then fails to start a program at all; nothing has happened then.
+        for _ in range(3):
+            for output in (stdout, stderr):
+                output.write_bytes(b"")
+            code = self._processes.run(command, stdout, stderr, self.environment(**(environment or {})), timeout)
+            result = ToolResult(code, program_text(stdout), program_text(stderr))
+            if NOT_STARTED not in result.stdout + result.stderr:
+                break
+        return result
+
+    def _must(self, *command: str, timeout: float = 60) -> None:
+        result = self._run(command, timeout=timeout)
+        if result.exit_code != 0:
+            raise RuntimeError(f"{' '.join(command)} ended with {result.exit_code}:\n{result.stdout}{result.stderr}")

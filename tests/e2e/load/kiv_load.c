@@ -1,0 +1,169 @@
+/* Resolves one URL again and again on several threads through two proxies, with the shipped kiv.dll, and tells whether
+ * handles or memory grow once everything is warm.
+ *
+ *   kiv_load URL PROXY PROXY THREADS RESOLUTIONS [SECONDS]
+ *
+ * Each thread does RESOLUTIONS, and goes on in rounds of as many until SECONDS are over. Exit code 0 if every
+ * resolution found the proxy that it preferred and nothing grew.
+ */
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <wchar.h>
+
+#include <windows.h>
+
+#include <psapi.h>
+#include <winternl.h>
+
+#include "kiv/kiv.h"
+
+enum { MOST_THREADS = 64, WARM_UP = 20 };
+
+/* Threads of the system come and go; a leak of one handle in each resolution is far beyond this. */
+enum { HANDLE_MARGIN = 32, MEMORY_MARGIN_KIB = 8 * 1024 };
+
+struct work {
+  const wchar_t* url;
+  const wchar_t* proxies[2];
+  unsigned resolutions;
+};
+
+/* One thread's host: its own client and logger. */
+struct host {
+  KivHttpClient* client;
+  KivLogger* logger;
+  unsigned lines;
+};
+
+static LONG volatile failures;
+
+static void count_line(void* context, const KivLog* log) {
+  (void)log;
+  ++((struct host*)context)->lines;
+}
+static int keep(const void* context, KivProxyConfig* candidate) {
+  (void)context, (void)candidate;
+  return 1;
+}
+static KivCred* no_server_cred(const void* context, const wchar_t* url) {
+  (void)context, (void)url;
+  return KivCred_None();
+}
+static KivCred* no_proxy_cred(const void* context, KivProxyConfig* proxy) {
+  (void)context, (void)proxy;
+  return KivCred_None();
+}
+static int test(const void* client, const void* host) {
+  return KivHttpClient_Head(client, ((const struct host*)host)->logger);
+}
+static void set_cred(void* client, KivCred* cred) {
+  KivHttpClient_SetServerCred(client, cred);
+  KivCred_Destruct(cred);
+}
+static void set_proxy(void* client, KivProxyConfig* proxy) { KivHttpClient_SetProxy(client, proxy); }
+static KivLogger* logger_of(const void* host) { return ((const struct host*)host)->logger; }
+
+static void resolve_once(const struct work* work, unsigned round) {
+  KivProxyConfig* preferred = KivProxyConfig_Parse(work->proxies[round % 2], NULL);
+  struct host host = {KivHttpClient_Create(work->url, L"kiv_load", 0), NULL, 0};
+  host.logger = KivLogger_Construct(&host, count_line);
+  KivProxyConfig* found =
+      KivProxyResolver_Resolve(work->url, L"kiv_load", NULL, preferred, NULL, &host, keep, &host, no_server_cred, &host,
+                               no_proxy_cred, host.client, test, set_cred, set_proxy, &host, logger_of);
+  const int right = KivProxyConfig_IsHttp(found) &&
+                    KivProxyConfig_Port(found, 0) == KivProxyConfig_Port(preferred, 0) && host.lines > 0;
+  if (!right) InterlockedIncrement(&failures);
+  KivProxyConfig_Destruct(found);
+  KivLogger_Destruct(host.logger);
+  KivHttpClient_Destruct(host.client);
+  KivProxyConfig_Destruct(preferred);
+}
+
+static DWORD WINAPI run_thread(void* parameter) {
+  const struct work* work = parameter;
+  for (unsigned i = 0; i < work->resolutions; ++i) resolve_once(work, i + GetCurrentThreadId() / 4);
+  return 0;
+}
+
+static void run_round(struct work work, unsigned resolutions, unsigned threads) {
+  HANDLE handles[MOST_THREADS];
+  work.resolutions = resolutions;
+  for (unsigned i = 0; i < threads; ++i) handles[i] = CreateThread(NULL, 0, run_thread, &work, 0, NULL);
+  WaitForMultipleObjects(threads, handles, TRUE, INFINITE);
+  for (unsigned i = 0; i < threads; ++i) CloseHandle(handles[i]);
+}
+
+/* One handle of any process, as the system lists them. */
+struct system_handle {
+  USHORT process;
+  USHORT trace;
+  UCHAR type;
+  UCHAR flags;
+  USHORT value;
+  void* object;
+  ULONG access;
+};
+struct system_handles {
+  ULONG count;
+  struct system_handle handles[];
+};
+
+/* GetProcessHandleCount says 0 in Wine, which does keep the whole system's list. */
+static DWORD count_handles(void) {
+  enum { SIZE = 4 << 20 };
+  const SYSTEM_INFORMATION_CLASS system_handles = (SYSTEM_INFORMATION_CLASS)16;
+  struct system_handles* list = malloc(SIZE);
+  DWORD count = 0;
+  if (list && NtQuerySystemInformation(system_handles, list, SIZE, NULL) == 0) {
+    for (ULONG i = 0; i < list->count; ++i) count += list->handles[i].process == (USHORT)GetCurrentProcessId();
+  }
+  free(list);
+  return count;
+}
+
+struct usage {
+  DWORD handles;
+  uint64_t private_kib;
+};
+
+static struct usage usage_now(void) {
+  struct usage usage = {count_handles(), 0};
+  PROCESS_MEMORY_COUNTERS memory = {.cb = sizeof memory};
+  if (K32GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof memory)) {
+    usage.private_kib = memory.WorkingSetSize / 1024;
+  }
+  return usage;
+}
+
+static void print_usage(const wchar_t* when, struct usage usage) {
+  wprintf(L"%ls: %lu handles, %llu KiB\n", when, (unsigned long)usage.handles, (unsigned long long)usage.private_kib);
+}
+
+int wmain(int count, wchar_t** arguments) {
+  if (count < 6) {
+    fwprintf(stderr, L"usage: kiv_load URL PROXY PROXY THREADS RESOLUTIONS [SECONDS]\n");
+    return 64;
+  }
+  const struct work work = {arguments[1], {arguments[2], arguments[3]}, 0};
+  const unsigned wanted = (unsigned)_wtoi(arguments[4]);
+  const unsigned threads = wanted < MOST_THREADS ? wanted : MOST_THREADS;
+  const unsigned resolutions = (unsigned)_wtoi(arguments[5]);
+  const ULONGLONG duration = count > 6 ? (ULONGLONG)_wtoi(arguments[6]) * 1000 : 0;
+
+  run_round(work, WARM_UP, threads);
+  const struct usage warm = usage_now();
+  print_usage(L"warm", warm);
+  const ULONGLONG start = GetTickCount64();
+  unsigned rounds = 0;
+  do {
+    run_round(work, resolutions, threads);
+    ++rounds;
+  } while (GetTickCount64() - start < duration);
+  const struct usage end = usage_now();
+  print_usage(L"end", end);
+  wprintf(L"%u resolutions in %llu ms, %ld failed\n", rounds * resolutions * threads,
+          (unsigned long long)(GetTickCount64() - start), (long)failures);
+  const int grew = end.handles > warm.handles + HANDLE_MARGIN || end.private_kib > warm.private_kib + MEMORY_MARGIN_KIB;
+  return failures == 0 && !grew ? 0 : 1;
+}

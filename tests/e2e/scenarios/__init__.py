@@ -1,0 +1,10 @@
+"""All scenarios, in the order in which they run."""
+
+from scenarios import bypass, proxies, settings, sources, targets, usage
+
+_MODULES = (usage, settings, sources, bypass, proxies, targets)
+
+SCENARIOS = [scenario for module in _MODULES for scenario in module.SCENARIOS]
+
+_names = [scenario.name for scenario in SCENARIOS]
+assert len(_names) == len(set(_names)), "two scenarios have the same name"

@@ -1,0 +1,103 @@
+// Tests of formatting into a text of just the needed size.
+#include "log/format.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <new>
+#include <string>
+
+#include "platform/memory_watch.h"
+
+namespace kiv::impl {
+namespace {
+
+using test::MemoryWatch;
+
+TEST(FormatTest, WritesEachConversionAtItsLimits) {
+  const struct {
+    std::wstring formatted;
+    const wchar_t* expected;
+  } cases[] = {
+      {format(L"%d", 0), L"0"},
+      {format(L"%d", 7), L"7"},
+      {format(L"%d", -1), L"-1"},
+      {format(L"%d", INT_MAX), L"2147483647"},
+      {format(L"%d", INT_MIN), L"-2147483648"},
+      {format(L"%lu", 0UL), L"0"},
+      {format(L"%lu", 12180UL), L"12180"},
+      {format(L"%lu", 0x80000000UL), L"2147483648"},
+      {format(L"%lu", 0xFFFFFFFFUL), L"4294967295"},
+      {format(L"%ls", L""), L""},
+      {format(L"%ls", L"text"), L"text"},
+      {format(L"%ls", L"%d %ls %n"), L"%d %ls %n"},
+      {format(L"%ls", L" \r\n\t "), L" \r\n\t "},
+      {format(L"%%"), L"%"},
+      {format(L""), L""},
+      {format(L"no conversion"), L"no conversion"},
+      {format(L"%ls: %d of %d, code %lu", L"gate", 2, 3, 5UL), L"gate: 2 of 3, code 5"},
+  };
+  for (const auto& [formatted, expected] : cases) EXPECT_EQ(formatted, expected);
+}
+
+TEST(FormatTest, KeepsCharactersOfEveryLanguage) {
+  const wchar_t* const text = L"Pr\u00FCfung \u0416 \u65E5\u672C\u8A9E \U0001F600";
+  EXPECT_EQ(format(L"%ls", text), text);
+  EXPECT_EQ(format(L"\u65E5 %ls \u00FC %d", text, 1), std::wstring(L"\u65E5 ") + text + L" \u00FC 1");
+}
+
+TEST(FormatTest, ResultIsAsLongAsItsCharactersWhateverTheLength) {
+  for (const std::size_t length :
+       {1U, 6U, 7U, 8U, 255U, 256U, 511U, 512U, 1023U, 1024U, 4095U, 4096U, 32768U, 65536U, 100'000U}) {
+    const std::wstring text(length, L'\u00E9');
+    const std::wstring formatted = format(L"%ls", text.c_str());
+    EXPECT_EQ(formatted.size(), length);
+    EXPECT_EQ(formatted, text);
+    EXPECT_EQ(formatted.c_str()[length], L'\0');
+    EXPECT_EQ(format(L"<%ls|%d>", text.c_str(), -1), L"<" + text + L"|-1>");
+  }
+}
+
+TEST(FormatTest, LongFormatTextIsWrittenWhole) {
+  const std::wstring text(100'000, L'x');
+  EXPECT_EQ(format((text + L"%d" + text).c_str(), 5), text + L"5" + text);
+}
+
+TEST(FormatTest, NeedsOneAllocationForALongTextAndNoneForAShortOne) {
+  const MemoryWatch::AllocationFailure counter(0);
+  EXPECT_EQ(format(L"%d", 12).size(), 2U);
+  EXPECT_EQ(counter.count(), 0U);
+  EXPECT_EQ(format(L"%ls", L"a text that is too long for the text's own room").size(), 47U);
+  EXPECT_EQ(counter.count(), 1U);
+}
+
+TEST(FormatTest, ThrowsWhenMemoryRunsOut) {
+  const MemoryWatch::Scope scope;
+  bool thrown = false;
+  {
+    const MemoryWatch::AllocationFailure failure(1);
+    try {
+      (void)format(L"%ls", L"a text that is too long for the text's own room");
+    } catch (const std::bad_alloc&) {
+      thrown = true;
+    }
+  }
+  EXPECT_TRUE(thrown);
+  EXPECT_EQ(scope.liveBlocks(), 0U);
+}
+
+TEST(FormatTest, FailureOfASystemCallNamesTheCallAndItsErrorCode) {
+  const struct {
+    const wchar_t* call;
+    DWORD error;
+    const wchar_t* expected;
+  } cases[] = {
+      {L"WinHttpOpen", 12007, L"WinHttpOpen failed. ErrorCode = 12007"},
+      {L"WinHttpSendRequest", 0, L"WinHttpSendRequest failed. ErrorCode = 0"},
+      {L"X", 0xFFFFFFFF, L"X failed. ErrorCode = 4294967295"},
+  };
+  for (const auto& [call, error, expected] : cases) EXPECT_EQ(failureOf(call, error), expected);
+}
+
+}  // namespace
+}  // namespace kiv::impl

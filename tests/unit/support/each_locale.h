@@ -1,0 +1,41 @@
+// Tests that are repeated in each locale that there is for them: what is a blank, a digit or a capital depends on it.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <locale>
+#include <string>
+
+namespace kiv::test {
+
+// Makes a locale the global one, of C++ and of C, for as long as it lives.
+class GlobalLocale {
+ public:
+  explicit GlobalLocale(const char* name) : before_(std::locale::global(std::locale(name))) {}
+  ~GlobalLocale() { std::locale::global(before_); }
+  GlobalLocale(const GlobalLocale&) = delete;
+  GlobalLocale& operator=(const GlobalLocale&) = delete;
+
+ private:
+  std::locale before_;
+};
+
+class EachLocaleTest : public ::testing::TestWithParam<const char*> {
+ private:
+  GlobalLocale locale_{GetParam()};
+};
+
+inline std::string nameOfLocale(const ::testing::TestParamInfo<const char*>& info) {
+  return std::string(info.param) == "C" ? "C" : "Utf8";
+}
+
+// On Windows the C library knows all of Unicode even in the "C" locale, elsewhere only in this other one.
+#ifdef _WIN32
+#define KIV_EACH_LOCALE(Suite) \
+  INSTANTIATE_TEST_SUITE_P(Locale, Suite, ::testing::Values("C"), ::kiv::test::nameOfLocale)
+#else
+#define KIV_EACH_LOCALE(Suite) \
+  INSTANTIATE_TEST_SUITE_P(Locale, Suite, ::testing::Values("C", "C.UTF-8"), ::kiv::test::nameOfLocale)
+#endif
+
+}  // namespace kiv::test

@@ -1,0 +1,59 @@
+// Tests of the small operations on text.
+#include "support/text.h"
+
+#include <gtest/gtest.h>
+
+#include <cwctype>
+#include <limits>
+#include <string>
+#include <string_view>
+
+#include "unit/support/each_locale.h"
+
+namespace kiv::test {
+namespace {
+
+using support::decimal;
+using support::toLower;
+using support::trim;
+
+TEST(TextTest, LowersTheCaseOfLettersAndOfNothingElse) {
+  EXPECT_EQ(toLower(L"HtTpS://A.B-C_1@[`{"), L"https://a.b-c_1@[`{");
+  EXPECT_EQ(toLower(L""), L"");
+}
+
+TEST(TextTest, TrimsEveryKindOfBlankAtBothEnds) {
+  EXPECT_EQ(trim(L" \t\r\n\v\fa \t b\f\v\n\r\t "), L"a \t b");
+  EXPECT_EQ(trim(L"a"), L"a");
+  EXPECT_EQ(trim(L" \t"), L"");
+  EXPECT_EQ(trim(L""), L"");
+}
+
+TEST(TextTest, TrimsToAPartOfTheTextItself) {
+  constexpr std::wstring_view text = L"  ab ";
+  EXPECT_EQ(trim(text).data(), text.data() + 2);
+  EXPECT_EQ(trim(text).size(), 2U);
+}
+
+TEST(TextTest, WritesPlainDecimalDigits) {
+  EXPECT_EQ(decimal(0), L"0");
+  EXPECT_EQ(decimal(65535), L"65535");
+  EXPECT_EQ(decimal(-1), L"-1");
+  EXPECT_EQ(decimal(std::numeric_limits<int>::max()), L"2147483647");
+  EXPECT_EQ(decimal(std::numeric_limits<int>::min()), L"-2147483648");
+}
+
+class TextInALocaleTest : public EachLocaleTest {};
+
+TEST_P(TextInALocaleTest, ClassifiesEveryCharacterAsTheCLibraryDoes) {
+  for (wchar_t c = 1; c < 0xFFFF; ++c) {
+    const std::wstring text(1, c);
+    ASSERT_EQ(trim(text).empty(), std::iswspace(static_cast<wint_t>(c)) != 0) << static_cast<int>(c);
+    ASSERT_EQ(toLower(text)[0], static_cast<wchar_t>(std::towlower(static_cast<wint_t>(c)))) << static_cast<int>(c);
+  }
+}
+
+KIV_EACH_LOCALE(TextInALocaleTest);
+
+}  // namespace
+}  // namespace kiv::test
