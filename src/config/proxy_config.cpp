@@ -43,7 +43,7 @@ ProxyKind kindOf(std::wstring_view scheme) {
   return found == kSchemeWords.end() ? ProxyKind::None : found->kind;
 }
 
-// Joins the pieces into a buffer of just the size, so that no growth leaves a copy behind.
+// Joins the pieces into a buffer of just the size.
 SecureString join(std::initializer_list<std::wstring_view> pieces) {
   std::size_t length = 0;
   for (const std::wstring_view piece : pieces) length += piece.size();

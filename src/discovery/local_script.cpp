@@ -13,7 +13,7 @@ namespace {
 
 // The engine's entry points, as it publishes them; the tables that describe a script in memory are never given.
 using InitializeFn = BOOL(CALLBACK*)(DWORD version, LPSTR scriptPath, LPSTR mimeType, void* callbacks, void* script);
-using GetProxyInfoFn = BOOL(CALLBACK*)(LPCSTR url, DWORD urlLength, LPCSTR host, DWORD hostLength, LPSTR* answer,
+using GetProxyInfoFn = BOOL(CALLBACK*)(LPCSTR url, DWORD urlLength, LPSTR host, DWORD hostLength, LPSTR* answer,
                                        DWORD* answerLength);
 
 // The engine speaks the code page of the thread. Nothing if the text cannot be converted.
@@ -72,10 +72,10 @@ bool EvaluateLocalPacScript(const std::wstring& autoConfigUrl, const std::wstrin
   if (!getProxyInfo) return false;
 
   const std::optional<std::string> url = toNarrow(targetUrl);
-  const std::optional<std::string> name = toNarrow(host);
+  std::optional<std::string> name = toNarrow(host);
   if (!url || !name) return false;
   DWORD length = 0;
-  const bool answered = getProxyInfo(url->c_str(), static_cast<DWORD>(url->size()), name->c_str(),
+  const bool answered = getProxyInfo(url->c_str(), static_cast<DWORD>(url->size()), name->data(),
                                      static_cast<DWORD>(name->size()), answer.receive(), &length);
   if (!answered || !answer) return false;
   (void)ParsePacProxyList(toWide(answer.get(), length), candidates);

@@ -14,7 +14,8 @@
 namespace kiv::impl {
 namespace {
 
-bool endsLine(wchar_t c) { return c == L'\n' || c == L'\r'; }
+// The line terminators of ECMAScript.
+bool endsLine(wchar_t c) { return c == L'\n' || c == L'\r' || c == L'\x2028' || c == L'\x2029'; }
 
 }  // namespace
 

@@ -3,6 +3,8 @@
 
 #include <regex>
 
+#include "oracle/whole_match.h"
+
 namespace kiv::test {
 
 struct AddressOracle::Expression {
@@ -15,8 +17,8 @@ AddressOracle::AddressOracle() : expression_(std::make_unique<Expression>()) {}
 AddressOracle::~AddressOracle() = default;
 
 std::optional<AddressOracle::Groups> AddressOracle::split(std::wstring_view text) const {
-  std::wcmatch match;
-  if (!std::regex_match(text.data(), text.data() + text.size(), match, expression_->compiled)) return std::nullopt;
+  WholeMatch match;
+  if (!matchesWhole(text, expression_->compiled, match)) return std::nullopt;
   Groups groups;
   for (std::size_t i = 0; i < groups.size(); ++i) {
     if (match[i + 1].matched) groups[i] = {match[i + 1].first, match[i + 1].second};

@@ -3,6 +3,8 @@
 
 #include <regex>
 
+#include "oracle/whole_match.h"
+
 namespace kiv::test {
 
 struct PlainHostOracle::Expression {
@@ -13,8 +15,6 @@ struct PlainHostOracle::Expression {
 PlainHostOracle::PlainHostOracle() : expression_(std::make_unique<Expression>()) {}
 PlainHostOracle::~PlainHostOracle() = default;
 
-bool PlainHostOracle::matches(std::wstring_view host) const {
-  return std::regex_match(host.data(), host.data() + host.size(), expression_->compiled);
-}
+bool PlainHostOracle::matches(std::wstring_view host) const { return matchesWhole(host, expression_->compiled); }
 
 }  // namespace kiv::test

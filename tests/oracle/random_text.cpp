@@ -11,9 +11,10 @@ namespace {
 using Pieces = std::span<const std::wstring_view>;
 
 constexpr std::array<std::wstring_view, 7> kDelimiterPieces = {L"/", L":", L"@", L"?", L"://", L":80", L"u:p@"};
-// No-break space, next line, ideographic space and line separator are white space to some C libraries and locales.
-constexpr std::array<std::wstring_view, 10> kBlankPieces = {L" ",  L"  ",     L"\t",     L"\n",     L"\r",
-                                                            L"\v", L"\x00A0", L"\x0085", L"\x3000", L"\x2028"};
+// No-break space, next line, ideographic space, line and paragraph separator are white space to some C libraries and
+// locales; some of them end a line.
+constexpr std::array<std::wstring_view, 11> kBlankPieces = {L" ",      L"  ",     L"\t",     L"\n",     L"\r",    L"\v",
+                                                            L"\x00A0", L"\x0085", L"\x3000", L"\x2028", L"\x2029"};
 // Arabic-Indic, Devanagari, full-width, superscript.
 constexpr std::array<std::wstring_view, 9> kDigitPieces = {L"0",      L"1",      L"80",     L"443",   L"65537",
                                                            L"\x0663", L"\x0967", L"\xFF15", L"\x00B2"};
@@ -23,11 +24,12 @@ constexpr std::array<std::wstring_view, 30> kLetterPieces = {
     L"a",      L"A",      L"b",      L"B",      L"h",      L"http",   L"HTTP",   L"socks5", L"i",      L"I",
     L"\x00E4", L"\x00C4", L"\x00DF", L"\x1E9E", L"\x03C3", L"\x03A3", L"\x03C2", L"\x0436", L"\x0416", L"\x0130",
     L"\x0131", L"\x01C4", L"\x01C5", L"\x01C6", L"\x212A", L"k",      L"\x2126", L"\x03C9", L"\xFF21", L"\xFF41"};
-// Characters with a meaning in regular expressions; some that have none; a character beyond 16 bits, and half of one.
-constexpr std::array<std::wstring_view, 32> kOtherPieces = {
-    L"*", L"*",   L"**", L".", L"..", L"-",      L"_",      L"\\",         L"\\d",  L"+",  L"{",
-    L"}", L"{2}", L"(",  L")", L"[",  L"]",      L"[a-z]",  L"^",          L"$",    L"|",  L"#",
-    L",", L"=",   L"<",  L">", L"&",  L"\xFF0A", L"\xD83D", L"\U0001F600", L"\x7F", L"%41"};
+// Characters with a meaning in regular expressions; some that have none; full-width doubles of the former; a character
+// beyond 16 bits, and half of one.
+constexpr std::array<std::wstring_view, 34> kOtherPieces = {
+    L"*",   L"*", L"**", L".",      L"..",     L"-",      L"_",      L"\\",         L"\\d",  L"+",  L"{", L"}",
+    L"{2}", L"(", L")",  L"[",      L"]",      L"[a-z]",  L"^",      L"$",          L"|",    L"#",  L",", L"=",
+    L"<",   L">", L"&",  L"\xFF0A", L"\xFF08", L"\xFF0E", L"\xD83D", L"\U0001F600", L"\x7F", L"%41"};
 
 constexpr std::array<Pieces, 5> kAnyKind = {kDelimiterPieces, kBlankPieces, kDigitPieces, kLetterPieces, kOtherPieces};
 constexpr std::array<Pieces, 5> kPlainKind = {kLetterPieces, kLetterPieces, kOtherPieces, kDigitPieces, kBlankPieces};

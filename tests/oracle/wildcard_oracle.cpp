@@ -1,10 +1,33 @@
 // Patterns of bypass rules, evaluated literally as the regular expressions that they are translated to.
 #include "oracle/wildcard_oracle.h"
 
+#include <cstdint>
 #include <optional>
 #include <regex>
 
+#include "oracle/whole_match.h"
+
 namespace kiv::test {
+namespace {
+
+// The standard library tells special characters by narrowing them, and on Windows a full-width star narrows to a star.
+// The escape of a character leaves no doubt that it stands for itself.
+std::wstring unmistakable(std::wstring_view expression) {
+  constexpr std::wstring_view digits = L"0123456789ABCDEF";
+  std::wstring text;
+  for (const wchar_t c : expression) {
+    const auto code = static_cast<std::uint32_t>(c);
+    if (code < 0x80 || code > 0xFFFF) {
+      text += c;
+    } else {
+      text += L"\\u";
+      for (const int shift : {12, 8, 4, 0}) text += digits[code >> shift & 0xF];
+    }
+  }
+  return text;
+}
+
+}  // namespace
 
 struct WildcardOracle::Expressions {
   std::wregex escaping{LR"(([\\\+\.\?\{\}\(\)\[\]\^\$\|]))", std::regex_constants::optimize};
@@ -25,11 +48,11 @@ std::wstring WildcardOracle::translate(std::wstring_view pattern) const {
 bool WildcardOracle::matches(std::wstring_view pattern, std::wstring_view text) {
   std::optional<std::wregex>& compiled = expressions_->compiled;
   if (!compiled || expressions_->pattern != pattern) {
-    compiled.emplace(translate(pattern), std::regex_constants::ECMAScript | std::regex_constants::icase |
-                                             std::regex_constants::__polynomial);
+    compiled.emplace(unmistakable(translate(pattern)), std::regex_constants::ECMAScript | std::regex_constants::icase |
+                                                           std::regex_constants::__polynomial);
     expressions_->pattern = pattern;
   }
-  return std::regex_match(text.data(), text.data() + text.size(), *compiled);
+  return matchesWhole(text, *compiled);
 }
 
 }  // namespace kiv::test

@@ -145,18 +145,17 @@ TEST_P(AddressGrammarAgainstItsExpressionTest, EqualsItOnEveryShortText) {
   std::vector<std::wstring> texts = {L""};
   for (std::size_t i = 0; i < texts.size() && !HasFailure(); ++i) {
     compare(texts[i]);
-    if (texts[i].size() == 6) continue;
+    if (texts[i].size() == 5) continue;
     for (const wchar_t c : alphabet) texts.push_back(texts[i] + c);
   }
 }
 
-TEST_P(AddressGrammarAgainstItsExpressionTest, EqualsItOnTwoHundredThousandTexts) {
-  constexpr int kTexts = 200'000;
+TEST_P(AddressGrammarAgainstItsExpressionTest, EqualsItOnRandomTexts) {
   RandomText random(20'260);
   int addresses = 0;
-  for (int i = 0; i < kTexts && !HasFailure(); ++i) addresses += compare(random.address()) ? 1 : 0;
-  EXPECT_GT(addresses, kTexts / 4);
-  EXPECT_LT(addresses, kTexts / 4 * 3);
+  for (int i = 0; i < kTextsPerLocale && !HasFailure(); ++i) addresses += compare(random.address()) ? 1 : 0;
+  EXPECT_GT(addresses, kTextsPerLocale / 4);
+  EXPECT_LT(addresses, kTextsPerLocale / 4 * 3);
 }
 
 KIV_EACH_LOCALE(AddressGrammarAgainstItsExpressionTest);

@@ -188,8 +188,8 @@ TEST_F(AddressTest, ProtectsThePasswordAtOnce) {
 
 TEST_F(AddressTest, LeavesNoCopyOfThePasswordBehind) {
   const ExpectSecretWiped expectation(L"open sesame");
-  const ParsedAddress address = parse(L"http://user:open sesame@h");
-  EXPECT_EQ(address.cred->password().view(), L"open sesame");
+  const std::optional<ParsedAddress> address = parseAddress(L"http://user:open sesame@h", false);
+  EXPECT_EQ(address->cred->password().view(), L"open sesame");
 }
 
 TEST_F(AddressTest, HasNoCredentialsIfThePasswordCannotBeProtected) {

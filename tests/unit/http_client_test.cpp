@@ -6,6 +6,7 @@
 
 #include <cwchar>
 #include <string>
+#include <thread>
 #include <type_traits>
 #include <vector>
 
@@ -437,6 +438,28 @@ TEST_F(HttpClientTest, KeepsOneSessionAndOneConnectionForAllItsRequests) {
   EXPECT_EQ(windows.count("WinHttpConnect"), 1U);
   EXPECT_EQ(windows.count("WinHttpOpenRequest"), 3U);
   EXPECT_EQ(windows.count("WinHttpCloseHandle"), 5U);
+}
+
+TEST_F(HttpClientTest, ServesManyThreadsEachWithItsOwnClient) {
+  windows.http.decide = [](const RequestRecord& request) {
+    const DWORD statuses[] = {407, 401, 204};
+    return Exchange{.status = request.verb == L"HEAD" ? statuses[request.sends - 1] : 200};
+  };
+  std::vector<std::thread> threads;
+  for (int index = 0; index < 8; ++index) {
+    threads.emplace_back([] {
+      RecordedLog own{kServerPassword, kProxyPassword};
+      for (int repeat = 0; repeat < 5; ++repeat) {
+        const UniqueHttpClient client = createClientWithProxy(kHttpsUrl);
+        EXPECT_EQ(KivHttpClient_Head(client.get(), own.logger()), 204);
+        EXPECT_EQ(KivHttpClient_Get(client.get(), own.logger()), 200);
+      }
+      EXPECT_EQ(own.count(kHttpsDescription), 10U);
+      EXPECT_EQ(own.count(headersLine(204)), 5U);
+      EXPECT_EQ(own.lines().size(), 20U);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
 }
 
 // Exceptions.

@@ -1,7 +1,9 @@
 // Every allocation of a resolution fails once, in each scenario.
 #include <gmock/gmock.h>
 
-#ifndef _WIN32
+// Processes are forked where that exists, and not from under ThreadSanitizer, which has threads of its own.
+#if !defined(_WIN32) && !defined(__SANITIZE_THREAD__)
+#define KIV_TEST_CAN_FORK
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -123,7 +125,7 @@ TEST(MemorySweepTest, PassesAHandleThatCannotBeMadeOnAsNull) {
   EXPECT_EQ(passedOn, 2U) << "the none credential at the start of the turn, and the one for the server";
 }
 
-#ifndef _WIN32
+#ifdef KIV_TEST_CAN_FORK
 
 constexpr int kAsDocumented = 0;
 constexpr int kWrong = 1;
@@ -139,6 +141,7 @@ bool endedAsDocumented(const Ending& ending, const Ending& normal) {
 
 // Runs one attempt in a child process and gives how that ended, as waitpid tells it.
 int endOfChild(const ResolutionScenario& scenario, std::size_t nth, const Ending& normal) {
+  (void)std::fflush(nullptr);  // or the child writes it as well
   const pid_t child = fork();
   if (child == 0) {
     (void)std::freopen("/dev/null", "w", stderr);
@@ -157,6 +160,9 @@ int endOfChild(const ResolutionScenario& scenario, std::size_t nth, const Ending
 TEST(MemorySweepTest, EndsTheProcessOnlyForALineThatCannotBeCopied) {
   const MemoryWatch::Pause pause;
   for (const ResolutionScenario& scenario : resolutionScenarios()) {
+    // A process for each allocation is dear; these three have all that can be in a resolution.
+    const std::string name = scenario.name;
+    if (name != "local script" && name != "bypassed target" && name != "both demands") continue;
     const Ending normal = Attempt(scenario, true).run(0);
     const auto isLine = [](const std::wstring& entry) { return entry[1] == L':'; };
     const auto lines = static_cast<std::size_t>(std::ranges::count_if(normal.transcript, isLine));

@@ -46,6 +46,11 @@ class PendingRequestTest : public PlatformTest {
     });
   }
 
+  bool isNotificationDue() const {
+    const std::lock_guard lock(windows.state().mutex);
+    return !windows.state().jobs.empty();
+  }
+
   // Notifies the request's callback of anything, on the calling thread.
   void notify(HINTERNET request, DWORD status, DWORD error = 0, bool withContext = true) {
     WINHTTP_STATUS_CALLBACK callback = nullptr;
@@ -91,9 +96,9 @@ TEST_F(PendingRequestTest, FinishesBeforeItReturns) {
     windows.http.delay = std::chrono::milliseconds(5);
     PendingRequest request(open());
     EXPECT_EQ(request.send(), kFine);
-    EXPECT_TRUE(windows.state().jobs.empty());
+    EXPECT_FALSE(isNotificationDue());
     EXPECT_EQ(request.receive(), kFine);
-    EXPECT_TRUE(windows.state().jobs.empty());
+    EXPECT_FALSE(isNotificationDue());
   }
 }
 
@@ -135,7 +140,7 @@ TEST_F(PendingRequestTest, GoesOnWaitingAfterAnotherCallsCompletion) {
   EXPECT_EQ(request.send(), kFine);
   std::thread other = onceWaiting(2, [&] { notify(request.handle(), WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE); });
   EXPECT_EQ(request.receive(), kFine);
-  EXPECT_TRUE(windows.state().jobs.empty()) << "it did not wait for the headers";
+  EXPECT_FALSE(isNotificationDue()) << "it did not wait for the headers";
   other.join();
   EXPECT_EQ(windows.count("WaitForSingleObject"), 3U);
 }
@@ -147,9 +152,9 @@ TEST_F(PendingRequestTest, DoesNotTakeAnEarlierCompletionForThatOfTheNextCall) {
   EXPECT_EQ(request.send(), DWORD{6});
   windows.settle();
   EXPECT_EQ(request.send(), kFine);
-  EXPECT_TRUE(windows.state().jobs.empty());
+  EXPECT_FALSE(isNotificationDue());
   EXPECT_EQ(request.receive(), kFine);
-  EXPECT_TRUE(windows.state().jobs.empty());
+  EXPECT_FALSE(isNotificationDue());
 }
 
 TEST_F(PendingRequestTest, IgnoresNotificationsWithoutAContext) {
@@ -173,8 +178,7 @@ TEST_F(PendingRequestTest, OutlivesItsHandle) {
       PendingRequest request(open());
       EXPECT_EQ(request.send(), kFine);
     }
-    const std::lock_guard lock(windows.state().mutex);
-    EXPECT_TRUE(windows.state().jobs.empty()) << "it went before its handle reported that it had closed";
+    EXPECT_FALSE(isNotificationDue()) << "it went before its handle reported that it had closed";
   }
 }
 
@@ -188,8 +192,7 @@ TEST_F(PendingRequestTest, OutlivesItsHandleAfterAFailureToo) {
       EXPECT_EQ(request.receive(), kFine);
       EXPECT_EQ(request.send(), DWORD{12029});
     }
-    const std::lock_guard lock(windows.state().mutex);
-    EXPECT_TRUE(windows.state().jobs.empty()) << "it went before its handle reported that it had closed";
+    EXPECT_FALSE(isNotificationDue()) << "it went before its handle reported that it had closed";
   }
 }
 
@@ -243,8 +246,7 @@ TEST_F(PendingRequestTest, WaitsAgainOnceASecondSendHasStarted) {
     EXPECT_EQ(request.send(), DWORD{12032});
     EXPECT_EQ(request.send(), kFine);
   }
-  const std::lock_guard lock(windows.state().mutex);
-  EXPECT_TRUE(windows.state().jobs.empty());
+  EXPECT_FALSE(isNotificationDue());
 }
 
 // Without notifications.

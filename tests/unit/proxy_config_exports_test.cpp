@@ -302,7 +302,8 @@ TEST_F(ProxyConfigExportsTest, ToStringCallsTheSinkOnceWithItsContext) {
 
 TEST_F(ProxyConfigExportsTest, ToStringWithANullContextNeverCallsTheSink) {
   const UniqueProxyConfig config = whole();
-  static int calls = 0;
+  static int calls;
+  calls = 0;
   const auto sink = [](void*, const wchar_t*) { ++calls; };
   KivProxyConfig_ToString(config.get(), 1, 1, nullptr, sink);
   KivProxyConfig_ToString(nullptr, 1, 1, &calls, sink);

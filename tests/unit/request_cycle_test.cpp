@@ -382,14 +382,18 @@ TEST_F(RequestCycleTest, RemembersASchemeThatWasRefused) {
 }
 
 TEST_F(RequestCycleTest, ChoosesAgainWhenItIsChallengedAgain) {
-  const UniqueHttpClient client = createClientWithProxy(kHttpsUrl);
-  windows.http.respond({.status = 407, .schemes = AuthSchemes{.supported = 0x8}});
-  EXPECT_EQ(head(client), 200);
-  windows.http.respond({.status = 407, .schemes = AuthSchemes{.supported = 0x2}});
-  EXPECT_EQ(head(client), 200);
-  std::vector<DWORD> schemes;
-  for (const Credentials& given : windows.credentials()) schemes.push_back(given.scheme);
-  EXPECT_THAT(schemes, ElementsAre(0x8, 0x8, 0x2));
+  for (const DWORD status : {407U, 401U}) {
+    const UniqueHttpClient client = createClientWithProxy(kHttpsUrl);
+    const std::size_t before = windows.credentials().size();
+    for (const DWORD supported : {0x8U, 0x2U}) {
+      windows.http.respond({.status = status, .schemes = AuthSchemes{.supported = supported}});
+      EXPECT_EQ(head(client), 200);
+    }
+    std::vector<DWORD> schemes;
+    for (const Credentials& given : windows.credentials()) schemes.push_back(given.scheme);
+    schemes.erase(schemes.begin(), schemes.begin() + static_cast<std::ptrdiff_t>(before));
+    EXPECT_THAT(schemes, ElementsAre(0x8, 0x8, 0x2));
+  }
 }
 
 TEST_F(RequestCycleTest, RemembersSchemesThroughAChangeOfProxyAndCredentials) {
@@ -684,6 +688,25 @@ TEST_F(RequestCycleTest, LogsBothLinesWhenTheServersCredentialsCannotBeSet) {
               ElementsAre(kHttpsDescription, failureLine(L"E", L"WinHttpSetCredentials(WINHTTP_AUTH_TARGET_SERVER)", 5),
                           failureLine(L"W", L"WinHttpSendRequest()", 5), headersLine(401)));
   EXPECT_EQ(windows.count("WinHttpSendRequest"), 1U);
+}
+
+TEST_F(RequestCycleTest, LogsTheErrorOfTheHeadersAfterAFailedSendToo) {
+  const UniqueHttpClient client = createClientWithProxy(kHttpsUrl);
+  windows.http.respond(407);
+  windows.failNth("WinHttpSendRequest", 2, 12029);
+  windows.failNth("WinHttpQueryHeaders", 3, 12150);
+  EXPECT_EQ(head(client), -1);
+  EXPECT_THAT(log.lines(),
+              ElementsAre(kHttpsDescription, failureLine(L"W", L"WinHttpSendRequest()", 12029),
+                          failureLine(L"E", L"WinHttpQueryHeaders(WINHTTP_QUERY_RAW_HEADERS_CRLF)", 12150)));
+}
+
+TEST_F(RequestCycleTest, SkipsTheHeadersOfAnAnswerThatNeverCame) {
+  const UniqueHttpClient client = createClient(L"http://example.com");
+  windows.http.failSend(12029);
+  EXPECT_EQ(head(client), -1);
+  EXPECT_EQ(windows.count("WinHttpQueryHeaders"), 1U);
+  EXPECT_THAT(log.lines(), ElementsAre(kBareDescription, failureLine(L"W", L"WinHttpSendRequest()", 12029)));
 }
 
 TEST_F(RequestCycleTest, GivesNoPasswordThatCannotBeDecrypted) {

@@ -1,1 +1,1 @@
-"""What end-to-end scenarios stand on: servers, a private Wine user, the shipped tool, and the comparison of transcripts."""
+"""What end-to-end scenarios stand on: servers, a private Wine user, the shipped tool, the comparison of texts."""

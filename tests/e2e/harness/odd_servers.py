@@ -191,7 +191,7 @@ def huge_headers(_: Request, connection: Connection) -> str:
 
 
 class OddWeb:
-    """A web server whose path says what happens: /status/CODE, /challenge/SCHEME, /slow/script.pac, /huge/script.pac."""
+    """A web server whose path says what happens: /status/CODE, /challenge/SCHEME, /slow/… and /huge/script.pac."""
 
     def __init__(self, script_delay: float = 3.0, script_size: int = 5 * 1024 * 1024) -> None:
         self.script = ""

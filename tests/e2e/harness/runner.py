@@ -127,7 +127,7 @@ def reported(free: queue.SimpleQueue[Bench], scenario: Scenario, accept: bool) -
 
 
 def require_localhost() -> None:
-    """Scenarios call the target "localhost" and the proxies "127.0.0.1": Wine takes equal names for a direct request."""
+    """Ends the run if localhost, the targets' name (proxies have another, for Wine's sake), leads nowhere."""
     try:
         addresses = {address[0] for *_, address in socket.getaddrinfo("localhost", None)}
     except OSError:

@@ -3,14 +3,12 @@
 from __future__ import annotations
 
 import abc
-import functools
 import hashlib
 import os
 import re
 import shutil
 import signal
 import subprocess
-import tempfile
 from pathlib import Path
 from typing import ClassVar
 
@@ -26,16 +24,6 @@ def find_program(name: str) -> str:
     if found is None:
         raise FileNotFoundError(f"{name} is not installed")
     return found
-
-
-@functools.cache
-def user_namespace() -> list[str]:
-    """The beginning of a command that runs a program as one that is not root, with root's files; empty if not needed
-    or not allowed here."""
-    beginning = ["unshare", "--user", "--map-user=13", "--map-group=13"]
-    if os.geteuid() != 0 or subprocess.run([*beginning, "true"], capture_output=True, check=False).returncode != 0:
-        return []
-    return beginning
 
 
 class Server(abc.ABC):
@@ -152,24 +140,23 @@ class Squid(DebianServer):
     helpers = Path("/usr/lib/squid")
 
     def __init__(self, name: str, folder: Path, processes: Processes, scheme: str | None = None) -> None:
-        self._disguise = user_namespace()
-        # Started by root it becomes user "proxy", who may not enter root's folders, unless it takes itself for that user.
-        self._drops_root = os.geteuid() == 0 and not self._disguise
-        super().__init__(name, Path(tempfile.mkdtemp(prefix=f"kiv-e2e-{name}-")) if self._drops_root else folder,
-                         processes)
+        super().__init__(name, folder, processes)
         self._scheme = scheme
         self._service = f"e2e{name.replace('_', '')}{os.getpid()}x{id(self):x}"
 
-    def prepare_folder(self) -> None:
-        super().prepare_folder()
-        if self._drops_root:
-            shutil.chown(self.folder, "proxy", "proxy")
-            shutil.chown(self.access_log, "proxy", "proxy")
+    @staticmethod
+    def user() -> list[str]:
+        """How a command begins that does not run it as root: it refuses to be root.
+
+        It becomes Debian's user "proxy", but keeps root's right to files, whose folders that user may not enter.
+        """
+        if os.geteuid() != 0:
+            return []
+        return ["setpriv", "--reuid=13", "--regid=13", "--clear-groups", "--inh-caps=+dac_override",
+                "--ambient-caps=+dac_override"]
 
     def stop(self) -> None:
         super().stop()
-        if self._drops_root:
-            shutil.rmtree(self.folder, ignore_errors=True)
         # Shared memory, which it removes itself when it is not killed.
         for segment in Path("/dev/shm").glob(f"{self._service}-*.shm"):
             segment.unlink(missing_ok=True)
@@ -189,7 +176,7 @@ class Squid(DebianServer):
                  f"hosts_file {hosts}", *self._authentication()]
         configuration = self.folder / "squid.conf"
         configuration.write_text("\n".join(lines) + "\n")
-        return [*self._disguise, find_program(self.program), "-N", "-n", self._service, "-f", str(configuration)]
+        return [*self.user(), find_program(self.program), "-N", "-n", self._service, "-f", str(configuration)]
 
     def _authentication(self) -> list[str]:
         if self._scheme is None:

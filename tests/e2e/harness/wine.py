@@ -1,7 +1,8 @@
-"""A Windows user of our own in Wine: a private prefix, the user's proxy settings, and the shipped tool run as that user."""
+"""A Windows user of our own in Wine: a private prefix, the user's proxy settings, the shipped tool run as that user."""
 
 from __future__ import annotations
 
+import contextlib
 import os
 import re
 import shutil
@@ -71,7 +72,7 @@ def stage_tool(binaries: Path, bridge: Path, stage: Path) -> Path:
 
 
 class WineUser:
-    """A private prefix with a server that stays up between runs, so that starting a program takes a fraction of a second."""
+    """A private prefix, with a server that stays up so that starting a program takes a fraction of a second."""
 
     def __init__(self, folder: Path, processes: Processes) -> None:
         self.prefix = folder / "prefix"
@@ -127,6 +128,19 @@ class WineUser:
             time.sleep(0.02)
         self._processes.stop(self._server)
         self._server = None
+        self._remove_socket_folder()
+
+    def _remove_socket_folder(self) -> None:
+        """Removes what the prefix's server had below /tmp, in a folder whose name it keeps in the prefix."""
+        name_file = self.prefix / "wineserver"
+        if not name_file.exists():
+            return
+        folder = Path("/tmp") / name_file.read_text().strip()
+        status = self.prefix.stat()
+        shutil.rmtree(folder / f"server-{status.st_dev:x}-{status.st_ino:x}", ignore_errors=True)
+        # Another prefix made from this one has its place there too.
+        with contextlib.suppress(OSError):
+            folder.rmdir()
 
     def _end_programs(self) -> None:
         subprocess.run(["wineserver", "--kill"], env=self.environment(), stdin=subprocess.DEVNULL,
@@ -158,13 +172,15 @@ class WineUser:
     def _run(self, command: Sequence[str], environment: Mapping[str, str] | None = None,
              timeout: float = 60) -> ToolResult:
         stdout, stderr = (self._folder / f"program.{stream}" for stream in ("stdout", "stderr"))
-        # On a busy machine Wine now and then fails to start a program at all; nothing has happened then.
+        # On a busy machine Wine now and then fails to start a program at all, with or without a word, and ends with 1
+        # itself, as none of the programs run here does in silence. Nothing has happened then.
         for _ in range(3):
             for output in (stdout, stderr):
                 output.write_bytes(b"")
             code = self._processes.run(command, stdout, stderr, self.environment(**(environment or {})), timeout)
             result = ToolResult(code, program_text(stdout), program_text(stderr))
-            if NOT_STARTED not in result.stdout + result.stderr:
+            said = result.stdout + result.stderr
+            if NOT_STARTED not in said and (code != 1 or said):
                 break
         return result
 

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <locale>
 #include <string>
 
@@ -31,11 +32,15 @@ inline std::string nameOfLocale(const ::testing::TestParamInfo<const char*>& inf
 
 // On Windows the C library knows all of Unicode even in the "C" locale, elsewhere only in this other one.
 #ifdef _WIN32
-#define KIV_EACH_LOCALE(Suite) \
-  INSTANTIATE_TEST_SUITE_P(Locale, Suite, ::testing::Values("C"), ::kiv::test::nameOfLocale)
+inline constexpr const char* kLocales[] = {"C"};
 #else
-#define KIV_EACH_LOCALE(Suite) \
-  INSTANTIATE_TEST_SUITE_P(Locale, Suite, ::testing::Values("C", "C.UTF-8"), ::kiv::test::nameOfLocale)
+inline constexpr const char* kLocales[] = {"C", "C.UTF-8"};
 #endif
+
+// How many texts, in each locale, make two hundred thousand.
+inline constexpr int kTextsPerLocale = 200'000 / static_cast<int>(std::size(kLocales));
+
+#define KIV_EACH_LOCALE(Suite) \
+  INSTANTIATE_TEST_SUITE_P(Locale, Suite, ::testing::ValuesIn(::kiv::test::kLocales), ::kiv::test::nameOfLocale)
 
 }  // namespace kiv::test
