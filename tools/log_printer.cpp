@@ -29,14 +29,18 @@ const LevelStyle& styleOf(const KivLog* log) {
   return kStyles[0];
 }
 
+// A server can put into its headers what would steer the console.
+bool isControl(wchar_t c) { return c < 0x20 || (c >= 0x7F && c < 0xA0); }
+
 // Response headers come as lines: each goes on its own, indented under the record.
 std::wstring indented(std::wstring_view message) {
+  constexpr wchar_t kReplacement = L'\xFFFD';
   std::wstring text;
   for (const wchar_t c : message.substr(0, message.find_last_not_of(L"\r\n") + 1)) {
     if (c == L'\n') {
       text += L"\n    ";
     } else if (c != L'\r') {
-      text += c;
+      text += isControl(c) ? kReplacement : c;
     }
   }
   return text;
