@@ -17,7 +17,7 @@ std::wstring trimmed(const std::wstring& text) {
 }
 
 std::uint16_t portOf(std::wstring_view digits) {
-  const unsigned long long value = std::stoull(std::wstring(digits));
+  const std::uint64_t value = std::stoul(std::wstring(digits));
   if (value > 0xFFFFFFFF) throw std::out_of_range("port");
   return static_cast<std::uint16_t>(value);
 }

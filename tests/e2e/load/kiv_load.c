@@ -87,7 +87,7 @@ static DWORD WINAPI run_thread(void* parameter) {
 }
 
 static void run_round(struct work work, unsigned resolutions, unsigned threads) {
-  HANDLE handles[MOST_THREADS];
+  HANDLE handles[MOST_THREADS] = {NULL};
   work.resolutions = resolutions;
   for (unsigned i = 0; i < threads; ++i) handles[i] = CreateThread(NULL, 0, run_thread, &work, 0, NULL);
   WaitForMultipleObjects(threads, handles, TRUE, INFINITE);
