@@ -24,8 +24,7 @@ typedef struct KivHttpClient KivHttpClient;
  *                         server credentials. A URL of another scheme, one that cannot be read, or one whose port is
  *                         beyond 2147483647 gives an invalid client, whose requests fail.
  * @param userAgent        the agent name of every request, copied; must not be null.
- * @param ignoreCertErrors non-zero to accept, over https, unknown authorities, wrong usage, wrong names and wrong
- * dates.
+ * @param ignoreCertErrors non-zero to accept, over https, unknown authorities, wrong usage, names and dates.
  * @return a new client, to be released with KivHttpClient_Destruct; null only when memory runs out.
  */
 KIV_API KivHttpClient* KivHttpClient_Create(const wchar_t* url, const wchar_t* userAgent, int ignoreCertErrors);

@@ -75,8 +75,8 @@ typedef KivLogger* (*KivLoggerGetter)(const void* logContext);
  * @return a new configuration, to be released with KivProxyConfig_Destruct: the winner with the proxy credentials that
  *         were obtained for it; Direct if the target is bypassed or there was no candidate at all; None if no candidate
  *         worked or the filter kept none. Null, without a callback or a log line, if an argument that must not be null
- *         is; null, after the log's last line, if memory ran out, a callback threw, or the bypass list or the target
- * URL names a port too large to be read.
+ *         is; null, after the log's last line, if memory ran out, a callback threw, or the bypass list or the URL
+ *         names a port too large to be read.
  */
 KIV_API KivProxyConfig* KivProxyResolver_Resolve(
     const wchar_t* targetUrl, const wchar_t* userAgent, const wchar_t* bypassList, KivProxyConfig* preferred,

@@ -134,11 +134,13 @@ ProxyKind ProxyConfig::kind() const {
 }
 
 const ProxyServer* ProxyConfig::proxyServer() const {
-  if (!isValid()) return nullptr;
+  (void)kind();  // throws for a configuration without one
   return std::visit(
       []<class Alternative>(const Alternative& server) -> const ProxyServer* {
-        if constexpr (std::is_base_of_v<ProxyServer, Alternative>) return &server;
-        return nullptr;
+        if constexpr (std::is_base_of_v<ProxyServer, Alternative>)
+          return &server;
+        else
+          return nullptr;
       },
       server_);
 }

@@ -36,7 +36,7 @@ int write(wchar_t* buffer, std::size_t size, const wchar_t* text, va_list argume
 
 }  // namespace
 
-std::wstring format(const wchar_t* text, ...) {
+std::wstring format(const wchar_t* text, ...) {  // NOLINT(cert-dcl50-cpp): only such an argument list can be passed on
   va_list arguments;
   va_start(arguments, text);
   const int length = measure(text, arguments);

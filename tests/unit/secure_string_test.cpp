@@ -123,6 +123,10 @@ TEST(SecureStringTest, WipesItsCharactersWhenDestroyedAndWhenAssigned) {
   EXPECT_THAT(guard.scanLiveBlocks(), IsEmpty());
 }
 
+TEST(SecureStringTest, BlocksOfOneAllocatorCanBeReleasedByAnother) {
+  EXPECT_EQ(impl::WipingAllocator<wchar_t>(), impl::WipingAllocator<wchar_t>(impl::WipingAllocator<char>()));
+}
+
 TEST(SecStrTest, NullHandleHasNoCharactersAndSizeZero) {
   EXPECT_EQ(KivSecStr_CStr(nullptr), nullptr);
   EXPECT_EQ(KivSecStr_Size(nullptr), 0U);
