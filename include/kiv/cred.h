@@ -1,4 +1,5 @@
-/* Credentials, and the protected strings in which their passwords are handed out.
+/** @file
+ * Credentials, and the protected strings in which their passwords are handed out.
  *
  * A credential keeps its user name in clear and its password encrypted, for this process only. A password is in clear
  * just as long as a protected string holds it; the string is overwritten with zeros when it is released.

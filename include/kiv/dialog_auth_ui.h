@@ -1,4 +1,5 @@
-/* The system's credential prompt, worded for a server and for a proxy. */
+/** @file
+ * The system's credential prompt, worded for a server and for a proxy. */
 #ifndef KIV_DIALOG_AUTH_UI_H
 #define KIV_DIALOG_AUTH_UI_H
 

@@ -1,4 +1,5 @@
-/* A small HTTP client that proves whether one URL can be reached through one proxy configuration.
+/** @file
+ * A small HTTP client that proves whether one URL can be reached through one proxy configuration.
  *
  * It sends a HEAD or GET request, answers one proxy challenge (407) and one server challenge (401) with the credentials
  * that it was given, and reports the final status. It reads no body and follows the system's rules on redirects.

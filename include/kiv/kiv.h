@@ -1,4 +1,5 @@
-/* The whole interface of kiv.dll.
+/** @file
+ * The whole interface of kiv.dll.
  *
  * Conventions that hold for every family:
  *

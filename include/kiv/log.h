@@ -1,4 +1,5 @@
-/* Log records, and the logger through which the library hands them to its host.
+/** @file
+ * Log records, and the logger through which the library hands them to its host.
  *
  * The library writes no log of its own: every line is given, synchronously, to the callback of a logger that the host
  * made. It filters nothing; what to keep, and where, is the host's decision.

@@ -1,4 +1,5 @@
-/* Proxy configurations: how one connection is made.
+/** @file
+ * Proxy configurations: how one connection is made.
  *
  * A configuration is one of six kinds. None: nothing usable is known. Direct: a decision to use no proxy. Http, Https,
  * Socks4 and Socks5: a proxy server with a host and, if one was given, a port. Any configuration of a server can carry
@@ -146,6 +147,7 @@ KIV_API const wchar_t* KivProxyConfig_Host(const KivProxyConfig* config);
 
 /**
  * Gives the proxy server's port.
+ * @param config      may be null.
  * @param withDefault non-zero to give, where no port was given, the scheme's: 80 for Http, 443 for Https, 1080 for
  *                    Socks4 and Socks5.
  * @return the port; -1 where there is none, for None, for Direct and for null.

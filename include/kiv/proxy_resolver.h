@@ -1,4 +1,5 @@
-/* The resolution: finds a way out to one URL that works. */
+/** @file
+ * The resolution: finds a way out to one URL that works. */
 #ifndef KIV_PROXY_RESOLVER_H
 #define KIV_PROXY_RESOLVER_H
 
@@ -13,6 +14,7 @@ KIV_BEGIN_DECLARATIONS
 
 /**
  * Decides whether a candidate is tried.
+ * @param context   what the host gave for it.
  * @param candidate valid only during the call.
  * @return non-zero to keep the candidate.
  */
@@ -20,13 +22,16 @@ typedef int (*KivCandidateFilter)(const void* context, KivProxyConfig* candidate
 
 /**
  * Supplies credentials for the server, after it answered 401.
+ * @param context   what the host gave for it.
+ * @param targetUrl the URL that is tested, as the host gave it.
  * @return a handle of the library's own making, never null: KivCred_None() for no credentials. The library releases it.
  */
 typedef KivCred* (*KivServerCredSource)(const void* context, const wchar_t* targetUrl);
 
 /**
  * Supplies credentials for a proxy, after it answered 407.
- * @param proxy valid only during the call.
+ * @param context what the host gave for it.
+ * @param proxy   valid only during the call.
  * @return as for KivServerCredSource.
  */
 typedef KivCred* (*KivProxyCredSource)(const void* context, KivProxyConfig* proxy);
