@@ -1,0 +1,68 @@
+#!/usr/bin/env python3
+"""Builds the programs that README shows, and runs each against a real proxy and a real server, so that they stay true."""
+
+from __future__ import annotations
+
+import argparse
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+from harness.runner import Bench, benches
+from harness.wine import Settings
+
+ROOT = Path(__file__).resolve().parents[2]
+WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Werror"]
+# By the language that a block of README names; a block without a main function is no program.
+COMPILERS = {
+    "c": ["x86_64-w64-mingw32-gcc-posix", "-std=c11", *WARNINGS],
+    "cpp": ["x86_64-w64-mingw32-g++-posix", "-std=c++17", *WARNINGS],
+}
+
+
+def shown_programs() -> list[tuple[str, str]]:
+    """The programs of README, each with its language."""
+    blocks = re.findall(r"^```(\w+)\n(.*?)^```", (ROOT / "README.md").read_text(), re.M | re.S)
+    return [(language, code) for language, code in blocks if language in COMPILERS and "main(" in code]
+
+
+def built(language: str, code: str, folder: Path, library: Path) -> Path:
+    """Compiles a program as a stranger would who follows README."""
+    source = folder / f"readme.{language}"
+    source.write_text(code)
+    program = folder / f"readme_{language}.exe"
+    subprocess.run([*COMPILERS[language], "-municode", "-static", f"-I{ROOT / 'include'}", str(source), str(library),
+                    "-o", str(program)], check=True)
+    return program
+
+
+def runs_well(bench: Bench, program: Path) -> bool:
+    """Runs a program as a user with a manual proxy; tells whether it found that, and said how."""
+    ports = bench.catalogue.ports()
+    result = bench.user.run_tool(program, [f"http://localhost:{ports['web']}/ok"], {}, 60)
+    lines = result.stdout.splitlines()
+    well = (result.exit_code == 0 and lines[:1] == ["BEGIN: ProxyResolver"] and "END: ProxyResolver" in lines
+            and "127.0.0.1" in lines[-1])
+    print(f"{program.name}: {'ok' if well else 'FAILED'}\n{'' if well else result.stdout + result.stderr}", end="")
+    return well
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--bin", type=Path, required=True, help="the folder that holds kiv-resolve.exe and kiv.dll")
+    parser.add_argument("--bridge", type=Path, required=True, help="the folder that holds the bridging winhttp.dll")
+    parser.add_argument("--library", type=Path, required=True, help="the import library of kiv.dll")
+    parser.add_argument("--work", type=Path, required=True, help="a folder for all that the run writes")
+    options = parser.parse_args()
+    with benches(1, options.bin, options.bridge, options.work) as (bench,):
+        bench.catalogue.begin(["tinyproxy", "web"])
+        bench.user.write_settings(Settings(manual=f"127.0.0.1:{bench.catalogue.ports()['tinyproxy']}"))
+        stage = options.work.resolve() / "stage"
+        good = [runs_well(bench, built(language, code, stage, options.library)) for language, code in shown_programs()]
+    print(f"{sum(good)} passed, {len(good) - sum(good)} failed")
+    return 0 if all(good) and good else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
