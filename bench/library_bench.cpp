@@ -118,7 +118,8 @@ void bypassByKiv(State& state) {
 }
 
 void bypassAnswerByKiv(State& state) {
-  const std::vector<impl::BypassRule> rules = impl::BuildBypassRules(bypassText(state.range(0)));
+  const std::wstring list = bypassText(state.range(0));
+  const std::vector<impl::BypassRule> rules = impl::BuildBypassRules(list);
   const auto target = impl::parseAddress(wide(kTarget), false);
   for (auto _ : state) benchmark::DoNotOptimize(answerByKiv(rules, *target));
 }

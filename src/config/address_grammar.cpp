@@ -14,14 +14,18 @@
 #include <algorithm>
 #include <cwctype>
 
+#include "support/text.h"
+
 namespace kiv::impl {
 namespace {
 
-constexpr std::wstring_view kDelimiters = L"/:@?";
-constexpr std::wstring_view kPathDelimiters = L":@?";
+using support::isSpace;
+
 constexpr std::wstring_view kSchemeEnd = L"://";
 
-bool isSpace(wchar_t c) { return std::iswspace(c) != 0; }
+// Plain comparisons: each entry of a bypass list is read by these, in every resolution.
+bool isPathDelimiter(wchar_t c) { return c == L':' || c == L'@' || c == L'?'; }
+bool isDelimiter(wchar_t c) { return c == L'/' || isPathDelimiter(c); }
 bool isDigit(wchar_t c) { return std::iswdigit(c) != 0; }
 
 // Reads the text from its front.
@@ -30,8 +34,8 @@ class Cursor {
   explicit Cursor(std::wstring_view rest) : rest_(rest) {}
 
   // The characters up to the next delimiter, without reading them.
-  std::wstring_view run(std::wstring_view delimiters = kDelimiters) const {
-    return rest_.substr(0, rest_.find_first_of(delimiters));
+  std::wstring_view run(bool (*endsRun)(wchar_t) = isDelimiter) const {
+    return {rest_.begin(), std::ranges::find_if(rest_, endsRun)};
   }
   std::wstring_view behind(std::wstring_view part) const { return rest_.substr(part.size()); }
   void skip(std::size_t count) { rest_.remove_prefix(count); }
@@ -53,28 +57,36 @@ class Cursor {
 
 // Leading white space is dropped, but its last character when that is all there is in front of the delimiter.
 void skipLeadingSpace(Cursor& cursor) {
+  if (cursor.rest().empty() || !isSpace(cursor.rest().front())) return;
   const std::wstring_view first = cursor.run();
-  if (first.empty()) return;
   const auto space = std::ranges::find_if_not(first, isSpace) - first.begin();
   cursor.skip(std::min<std::size_t>(space, first.size() - 1));
 }
 
-void readScheme(Cursor& cursor, AddressParts& parts) {
-  const std::wstring_view run = cursor.run();
-  if (run.empty() || !cursor.behind(run).starts_with(kSchemeEnd)) return;
+// The three that follow take the run at the cursor, so that no character is looked at twice for each part that it might
+// have belonged to; the first two give the run behind what they read.
+std::wstring_view readScheme(Cursor& cursor, std::wstring_view run, AddressParts& parts) {
+  if (run.empty() || !cursor.behind(run).starts_with(kSchemeEnd)) return run;
   parts.scheme = cursor.take(run);
   cursor.skip(kSchemeEnd.size());
+  return cursor.run();
 }
 
-void readUserAndPassword(Cursor& cursor, AddressParts& parts) {
+std::wstring_view readUserAndPassword(Cursor& cursor, std::wstring_view run, AddressParts& parts) {
   Cursor ahead = cursor;
-  const std::wstring_view user = ahead.take(ahead.run());
-  if (user.empty() || !ahead.accept(L':')) return;
+  const std::wstring_view user = ahead.take(run);
+  if (user.empty() || !ahead.accept(L':')) return run;
   const std::wstring_view password = ahead.take(ahead.run());
-  if (password.empty() || !ahead.accept(L'@')) return;
+  if (password.empty() || !ahead.accept(L'@')) return run;
   parts.user = user;
   parts.password = password;
   cursor = ahead;
+  return cursor.run();
+}
+
+bool readHost(Cursor& cursor, std::wstring_view run, AddressParts& parts) {
+  parts.host = cursor.take(run);
+  return !parts.host.empty();
 }
 
 bool readPort(Cursor& cursor, AddressParts& parts) {
@@ -86,7 +98,7 @@ bool readPort(Cursor& cursor, AddressParts& parts) {
 
 void readPathAndQuery(Cursor& cursor, AddressParts& parts) {
   if (!cursor.accept(L'/')) return;
-  parts.path = cursor.take(cursor.run(kPathDelimiters));
+  parts.path = cursor.take(cursor.run(isPathDelimiter));
   Cursor ahead = cursor;
   if (!ahead.accept(L'?')) return;
   parts.query = ahead.take(ahead.run());
@@ -99,10 +111,9 @@ std::optional<AddressParts> splitAddress(std::wstring_view text) {
   Cursor cursor(text);
   AddressParts parts;
   skipLeadingSpace(cursor);
-  readScheme(cursor, parts);
-  readUserAndPassword(cursor, parts);
-  parts.host = cursor.take(cursor.run());
-  if (parts.host.empty() || !readPort(cursor, parts)) return std::nullopt;
+  std::wstring_view run = readScheme(cursor, cursor.run(), parts);
+  run = readUserAndPassword(cursor, run, parts);
+  if (!readHost(cursor, run, parts) || !readPort(cursor, parts)) return std::nullopt;
   readPathAndQuery(cursor, parts);
   if (!cursor.onlySpaceLeft()) return std::nullopt;
   return parts;

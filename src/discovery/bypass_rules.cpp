@@ -2,7 +2,6 @@
 #include "discovery/bypass_rules.h"
 
 #include <algorithm>
-#include <cwctype>
 
 #include "config/address_grammar.h"
 #include "support/number.h"
@@ -30,6 +29,7 @@ std::optional<std::uint16_t> portOf(const ParsedAddress& target) {
 
 std::vector<std::wstring_view> SplitBypassList(std::wstring_view bypassText) {
   std::vector<std::wstring_view> entries;
+  entries.reserve(std::ranges::count(bypassText, L';') + 1);
   while (!bypassText.empty()) {
     const std::size_t length = std::min(bypassText.find(L';'), bypassText.size());
     if (length > 0) entries.push_back(support::trim(bypassText.substr(0, length)));
@@ -53,10 +53,7 @@ BypassRule MakeBypassRule(std::wstring_view entry) {
 }
 
 void RemoveInvalidRules(std::vector<BypassRule>& rules) {
-  std::erase_if(rules, [](const BypassRule& rule) {
-    if (rule.valueless_by_exception()) throw std::bad_variant_access();
-    return std::holds_alternative<BypassInvalidRule>(rule);
-  });
+  std::erase_if(rules, [](const BypassRule& rule) { return std::holds_alternative<BypassInvalidRule>(rule); });
 }
 
 std::vector<BypassRule> BuildBypassRules(std::wstring_view bypassText) {
@@ -79,7 +76,7 @@ bool MatchesBypassPattern(const BypassPatternRule& rule, const ParsedAddress& ta
 bool IsPlainHostName(const ParsedAddress& target) {
   const std::wstring_view name = support::trim(target.host);
   const auto excluded = [](wchar_t c) {
-    return std::iswspace(c) != 0 || std::wstring_view(L"./:@?").find(c) != std::wstring_view::npos;
+    return support::isSpace(c) || std::wstring_view(L"./:@?").find(c) != std::wstring_view::npos;
   };
   return !name.empty() && std::ranges::none_of(name, excluded);
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <type_traits>
 #include <variant>
 #include <vector>
 
@@ -26,8 +27,10 @@ struct BypassLocalRule {};
 struct BypassInvalidRule {};
 
 using BypassRule = std::variant<BypassPatternRule, BypassLocalRule, BypassInvalidRule>;
+static_assert(std::is_trivially_copyable_v<BypassRule>, "no assignment of a rule can fail and leave it empty");
 
-// The rules of a list, in its order. Throws std::out_of_range for a port beyond the unsigned 32-bit range.
+// The rules of a list, in its order; they point into `bypassText`. Throws std::out_of_range for a port beyond the
+// unsigned 32-bit range.
 std::vector<BypassRule> BuildBypassRules(std::wstring_view bypassText);
 
 // The entries of a list, which point into `bypassText`. Only ";" separates; white space around an entry is dropped.
@@ -38,7 +41,7 @@ BypassRule MakeBypassRule(std::wstring_view entry);
 // An empty scheme or port means that the rule has none. The port is kept modulo 65536.
 BypassPatternRule BuildBypassPattern(std::wstring_view scheme, std::wstring_view host, std::wstring_view port);
 
-// Takes the invalid rules out. Throws std::bad_variant_access for a rule that a failed assignment left empty.
+// Takes the invalid rules out.
 void RemoveInvalidRules(std::vector<BypassRule>& rules);
 
 bool MatchesBypassPattern(const BypassPatternRule& rule, const ParsedAddress& target);

@@ -1,12 +1,13 @@
 // Patterns of bypass rules: literal text in which "*" stands for any characters.
 #pragma once
 
-#include <string>
+#include <cstdint>
 #include <string_view>
 
 namespace kiv::impl {
 
-// A compiled pattern. Matching ignores case and takes, at worst, the product of both lengths in time and no memory.
+// A pattern, which points into the text that it was made of. Matching ignores case and takes, at worst, the product of
+// both lengths in time and no memory.
 class WildcardPattern {
  public:
   explicit WildcardPattern(std::wstring_view pattern);
@@ -15,7 +16,10 @@ class WildcardPattern {
   bool matches(std::wstring_view text) const;
 
  private:
-  std::wstring pattern_;  // in lower case
+  enum class Shape : std::uint8_t { Name, StarAndSuffix, Any };
+
+  std::wstring_view pattern_;
+  Shape shape_;
 };
 
 WildcardPattern WildcardToRegex(std::wstring_view pattern);

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cwchar>
 #include <limits>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -18,8 +19,22 @@ struct Reader {
   const char* outOfRange;
 };
 
+// Ports are short; the C library's reader wants a terminator, and so a copy.
+template <class Narrow>
+std::optional<Narrow> shortNumber(std::wstring_view digits) {
+  constexpr std::size_t kShort = 9;
+  if (digits.empty() || digits.size() > kShort) return std::nullopt;
+  Narrow value = 0;
+  for (const wchar_t digit : digits) {
+    if (digit < L'0' || digit > L'9') return std::nullopt;
+    value = value * 10 + static_cast<Narrow>(digit - L'0');
+  }
+  return value;
+}
+
 template <class Narrow, class Wide>
 Narrow toNumber(std::wstring_view digits, const Reader<Wide>& reader) {
+  if (const std::optional<Narrow> number = shortNumber<Narrow>(digits)) return *number;
   const std::wstring text(digits);
   wchar_t* end = nullptr;
   errno = 0;

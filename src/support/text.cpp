@@ -2,7 +2,6 @@
 #include "support/text.h"
 
 #include <algorithm>
-#include <cwctype>
 
 namespace kiv::support {
 
@@ -13,8 +12,8 @@ std::wstring toLower(std::wstring_view text) {
 }
 
 std::wstring_view trim(std::wstring_view text) {
-  while (!text.empty() && std::iswspace(text.front())) text.remove_prefix(1);
-  while (!text.empty() && std::iswspace(text.back())) text.remove_suffix(1);
+  while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
+  while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
   return text;
 }
 

@@ -69,8 +69,9 @@ TEST(WildcardTest, IgnoresCase) {
 TEST(WildcardTest, TakesEveryCharacterButTheStarLiterally) {
   constexpr std::wstring_view others = L"\\+.?{}()[]^$|-/,_ !\"#%&'<=>@`~:;";
   for (const wchar_t c : others) {
-    const impl::WildcardPattern pattern = WildcardToRegex(std::wstring(L"a") + c + L"b");
-    EXPECT_TRUE(pattern.matches(std::wstring(L"a") + c + L"b")) << static_cast<int>(c);
+    const std::wstring text = std::wstring(L"a") + c + L"b";
+    const impl::WildcardPattern pattern = WildcardToRegex(text);
+    EXPECT_TRUE(pattern.matches(text)) << static_cast<int>(c);
     EXPECT_FALSE(pattern.matches(L"b")) << static_cast<int>(c);
     EXPECT_FALSE(pattern.matches(L"ab")) << static_cast<int>(c);
     EXPECT_FALSE(pattern.matches(L"axb")) << static_cast<int>(c);

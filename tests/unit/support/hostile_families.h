@@ -86,8 +86,8 @@ inline HostileFamily hostileBypassList(const char* name, std::wstring piece) {
 // A pattern and a text, each of which may depend on the size.
 inline HostileFamily hostilePattern(const char* name, Growth growth, std::wstring (*pattern)(std::size_t size)) {
   return {name, growth, [=](std::size_t size) {
-            return [compiled = impl::WildcardToRegex(pattern(size)), text = std::wstring(size, L'a')] {
-              static_cast<void>(compiled.matches(text));
+            return [rule = pattern(size), text = std::wstring(size, L'a')] {
+              static_cast<void>(impl::WildcardToRegex(rule).matches(text));
             };
           }};
 }
