@@ -12,7 +12,8 @@
  *   away.
  * - Text that goes in need not be terminated, but must not contain a NUL character: std::invalid_argument. The copies
  *   that are made on the way to the C interface are wiped. A view that comes out belongs to the object that it was
- * asked of and is valid until that is changed, moved from or destroyed.
+ *   asked of and is valid until that is changed, moved from or destroyed; its characters are followed by a NUL, and a
+ *   view of no text at all has null for its data().
  * - Whatever can run out of memory throws std::bad_alloc and leaves its object as it was. Where the C interface says
  *   that the process ends, it ends here too: when memory runs out for a line of the log.
  * - What a callable throws does not pass through the DLL, which another compiler may have built. It is kept until the
