@@ -96,7 +96,10 @@ class Value : public Owner<Handle> {
   Value() noexcept = default;
   Value(const Value& other) : Owner<Handle>(other.handle() ? copied(other.handle()) : nullptr) {}
   Value(Value&&) noexcept = default;
-  Value& operator=(const Value& other) { return *this = Value(other); }
+  Value& operator=(const Value& other) {
+    *this = Value(other);
+    return *this;
+  }
   Value& operator=(Value&&) noexcept = default;
   ~Value() = default;
 };
@@ -129,7 +132,8 @@ class Text {
 
  private:
   static std::wstring_view checked(std::wstring_view text) {
-    if (text.find(L'\0') != text.npos) throw std::invalid_argument("kiv: a text contains a NUL character");
+    if (text.find(L'\0') != std::wstring_view::npos)
+      throw std::invalid_argument("kiv: a text contains a NUL character");
     return text;
   }
   std::wstring text_;
@@ -512,12 +516,15 @@ class Resolution {
     return Logger(made(KivLogger_Construct(nullptr, [](void*, const KivLog*) {})));
   }
 
-  // What comes from a source of credentials must not be null, even when memory ran out for a none credential.
+  // What comes from a source of credentials must not be null. One spare is enough: once something was thrown, no test
+  // gives a status that leads to another source.
   template <class Source>
   KivCred* credential_of(const Source& source) noexcept {
-    if (KivCred* const cred = border_->cross<KivCred*>(nullptr, [&] { return source().release(); })) return cred;
-    KivCred* const none = KivCred_None();
-    return none ? none : spare_.release();
+    KivCred* const cred = border_->cross<KivCred*>(nullptr, [&] {
+      Credential given = source();
+      return given.handle() ? given.release() : made(KivCred_None());
+    });
+    return cred ? cred : spare_.release();
   }
 
   static int filter(const void* context, KivProxyConfig* candidate) {
