@@ -132,9 +132,8 @@ class Text {
 
  private:
   static std::wstring_view checked(std::wstring_view text) {
-    if (text.find(L'\0') != std::wstring_view::npos)
-      throw std::invalid_argument("kiv: a text contains a NUL character");
-    return text;
+    if (text.find(L'\0') == std::wstring_view::npos) return text;
+    throw std::invalid_argument("kiv: a text contains a NUL character");
   }
   std::wstring text_;
 };
@@ -459,8 +458,8 @@ struct Request {
   /** Gives credentials when the proxy answered 407. If empty, none. */
   std::function<Credential(const ProxyConfig& proxy)> proxy_cred;
 
-  /** The client, of which resolve_with_client makes one: sends a request and gives its status, negative if it failed.
-   */
+  /** The client sends a request: the HTTP status, 401 and 407 included, or a negative number if it failed. This one and
+   * the next two are needed by resolve, and replaced by resolve_with_client. */
   std::function<int()> test;
   /** Installs credentials for the server in the client; none takes them away. */
   std::function<void(Credential cred)> set_server_cred;
