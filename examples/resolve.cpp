@@ -1,6 +1,6 @@
 // The host of resolve.c in C++: finds how this user gets out to a URL, with the library's own HTTP client as the test.
 //
-//   x86_64-w64-mingw32-g++ -std=c++17 -municode -static -Iinclude examples/resolve.cpp build/windows-x64/lib/libkiv.dll.a
+//   x86_64-w64-mingw32-g++ -municode -static -Iinclude examples/resolve.cpp build/windows-x64/lib/libkiv.dll.a
 #include <cstdio>
 #include <exception>
 
