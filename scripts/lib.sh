@@ -49,3 +49,8 @@ PWD_OF_PROJECT=$PWD
 stop_wine() {
   [ ! -d build/wine ] || with_wine wineserver -k || true
 }
+
+# The one version number, from where the build takes it.
+project_version() {
+  sed -nE 's/^project\(kiv VERSION ([0-9.]+) .*/\1/p' CMakeLists.txt
+}

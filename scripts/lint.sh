@@ -2,7 +2,7 @@
 # Checks layout (clang-format) and habits (clang-tidy) against the configuration at the root.
 . "$(dirname "$0")/lib.sh"
 install_packages "${BUILD_PACKAGES[@]}" clang-format clang-tidy
-mapfile -t formatted < <(git ls-files '*.h' '*.c' '*.cpp')
+mapfile -t formatted < <(git ls-files '*.h' '*.hpp' '*.c' '*.cpp')
 clang-format --dry-run -Werror "${formatted[@]}"
 
 # clang-tidy reads the native build's commands: it knows that compiler, and the code is the same.

@@ -31,6 +31,9 @@ step 'Build for Windows' build windows-x64
 step 'Unit tests in Wine' in_wine build/windows-x64/bin/kiv-unit-tests.exe --gtest_brief=1
 step 'Interface of kiv.dll, from C' in_wine build/windows-x64/abi/abi_test.exe
 step 'Exceptions at the interface, from C++' in_wine build/windows-x64/abi/exceptions_test.exe
+step 'Package, and programs that have nothing but it' scripts/test_package.sh
+step 'Examples with real servers' python3 tests/e2e/examples.py --bin build/windows-x64/bin --bridge build/windows-x64/e2e \
+  --prompt build/windows-x64/abi --work build/e2e
 step 'Scenarios with real servers' python3 tests/e2e/run.py --bin build/windows-x64/bin --bridge build/windows-x64/e2e --work build/e2e
 step 'Load on eight threads' python3 tests/e2e/load.py --bin build/windows-x64/bin --bridge build/windows-x64/e2e --work build/e2e
 step 'Native build, address and undefined behaviour sanitizers' build native-asan

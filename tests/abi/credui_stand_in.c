@@ -1,7 +1,9 @@
-/* Stands in for the system's credential prompt, which Wine does not have: answers at once, with the caption as the user
- * name and the message as the password, so that a host sees what it would have been shown. */
+/* Stands in for the system's credential prompt, which Wine does not have: answers at once, with the texts of the
+ * environment variables KIV_PROMPT_USER and KIV_PROMPT_PASSWORD, or else with the caption as the user name and the
+ * message as the password, so that a host sees what it would have been shown. */
 #define CREDUIAPI __declspec(dllexport)
 
+#include <stdlib.h>
 #include <string.h>
 #include <wchar.h>
 
@@ -10,17 +12,24 @@
 #include <objbase.h>
 #include <wincred.h>
 
+static const wchar_t* answer(const wchar_t* variable, const wchar_t* otherwise) {
+  const wchar_t* text = _wgetenv(variable);
+  return text ? text : otherwise;
+}
+
 DWORD WINAPI CredUIPromptForWindowsCredentialsW(PCREDUI_INFOW info, DWORD error, ULONG* package, LPCVOID in,
                                                 ULONG in_size, LPVOID* out, ULONG* out_size, WINBOOL* save,
                                                 DWORD flags) {
   (void)package, (void)in, (void)in_size, (void)save;
   if (info->cbSize != sizeof *info || error != 0 || flags != 1) return ERROR_INVALID_PARAMETER;
-  const size_t user = wcslen(info->pszCaptionText) + 1;
-  const size_t password = wcslen(info->pszMessageText) + 1;
+  const wchar_t* user_text = answer(L"KIV_PROMPT_USER", info->pszCaptionText);
+  const wchar_t* password_text = answer(L"KIV_PROMPT_PASSWORD", info->pszMessageText);
+  const size_t user = wcslen(user_text) + 1;
+  const size_t password = wcslen(password_text) + 1;
   wchar_t* block = CoTaskMemAlloc((user + password) * sizeof *block);
   if (!block) return ERROR_OUTOFMEMORY;
-  memcpy(block, info->pszCaptionText, user * sizeof *block);
-  memcpy(block + user, info->pszMessageText, password * sizeof *block);
+  memcpy(block, user_text, user * sizeof *block);
+  memcpy(block + user, password_text, password * sizeof *block);
   *out = block;
   *out_size = (ULONG)((user + password) * sizeof *block);
   return ERROR_SUCCESS;

@@ -85,7 +85,7 @@ class WineUser:
     def environment(self, **additions: str) -> dict[str, str]:
         return clean_environment(
             HOME=str(self._folder / "home"), WINEPREFIX=str(self.prefix), WINEDEBUG="-all",
-            WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d;winhttp=n,b", **additions)
+            WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d;winhttp,credui=n,b", **additions)
 
     def create(self, model: Path | None = None) -> None:
         """Makes the prefix if it is not there, from another one if `model` names it, which must be at rest."""

@@ -1,0 +1,22 @@
+# What `cmake --install` lays out; every path in it is relative, so that the folder can be moved.
+include(CMakePackageConfigHelpers)
+
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
+set(made ${PROJECT_BINARY_DIR}/package)
+configure_file(cmake/kivConfig.cmake.in ${made}/kivConfig.cmake @ONLY)
+write_basic_package_version_file(${made}/kivConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+configure_file(cmake/kiv.pc.in ${made}/kiv.pc @ONLY)
+
+install(TARGETS kiv RUNTIME DESTINATION bin ARCHIVE DESTINATION lib)
+if(TARGET kiv-resolve)
+  install(TARGETS kiv-resolve RUNTIME DESTINATION bin)
+endif()
+if(MINGW)
+  install(FILES ${PROJECT_BINARY_DIR}/lib/kiv.def DESTINATION lib)
+endif()
+install(DIRECTORY include/kiv DESTINATION include)
+install(FILES ${made}/kivConfig.cmake ${made}/kivConfigVersion.cmake DESTINATION lib/cmake/kiv)
+install(FILES ${made}/kiv.pc DESTINATION lib/pkgconfig)
+install(FILES LICENSE README.md DESTINATION share/doc/kiv)
+install(DIRECTORY docs DESTINATION share/doc/kiv)
+install(DIRECTORY examples DESTINATION share/doc/kiv PATTERN CMakeLists.txt EXCLUDE)

@@ -1,0 +1,13 @@
+# Says in a program's or DLL's properties what it is, with the project's version.
+function(kiv_add_version_resource target description)
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL EXECUTABLE)
+    set(file_type 0x1)
+    set(file_name ${target}.exe)
+  else()
+    set(file_type 0x2)
+    set(file_name ${target}.dll)
+  endif()
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/version.rc.in ${CMAKE_CURRENT_BINARY_DIR}/${target}.rc @ONLY)
+  target_sources(${target} PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/${target}.rc)
+endfunction()

@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# Builds build/kiv-VERSION-windows-x64.zip: headers, kiv.dll, its import library, kiv-resolve, and documentation.
+# The same files give the same archive.
+. "$(dirname "$0")/lib.sh"
+install_packages "${BUILD_PACKAGES[@]}" zip
+build windows-x64 --target kiv kiv-resolve
+version=$(project_version)
+name=kiv-$version-windows-x64
+rm -rf build/package "build/$name.zip"
+cmake --install build/windows-x64 --prefix "build/package/$name" >build/package.log || { cat build/package.log >&2; exit 1; }
+# One date for all, and none of what else the file system knows about them.
+find "build/package/$name" -type f -exec touch -d 1980-01-02T00:00:00Z {} +
+(cd build/package && find "$name" -type f | LC_ALL=C sort | TZ=UTC zip -q -X "../$name.zip" -@)
+ls -l "build/$name.zip"

@@ -1,0 +1,130 @@
+#!/usr/bin/env bash
+# Packs, unpacks elsewhere, and builds and runs programs that have nothing but the package.
+. "$(dirname "$0")/lib.sh"
+install_packages "${BUILD_PACKAGES[@]}" wine wine64 pkgconf unzip python3
+trap stop_wine EXIT
+
+version=$(project_version)
+name=kiv-$version-windows-x64
+work=build/package-test
+kiv=$PWD/$work/elsewhere/$name
+passed=0
+failed=0
+
+# check TITLE COMMAND...: counts it as passed if it succeeds; says what it said if not.
+check() {
+  local title=$1 log=$work/check.log
+  shift
+  if "$@" >"$log" 2>&1; then
+    passed=$((passed + 1))
+    echo "ok    $title"
+  else
+    failed=$((failed + 1))
+    echo "FAIL  $title"
+    cat "$log"
+  fi
+}
+
+# same_lines EXPECTED COMMAND...: what the command prints is that, but for Windows' line ends.
+same_lines() {
+  local expected=$1
+  shift
+  diff <(printf '%s\n' "$expected") <("$@" | tr -d '\r')
+}
+
+is_reproducible() {
+  local first
+  first=$(sha256sum <"build/$name.zip")
+  scripts/package.sh
+  [ "$first" = "$(sha256sum <"build/$name.zip")" ]
+}
+
+has_all_files() {
+  diff tests/package/files.txt <(cd "$kiv" && find . -type f -printf '%P\n' | grep -v '^share/doc/kiv/docs/' | LC_ALL=C sort)
+}
+
+# exported_names: what the DLL exports, as the tests of the interface list it.
+exported_names() {
+  grep -oE 'X\(Kiv[A-Za-z_0-9]+\)' tests/abi/exports.h | sed -E 's/X\((.*)\)/\1/' | LC_ALL=C sort
+}
+
+names_its_exports() {
+  diff <(exported_names) <(x86_64-w64-mingw32-objdump -p "$kiv/bin/kiv.dll" |
+    sed -nE 's/^\s+\[ *[0-9]+\] (Kiv.*)$/\1/p' | LC_ALL=C sort) &&
+    diff <(exported_names) <(sed -n 's/^    //p' "$kiv/lib/kiv.def")
+}
+
+# The import library that others make from kiv.def serves as well as ours.
+def_makes_an_import_library() {
+  x86_64-w64-mingw32-dlltool -m i386:x86-64 -d "$kiv/lib/kiv.def" -l "$work/libkiv.a" &&
+    x86_64-w64-mingw32-g++-posix -std=c++17 -static -I"$kiv/include" tests/package/consumer-cpp/main.cpp "$work/libkiv.a" \
+      -o "$work/from_def.exe" && cp "$kiv/bin/kiv.dll" "$work" && in_wine "$work/from_def.exe"
+}
+
+is_small() { [ "$(stat -c %s "$kiv/bin/kiv.dll")" -lt 300000 ]; }
+
+holds_no_path_of_this_machine() {
+  ! grep -rlF "$PWD" "$kiv"
+}
+
+# build_consumer LANGUAGE [ARGUMENT...]: configures it against the unpacked package, and builds it.
+build_consumer() {
+  local language=$1
+  shift
+  cmake -S "tests/package/consumer-$language" -B "$work/$language" -G Ninja --toolchain "$PWD/cmake/mingw-w64-x86_64.cmake" \
+    "-Dkiv_DIR=$kiv/lib/cmake/kiv" "$@" && cmake --build "$work/$language" && cp "$kiv/bin/kiv.dll" "$work/$language"
+}
+
+build_with_pkg_config() {
+  local flags
+  read -ra flags <<<"$(PKG_CONFIG_LIBDIR=$kiv/lib/pkgconfig pkg-config --cflags --libs kiv)"
+  mkdir -p "$work/pkg-config"
+  x86_64-w64-mingw32-g++-posix -std=c++17 -static tests/package/consumer-cpp/main.cpp "${flags[@]}" \
+    -o "$work/pkg-config/consumer.exe" && cp "$kiv/bin/kiv.dll" "$work/pkg-config"
+}
+
+# refuses TEXT ARGUMENT...: find_package ends with a message that contains the text.
+refuses() {
+  local text=$1 said=$work/refusal.log
+  shift
+  rm -rf "$work/refused"
+  ! cmake -S tests/package/consumer-cpp -B "$work/refused" -G Ninja "-Dkiv_DIR=$kiv/lib/cmake/kiv" "$@" >"$said" 2>&1 &&
+    tr -s '\n ' ' ' <"$said" | grep -F "$text"
+}
+
+rm -rf "$work"
+mkdir -p "$work/elsewhere"
+check 'The package is made' scripts/package.sh
+check 'Made again, it is the same' is_reproducible
+check 'It unpacks' unzip -q "build/$name.zip" -d "$work/elsewhere"
+check 'It holds what belongs in it' has_all_files
+check 'It holds no path of the machine that made it' holds_no_path_of_this_machine
+check 'The DLL and kiv.def name the functions of the headers' names_its_exports
+check 'The DLL is small' is_small
+check 'A program in C is built' build_consumer c
+check 'A program in C++17 is built' build_consumer cpp
+check 'A program is built by pkg-config' build_with_pkg_config
+
+about=(in_wine "$work/c/consumer_c.exe" socks5://gate)
+resource=$'\nCompanyName kiv\nFileDescription '
+check 'The program in C runs, and sees the version of the DLL' same_lines \
+  "proxy socks5://gate"$'\n'"file $version product $version${resource}Finds a way out to a URL that works"$'\nOriginalFilename kiv.dll' \
+  "${about[@]}" kiv.dll
+cp "$kiv/bin/kiv-resolve.exe" "$work/c"
+check 'It sees the version of kiv-resolve' same_lines \
+  "proxy socks5://gate"$'\n'"file $version product $version${resource}Finds the way out to a URL, and shows why"$'\nOriginalFilename kiv-resolve.exe' \
+  "${about[@]}" kiv-resolve.exe
+outcome=$'http://living:8080 as pam\nthe client broke'
+check 'The program in C++17 runs' same_lines "$outcome" in_wine "$work/cpp/consumer_cpp.exe"
+check 'The program that pkg-config built runs' same_lines "$outcome" in_wine "$work/pkg-config/consumer.exe"
+check 'kiv.def makes an import library that serves' def_makes_an_import_library
+check 'The tool in the package runs' in_wine "$kiv/bin/kiv-resolve.exe" --help
+
+check 'A project for another system is told so' refuses 'library for 64-bit Windows'
+windows=(--toolchain "$PWD/cmake/mingw-w64-x86_64.cmake")
+check 'A project for Visual C++ is told how to make kiv.lib' refuses 'lib /machine:x64' "${windows[@]}" -DMSVC=1
+check 'A project that wants another version is told so' refuses "kivConfig.cmake, version: $version" "${windows[@]}" \
+  -DKIV_WANTED=2.0
+
+echo "$passed passed, $failed failed"
+[ "$failed" = 0 ]

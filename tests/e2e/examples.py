@@ -1,0 +1,140 @@
+#!/usr/bin/env python3
+"""Runs the example hosts in Wine against real servers: what they print, and what the servers were asked."""
+
+from __future__ import annotations
+
+import argparse
+import shutil
+import sys
+import time
+from collections.abc import Sequence
+from dataclasses import dataclass
+from pathlib import Path
+
+from harness.runner import Bench, benches
+from harness.scenario import INSECURE_ALLOWED, WRONG_PASSWORD, Scenario, complaints, with_names
+from harness.servers import PROXY_PASSWORD, PROXY_USER, SERVER_PASSWORD, SERVER_USER, Server
+from harness.wine import Settings
+
+URL = "http://localhost:{web}/ok"
+PROTECTED = "http://localhost:{web}/basic/ok"
+PROXY_LOGIN = f" {PROXY_USER} {PROXY_PASSWORD}"
+SERVER_LOGIN = f" {SERVER_USER} {SERVER_PASSWORD}"
+
+
+@dataclass(frozen=True)
+class Case:
+    """An example at work. `asked` is the last request that a server of that name must have seen; "" is none at all."""
+
+    program: str
+    scenario: Scenario
+    asked: tuple[tuple[str, str], ...]
+
+
+def via(server: str) -> Settings:
+    return Settings(manual=f"127.0.0.1:{{{server}}}")
+
+
+def typed(user: str, password: str) -> dict[str, str]:
+    """The environment in which the prompt's stand-in answers with this login."""
+    return {"KIV_PROMPT_USER": user, "KIV_PROMPT_PASSWORD": password, **INSECURE_ALLOWED}
+
+
+def proxied(server: str) -> str:
+    return f"http://127.0.0.1:{{{server}}}"
+
+
+OK = f"HEAD {URL} 200"
+SERVED = ("web", "HEAD /ok 200")
+UNTOUCHED = ("web", "")
+
+CASES = [
+    *(Case(program, scenario, asked) for program in ("resolve", "resolve_cpp") for scenario, asked in (
+        (Scenario(f"{program}_direct", URL, "direct"), (UNTOUCHED,)),
+        (Scenario(f"{program}_through_a_proxy", URL, proxied("squid"), via("squid")), (("squid", OK), SERVED)),
+        (Scenario(f"{program}_past_a_dead_proxy", URL, proxied("squid"),
+                  Settings(manual="127.0.0.1:{dead};127.0.0.1:{squid}")), (("squid", OK),)),
+        (Scenario(f"{program}_without_a_way", URL, "", via("squid_basic"), exit_code=2),
+         (("squid_basic", f"HEAD {URL} 407"),)),
+    )),
+
+    # The built-in client's bridge plays no part in these: WinINet finds the proxy on its own.
+    Case("own_client", Scenario("own_client_direct", URL, "direct"), (UNTOUCHED,)),
+    Case("own_client", Scenario("own_client_through_a_proxy", URL, proxied("squid"), via("squid")),
+         (("squid", OK), SERVED)),
+    Case("own_client", Scenario("own_client_past_a_dead_proxy", URL, proxied("squid"),
+                                Settings(manual="127.0.0.1:{dead};127.0.0.1:{squid}")), (("squid", OK), SERVED)),
+    Case("own_client", Scenario("own_client_with_the_proxys_password", URL + PROXY_LOGIN, proxied("squid_basic"),
+                                via("squid_basic")), (("squid_basic", OK), SERVED)),
+    Case("own_client", Scenario("own_client_with_a_wrong_password", f"{URL} {PROXY_USER} {WRONG_PASSWORD}", "",
+                                via("squid_basic"), exit_code=2), (("squid_basic", f"HEAD {URL} 407"),)),
+    Case("own_client", Scenario("own_client_with_the_servers_password", PROTECTED + SERVER_LOGIN, proxied("squid"),
+                                via("squid")), (("squid", f"HEAD {PROTECTED} 200"), ("web", "HEAD /basic/ok 200"))),
+    Case("own_client", Scenario("own_client_refused_by_the_server", PROTECTED, "", via("squid"), exit_code=2),
+         (("web", "HEAD /basic/ok 401"),)),
+
+    Case("dialogs", Scenario("dialogs_for_a_proxy", URL, proxied("squid_basic") + f"\nas {PROXY_USER}",
+                             via("squid_basic"), environment=typed(PROXY_USER, PROXY_PASSWORD)),
+         (("squid_basic", OK), SERVED)),
+    Case("dialogs", Scenario("dialogs_for_a_server", PROTECTED, proxied("squid"), via("squid"),
+                             environment=typed(SERVER_USER, SERVER_PASSWORD)), (("web", "HEAD /basic/ok 200"),)),
+    Case("dialogs", Scenario("dialogs_with_a_wrong_password", URL, "", via("squid_basic"), exit_code=2,
+                             environment=typed(PROXY_USER, WRONG_PASSWORD)), (("squid_basic", f"HEAD {URL} 407"),)),
+]
+
+
+def not_asked(case: Case, bench: Bench, servers: dict[str, Server]) -> list[str]:
+    """What servers should have been asked last and were not, once they had the time to log it."""
+    deadline = time.monotonic() + 5
+    while True:
+        seen = {name: with_names("\n".join(servers[name].accesses()), bench.catalogue.ports()).splitlines()
+                for name, _ in case.asked}
+        wrong = [f"{name} saw {seen[name]}, and not {request!r} at the end" for name, request in case.asked
+                 if (seen[name] or [""])[-1] != request]
+        if not wrong or time.monotonic() > deadline:
+            return wrong
+        time.sleep(0.1)
+
+
+def run(case: Case, bench: Bench, stage: Path) -> list[str]:
+    """Runs one example and says what is wrong."""
+    scenario = case.scenario
+    servers = bench.prepare(scenario)
+    arguments = [bench.catalogue.fill_in(argument) for argument in scenario.arguments]
+    result = bench.user.run_tool(stage / f"{case.program}.exe", arguments, scenario.environment, scenario.timeout)
+    wrong = complaints(scenario, result, bench.catalogue.fill_in(scenario.outcome))
+    wrong += not_asked(case, bench, servers)
+    return [*wrong, result.stdout, result.stderr] if wrong else []
+
+
+def run_all(cases: Sequence[Case], bench: Bench, stage: Path) -> int:
+    """Runs examples, reports, and returns how many were wrong."""
+    failed = 0
+    for case in cases:
+        wrong = run(case, bench, stage)
+        failed += bool(wrong)
+        print("\n".join([f"{'FAIL' if wrong else 'ok':4}  {case.scenario.name}", *wrong]), flush=True)
+    return failed
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--bin", type=Path, required=True, help="the folder that holds kiv.dll and the examples")
+    parser.add_argument("--bridge", type=Path, required=True, help="the folder that holds the bridging winhttp.dll")
+    parser.add_argument("--prompt", type=Path, required=True, help="the folder that holds the stand-in credui.dll")
+    parser.add_argument("--work", type=Path, required=True, help="a folder for all that the run writes")
+    parser.add_argument("--filter", default="", help="run only the cases whose name contains this text")
+    options = parser.parse_args()
+    cases = [case for case in CASES if options.filter in case.scenario.name]
+    with benches(1, options.bin, options.bridge, options.work) as (bench,):
+        stage = options.work.resolve() / "stage"
+        for program in {case.program for case in cases}:
+            shutil.copy2(options.bin / f"{program}.exe", stage)
+        shutil.copy2(options.prompt / "credui.dll", stage)
+        failed = run_all(cases, bench, stage)
+    print(f"{len(cases) - failed} passed, {failed} failed")
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
