@@ -34,6 +34,8 @@ step 'Exceptions at the interface, from C++' in_wine build/windows-x64/abi/excep
 step 'Package, and programs that have nothing but it' scripts/test_package.sh
 step 'Examples with real servers' python3 tests/e2e/examples.py --bin build/windows-x64/bin --bridge build/windows-x64/e2e \
   --prompt build/windows-x64/abi --work build/e2e
+step 'Programs that README shows' python3 tests/e2e/readme.py --bin build/windows-x64/bin --bridge build/windows-x64/e2e \
+  --library build/windows-x64/lib/libkiv.dll.a --work build/e2e
 step 'Scenarios with real servers' python3 tests/e2e/run.py --bin build/windows-x64/bin --bridge build/windows-x64/e2e --work build/e2e
 step 'Load on eight threads' python3 tests/e2e/load.py --bin build/windows-x64/bin --bridge build/windows-x64/e2e --work build/e2e
 step 'Native build, address and undefined behaviour sanitizers' build native-asan
@@ -42,6 +44,7 @@ step 'Native build, thread sanitizer' build native-tsan
 step 'Unit tests under the thread sanitizer' build/native-tsan/bin/kiv-unit-tests --gtest_brief=1
 step 'Fuzz targets, 30 s each' scripts/fuzz.sh 30
 step 'Coverage' scripts/coverage.sh
+step 'Reference and documents' scripts/docs.sh
 step 'Layout and habits of the code' scripts/lint.sh
 
 echo "$passed passed, $failed failed"

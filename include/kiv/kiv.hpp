@@ -1,4 +1,5 @@
-/* The interface of kiv.dll for C++17 and later: owners in place of handles, exceptions in place of null, callables in
+/** @file
+ * The interface of kiv.dll for C++17 and later: owners in place of handles, exceptions in place of null, callables in
  * place of callbacks. Nothing here is compiled into the DLL; all of it stands on the C functions of kiv/kiv.h.
  *
  * Conventions that hold for every type:
@@ -79,6 +80,7 @@ class Owner {
 
   /** The handle, which stays this object's; null if there is none. */
   Handle* handle() noexcept { return handle_.get(); }
+  /** The handle, to be read only; null if there is none. */
   const Handle* handle() const noexcept { return handle_.get(); }
 
   /** Gives the handle away: the caller releases it. Null if there is none. */
@@ -94,12 +96,16 @@ class Value : public Owner<Handle> {
  public:
   using Owner<Handle>::Owner;
   Value() noexcept = default;
+  /** Copies what is behind the handle. */
   Value(const Value& other) : Owner<Handle>(other.handle() ? copied(other.handle()) : nullptr) {}
+  /** Takes the handle; `other` has none afterwards. */
   Value(Value&&) noexcept = default;
+  /** Copies; if memory runs out, this object stays as it was. */
   Value& operator=(const Value& other) {
     *this = Value(other);
     return *this;
   }
+  /** Takes the handle and releases the one that was here. */
   Value& operator=(Value&&) noexcept = default;
   ~Value() = default;
 };
@@ -196,8 +202,11 @@ class SecureString : public detail::Owner<KivSecStr> {
 
   /** NUL-terminated; null if there is no password at all. */
   const wchar_t* c_str() const noexcept { return KivSecStr_CStr(handle()); }
+  /** The characters; without data if there is no password at all. */
   std::wstring_view view() const noexcept { return detail::view(c_str()); }
+  /** Whether there are no characters. */
   bool empty() const noexcept { return view().empty(); }
+  /** The number of characters; 0 if there are none, after a move too. */
   std::size_t size() const noexcept { return view().size(); }
 };
 
@@ -211,6 +220,7 @@ class Credential : public detail::Value<KivCred> {
   Credential(std::wstring_view username, std::wstring_view password)
       : Value(detail::made(KivCred_Create(detail::Text(username).c_str(), detail::Text(password).c_str()))) {}
 
+  /** Whether there is no credential. */
   bool is_none() const noexcept { return KivCred_IsNone(handle()); }
   /** Empty for a none credential. */
   std::wstring_view username() const noexcept { return detail::view(KivCred_Username(handle())); }
@@ -225,19 +235,24 @@ class ProxyConfig : public detail::Value<KivProxyConfig> {
   /** None. */
   ProxyConfig() noexcept = default;
 
+  /** No way at all. */
   static ProxyConfig none() { return ProxyConfig(detail::made(KivProxyConfig_None())); }
+  /** The direct connection. */
   static ProxyConfig direct() { return ProxyConfig(detail::made(KivProxyConfig_Direct())); }
 
-  /** A proxy server. A host is neither checked nor converted; a negative port counts as none. */
+  /** An HTTP proxy server. A host is neither checked nor converted; a negative port counts as none. */
   static ProxyConfig http(std::wstring_view host, std::optional<int> port = {}, const Credential& cred = {}) {
     return server(KivProxyConfig_Http, host, port, cred);
   }
+  /** An HTTPS proxy server; otherwise as http(). */
   static ProxyConfig https(std::wstring_view host, std::optional<int> port = {}, const Credential& cred = {}) {
     return server(KivProxyConfig_Https, host, port, cred);
   }
+  /** A SOCKS 4 proxy server; otherwise as http(). */
   static ProxyConfig socks4(std::wstring_view host, std::optional<int> port = {}, const Credential& cred = {}) {
     return server(KivProxyConfig_Socks4, host, port, cred);
   }
+  /** A SOCKS 5 proxy server; otherwise as http(). */
   static ProxyConfig socks5(std::wstring_view host, std::optional<int> port = {}, const Credential& cred = {}) {
     return server(KivProxyConfig_Socks5, host, port, cred);
   }
@@ -252,19 +267,28 @@ class ProxyConfig : public detail::Value<KivProxyConfig> {
     return ProxyConfig(detail::made(KivProxyConfig_Parse(detail::Text(text).c_str(), cred.handle())));
   }
 
+  /** Whether there is no way at all. */
   bool is_none() const noexcept { return KivProxyConfig_IsNone(handle()); }
+  /** Whether it is the direct connection. */
   bool is_direct() const noexcept { return KivProxyConfig_IsDirect(handle()); }
+  /** Whether it is an HTTP proxy server. */
   bool is_http() const noexcept { return KivProxyConfig_IsHttp(handle()); }
+  /** Whether it is an HTTPS proxy server. */
   bool is_https() const noexcept { return KivProxyConfig_IsHttps(handle()); }
+  /** Whether it is a SOCKS 4 proxy server. */
   bool is_socks4() const noexcept { return KivProxyConfig_IsSocks4(handle()); }
+  /** Whether it is a SOCKS 5 proxy server. */
   bool is_socks5() const noexcept { return KivProxyConfig_IsSocks5(handle()); }
   /** Whether a proxy server is named. */
   bool is_valid() const noexcept { return KivProxyConfig_IsValid(handle()); }
+  /** Whether a port was given, 0 included. */
   bool has_explicit_port() const noexcept { return KivProxyConfig_HasExplicitPort(handle()); }
+  /** Whether there are credentials for the proxy server. */
   bool has_cred() const noexcept { return KivProxyConfig_HasCred(handle()); }
 
   /** "http", "https", "socks4", "socks5" or "direct"; empty for none. The text is static. */
   std::wstring_view scheme() const noexcept { return detail::view(KivProxyConfig_Scheme(handle())); }
+  /** The proxy server, as given; empty for none and direct. */
   std::wstring_view host() const noexcept { return detail::view(KivProxyConfig_Host(handle())); }
   /** The port that was given. */
   std::optional<int> port() const noexcept { return given(KivProxyConfig_Port(handle(), 0)); }
@@ -316,15 +340,24 @@ class LogRecord : public detail::Value<KivLog> {
   using Value::Value;
   LogRecord() noexcept = default;
 
+  /** A line of level Error. */
   static LogRecord error(std::wstring_view message) { return record(KivLog_CreateError, message); }
+  /** A line of level Warn. */
   static LogRecord warn(std::wstring_view message) { return record(KivLog_CreateWarn, message); }
+  /** A line of level Info. */
   static LogRecord info(std::wstring_view message) { return record(KivLog_CreateInfo, message); }
+  /** A line of level Debug. */
   static LogRecord debug(std::wstring_view message) { return record(KivLog_CreateDebug, message); }
 
+  /** Whether the level is Error. */
   bool is_error() const noexcept { return KivLog_IsError(handle()); }
+  /** Whether the level is Warn. */
   bool is_warn() const noexcept { return KivLog_IsWarn(handle()); }
+  /** Whether the level is Info. */
   bool is_info() const noexcept { return KivLog_IsInfo(handle()); }
+  /** Whether the level is Debug. */
   bool is_debug() const noexcept { return KivLog_IsDebug(handle()); }
+  /** The text. */
   std::wstring_view message() const noexcept { return detail::view(KivLog_Message(handle())); }
 
  private:
@@ -352,10 +385,13 @@ class Logger : public detail::Value<KivLogger> {
   /** Whether lines go anywhere. */
   explicit operator bool() const noexcept { return handle() != nullptr; }
 
-  /** Each logs one line and throws what the callable throws. */
+  /** Logs one line at level Error, and throws what the callable throws. */
   void error(std::wstring_view message) const { log(KivLogger_Error, message); }
+  /** Likewise at level Warn. */
   void warn(std::wstring_view message) const { log(KivLogger_Warn, message); }
+  /** Likewise at level Info. */
   void info(std::wstring_view message) const { log(KivLogger_Info, message); }
+  /** Likewise at level Debug. */
   void debug(std::wstring_view message) const { log(KivLogger_Debug, message); }
 
  private:
@@ -405,8 +441,9 @@ class HttpClient : public detail::Owner<KivHttpClient> {
     KivHttpClient_SetProxy(handle(), proxy.handle());
   }
 
-  /** Each sends one request and gives the HTTP status, or -1 if it failed. Throws what the logger's callable throws. */
+  /** Sends a HEAD request: the HTTP status, or -1 if it failed. Throws what the logger's callable throws. */
   int head(const Logger& logger = {}) { return send(KivHttpClient_Head, logger); }
+  /** Sends a GET request, without reading the body of its answer; otherwise as head(). */
   int get(const Logger& logger = {}) { return send(KivHttpClient_Get, logger); }
 
  private:
@@ -436,16 +473,18 @@ struct ProxyAuthDialog {
   std::wstring detail;    /**< as in ServerAuthDialog */
   void* parent = nullptr; /**< as in ServerAuthDialog */
 
+  /** Blocks until the prompt is closed. None if the user cancelled. */
   Credential operator()(std::wstring_view target) const {
     return Credential(kiv::detail::made(
         KivDialogAuthUi_ProxyAuthUi(kiv::detail::Text(target).c_str(), kiv::detail::Text(detail).c_str(), parent)));
   }
+  /** Likewise, and shows the proxy without its credentials. */
   Credential operator()(const ProxyConfig& proxy) const { return (*this)(proxy.to_string()); }
 };
 
 /** What a resolution is asked. The callables are called on the thread of kiv::resolve, before it returns. */
 struct Request {
-  std::wstring url;
+  std::wstring url;                        /**< to be reached */
   std::wstring user_agent;                 /**< used while the system's settings are read, and by resolve_with_client */
   std::optional<std::wstring> bypass_list; /**< in place of the system's; an empty text switches that off */
   ProxyConfig preferred;                   /**< tried first, unless none */
@@ -578,17 +617,20 @@ class Resolution {
  */
 inline ProxyConfig resolve(const Request& request) { return detail::Resolution(request).run(); }
 
+/** What a test request asks for. */
 enum class Method { Head, Get };
 
 /** How resolve_with_client makes and uses its client. */
 struct ClientOptions {
-  bool ignore_cert_errors = false;
-  Method method = Method::Head;
+  bool ignore_cert_errors = false; /**< accepts, over https, unknown authorities, wrong usage, names and dates */
+  Method method = Method::Head;    /**< of every test request */
 };
 
 /**
  * Resolves with a client of the caller's. It is left with the proxy and the credentials of the last candidate that was
  * tested, the winner if there is one.
+ * @param client  as made for the request's URL.
+ * @param method  of every test request.
  * @param request its `test`, `set_server_cred` and `set_proxy` are replaced by the client's.
  * @throws as resolve does.
  */
