@@ -59,7 +59,7 @@ std::wstring storyOf(const Resolution& resolution) {
   const std::wstring count = counted(resolution.candidates.size(), L"candidate");
   std::wstring story;
   if (const auto winner = resolution.winner()) {
-    story = L"No. " + std::to_wstring(*winner) + L" of " + count + L" works; " +
+    story = L"Candidate No. " + std::to_wstring(*winner) + L" works. " + count + L", " +
             std::to_wstring(testedCount(resolution)) + L" tested.";
   } else if (resolution.outcome.kind == OutcomeKind::NotTested) {
     story = count + L", none tested, as asked.";

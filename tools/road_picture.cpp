@@ -89,7 +89,7 @@ Station scriptStation(const Resolution& resolution) {
 Station bypassStation(const Bypass& bypass) {
   if (bypass.matches) return {L"Bypass list", L"names the target", L"good"};
   if (bypass.list.empty()) return {L"Bypass list", bypass.given ? L"switched off" : L"none", L"off"};
-  return {L"Bypass list", L"does not name the target"};
+  return {L"Bypass list", L"not for this target"};
 }
 
 const wchar_t* stateOf(Verdict verdict) {

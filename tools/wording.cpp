@@ -4,6 +4,8 @@
 #include <array>
 #include <cwchar>
 
+#include "failures.h"
+
 namespace kiv::tool {
 namespace {
 
@@ -28,31 +30,6 @@ constexpr std::array<std::wstring_view, 3> kOriginTexts = {L"from --prefer", L"f
 constexpr std::array<std::string_view, 5> kOutcomeIds = {"proxy", "direct", "none", "not-tested", "not-carried-out"};
 constexpr std::array<std::string_view, 4> kLevelIds = {"error", "warn", "info", "debug"};
 
-struct ErrorWords {
-  unsigned error;
-  std::wstring_view text;
-};
-
-constexpr ErrorWords kErrors[] = {
-    {12002, L"timed out"},
-    {12005, L"not a URL"},
-    {12007, L"name not known"},
-    {12015, L"login failed"},
-    {12017, L"cancelled"},
-    {12029, L"cannot connect"},
-    {12030, L"connection broken off"},
-    {12037, L"certificate out of date"},
-    {12038, L"certificate of another name"},
-    {12044, L"client certificate wanted"},
-    {12045, L"certificate of an unknown authority"},
-    {12152, L"answer is not HTTP"},
-    {12156, L"redirect failed"},
-    {12157, L"no secure channel"},
-    {12169, L"certificate not valid"},
-    {12170, L"certificate revoked"},
-    {12175, L"certificate or TLS refused"},
-};
-
 template <class Table, class Enumerator>
 const auto& at(const Table& table, Enumerator enumerator) {
   return table[static_cast<std::size_t>(enumerator)];
@@ -70,22 +47,12 @@ std::string_view idOf(OutcomeKind kind) { return at(kOutcomeIds, kind); }
 std::string_view idOf(Level level) { return at(kLevelIds, level); }
 std::wstring_view originText(Origin origin) { return at(kOriginTexts, origin); }
 
-std::wstring_view errorText(unsigned error) {
-  for (const ErrorWords& words : kErrors) {
-    if (words.error == error) return words.text;
-  }
-  return {};
-}
-
 std::wstring verdictText(const Candidate& candidate) {
   const Verdict verdict = candidate.verdict();
   if (verdict == Verdict::ProxyWantsCredentials && candidate.proxyCredGiven) return L"proxy refuses the credentials";
   if (verdict == Verdict::ServerWantsCredentials && candidate.serverCredGiven) return L"server refuses the credentials";
-  if (verdict == Verdict::NoAnswer && candidate.requests.back().error) {
-    const std::wstring_view text = errorText(*candidate.requests.back().error);
-    if (!text.empty()) return std::wstring(text);
-  }
-  return std::wstring(at(kVerdicts, verdict).text);
+  const std::wstring_view meaning = verdict == Verdict::NoAnswer ? meaningOf(candidate.requests.back()) : L"";
+  return std::wstring(meaning.empty() ? at(kVerdicts, verdict).text : meaning);
 }
 
 std::wstring answerText(const Request& request) {

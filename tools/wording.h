@@ -20,8 +20,6 @@ std::wstring verdictText(const Candidate& candidate);
 // What one request was answered: "407", "failed (12029)".
 std::wstring answerText(const Request& request);
 std::wstring answersText(const Candidate& candidate);
-// What an error code of the system means, for those that a test meets; empty for others.
-std::wstring_view errorText(unsigned error);
 std::wstring durationText(milliseconds duration);  // "35 ms"
 std::wstring timeText(WallTime time);              // ISO 8601 with milliseconds, in UTC
 // What settled the matter in front of all tests, or what of the settings could not be had; empty if there is nothing.

@@ -19,6 +19,9 @@ DIRECT, NONE, USAGE_ERROR, WHATEVER = "DIRECT", "NONE", "", "*"
 SCHEMA = json.loads((Path(__file__).resolve().parents[3] / "docs" / "kiv-resolve.schema.json").read_text())
 """What every JSON document of the tool is valid against."""
 
+TRACE_SCHEMA = {"$ref": "#/definitions/traceRecord", "definitions": SCHEMA["definitions"]}
+"""What every line of a trace is valid against."""
+
 INSECURE_ALLOWED = {"PROXYRESOLVER_ALLOW_INSECURE_AUTH_SCHEME": "1"}
 """The environment in which the library sends a server's Basic password over plain HTTP."""
 
@@ -114,8 +117,6 @@ def described(settings: Settings | None) -> str:
 def transcript(scenario: Scenario, result: ToolResult, servers: Mapping[str, Server], ports: Mapping[str, int]) -> str:
     """Everything that a scenario compares, as text for people."""
     environment = "".join(f"{name}={value} " for name, value in scenario.environment.items())
-    # A page is for eyes; what must be on it is not compared here.
-    files = {name: text for name, text in result.files.items() if not name.endswith(".html")}
     sections = [
         _section("settings", described(scenario.settings)),
         *([_section("script", scenario.script)] if 0 < len(scenario.script) < 1000 else []),
@@ -124,11 +125,25 @@ def transcript(scenario: Scenario, result: ToolResult, servers: Mapping[str, Ser
         _section("log", with_names(result.stderr, ports)),
         _section("outcome", with_names(result.stdout, ports)),
         _section("exit code", str(result.exit_code)),
-        *(_section(f"file {name}", with_names(text, ports)) for name, text in files.items()),
+        *(_section(f"file {name}", with_names(file_text(name, text), ports)) for name, text in result.files.items()),
         *(_section(f"requests that {name} saw", with_names("\n".join(server.accesses()), ports))
           for name, server in servers.items() if not name.startswith("dead")),
     ]
     return "\n".join(sections)
+
+
+def trace_text(trace: str) -> str:
+    """A trace's records as text for people, whose form is that of the log."""
+    records = [json.loads(line) for line in trace.splitlines()]
+    for record in records:
+        jsonschema.validate(record, TRACE_SCHEMA)
+    return "\n".join("{time} {level} {url}\n{message}".format(**record).replace("\n", "\n    ") for record in records)
+
+
+def file_text(name: str, text: str) -> str:
+    """What of a written file is compared: a page is for eyes, and has tests of its own."""
+    readers = {".jsonl": trace_text, ".html": lambda page: page.partition("\n")[0]}
+    return readers[Path(name).suffix](text)
 
 
 def outcome_lines(document: str) -> str:
