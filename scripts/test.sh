@@ -5,6 +5,7 @@
 . scripts/e2e-lib.sh
 install_packages "${BUILD_PACKAGES[@]}"
 install_e2e_packages
+install_packages "${BROWSER_PACKAGES[@]}"
 trap stop_wine EXIT
 
 passed=0
@@ -31,8 +32,11 @@ step 'Build for Windows' build windows-x64
 step 'Unit tests in Wine' in_wine build/windows-x64/bin/kiv-unit-tests.exe --gtest_brief=1
 step 'Interface of kiv.dll, from C' in_wine build/windows-x64/abi/abi_test.exe
 step 'Exceptions at the interface, from C++' in_wine build/windows-x64/abi/exceptions_test.exe
-step 'Scenarios with real servers' python3 tests/e2e/run.py --bin build/windows-x64/bin --bridge build/windows-x64/e2e --work build/e2e
-step 'Load on eight threads' python3 tests/e2e/load.py --bin build/windows-x64/bin --bridge build/windows-x64/e2e --work build/e2e
+step 'Rooms of kiv-resolve' in_wine build/windows-x64/bin/kiv-tool-tests.exe --gtest_brief=1
+step 'Scenarios with real servers' e2e run.py
+step 'kiv-resolve on a console' e2e console_test.py
+step 'Reports in a browser' e2e report_test.py
+step 'Load on eight threads' e2e load.py
 step 'Native build, address and undefined behaviour sanitizers' build native-asan
 step 'Unit tests under these sanitizers' build/native-asan/bin/kiv-unit-tests --gtest_brief=1
 step 'Native build, thread sanitizer' build native-tsan

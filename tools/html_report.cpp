@@ -71,11 +71,12 @@ std::wstring storyOf(const Resolution& resolution) {
 
 Markup outcomeSection(const Resolution& resolution) {
   const OutcomeWords& words = wordsOf(resolution.outcome);
-  const std::wstring answer = resolution.outcome.text.empty() ? L"—" : resolution.outcome.text;
+  const std::wstring& text = resolution.outcome.text;
+  const Markup answer = text.empty() ? Markup() : classed("p", L"answer", text);
   return classed(
       "section", std::wstring(L"outcome ") + words.kind,
-      classed("p", L"badge", words.badge) + classed("p", L"answer", answer) +
-          classed("h1", L"target", L"to " + resolution.url) + classed("p", L"story", storyOf(resolution)) +
+      classed("p", L"badge", words.badge) + answer + classed("h1", L"target", L"to " + resolution.url) +
+          classed("p", L"story", storyOf(resolution)) +
           classed("p", L"when", timeText(resolution.began) + L", took " + durationText(resolution.duration)));
 }
 

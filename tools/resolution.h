@@ -51,7 +51,7 @@ enum class Verdict : std::uint8_t {
 };
 
 struct Candidate {
-  std::wstring text;  // without credentials
+  std::wstring text{};  // without credentials
   Origin origin = Origin::System;
   bool invalid = false;
   bool proxyCredGiven = false;   // after it asked for some
@@ -70,7 +70,7 @@ struct Outcome {
 };
 
 struct Bypass {
-  std::wstring list;
+  std::wstring list{};
   bool given = false;  // by the caller, in place of the system's
   bool matches = false;
 };

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "wording.h"
@@ -116,6 +117,13 @@ std::vector<Station> endsOf(const Resolution& resolution) {
   return ends;
 }
 
+// The way to all ends is good if one of them is.
+const wchar_t* stateOfWay(const std::vector<Station>& ends) {
+  const bool good =
+      std::ranges::any_of(ends, [](const Station& end) { return std::wstring_view(end.state) == L"good"; });
+  return good ? L"good" : L"plain";
+}
+
 Markup picture(const wchar_t* kind, int width, int height, const Markup& content) {
   return element("svg",
                  {{"class", std::wstring(L"road ") + kind},
@@ -128,7 +136,7 @@ Markup picture(const wchar_t* kind, int width, int height, const Markup& content
 // From left to right; the candidates fan out at the end.
 Markup widePicture(const std::vector<Station>& stations, const std::vector<Station>& ends) {
   constexpr int kWidth = 1000;
-  constexpr int kStationWidth = 190;
+  constexpr int kStationWidth = 198;
   constexpr int kStationStep = 230;
   constexpr int kEndX = 706;
   const int height = std::max(64, static_cast<int>(ends.size()) * kCandidateStep - 10) + 2 * kMargin;
@@ -138,7 +146,7 @@ Markup widePicture(const std::vector<Station>& stations, const std::vector<Stati
   for (const Station& station : stations) {
     boxes += stationAt(box, station);
     if (&station == &stations.back()) break;
-    edges += edge(L"M" + number(box.right()) + L"," + number(box.middle()) + L" h40", L"plain");
+    edges += edge(L"M" + number(box.right()) + L"," + number(box.middle()) + L" h32", stateOfWay(ends));
     box.x += kStationStep;
   }
   const int fanTop = (height - static_cast<int>(ends.size()) * kCandidateStep + 10) / 2;
@@ -165,7 +173,7 @@ Markup narrowPicture(const std::vector<Station>& stations, const std::vector<Sta
   for (const Station& station : stations) {
     boxes += stationAt(box, station);
     if (&station == &stations.back()) break;
-    edges += edge(L"M18," + number(box.bottom()) + L" v22", L"plain");
+    edges += edge(L"M18," + number(box.bottom()) + L" v22", stateOfWay(ends));
     box.y += kStationStep;
   }
   Box end{kIndent, box.y + kStationStep - 8, kWidth - kIndent - kMargin, kCandidateHeight};

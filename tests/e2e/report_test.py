@@ -88,6 +88,10 @@ def outcome_comes_first(look: Look) -> None:
     assert browser.title.startswith("Way out found: ")
     assert PROXY_PASSWORD not in source
     look.picture("typical_light_wide")
+    # As much as makes a picture for a reader who has not seen one yet.
+    browser.view("light", 1000)
+    look.picture("report", browser.evaluate("document.querySelector('.candidates').getBoundingClientRect().bottom + 16"))
+    browser.view("light", 1100)
 
 
 def candidates_tell_their_tests(look: Look) -> None:
@@ -122,7 +126,7 @@ def picture_shows_the_road(look: Look) -> None:
     assert [title for _, title in stations[:3]] == ["Settings", "Script", "Bypass list"]
     assert [kind for kind, _ in stations[3:]] == [
         f"station {state}" for state in ("bad", "bad", "bad", "good", "off")], stations
-    assert len(browser.all(".road.wide .edge.good")) == 1
+    assert len(browser.all(".road.wide .edge.good")) == 2 + 1
 
 
 def filters_hide_levels(look: Look) -> None:
@@ -235,7 +239,7 @@ def hundreds_of_candidates_stay_readable(look: Look) -> None:
     titles = browser.evaluate("""[...document.querySelectorAll(".road.wide .station .title")].map(
         title => title.textContent)""")
     assert len(titles) == 3 + 7 + 1 + 1 and titles[-1] == "and 53 more", titles
-    assert len(browser.all(".road.wide .edge.good")) == 1
+    assert len(browser.all(".road.wide .edge.good")) == 2 + 1
     look.picture("hundreds_light_wide", 1400)
 
 

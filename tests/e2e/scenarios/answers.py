@@ -37,6 +37,7 @@ SCENARIOS = [
              ODD_WORDS),
     Scenario("json_detection_fails", f"{URL} --json", DIRECT, None, servers=("web",)),
     Scenario("json_text_of_all_kinds", f"{URL} --json --bypass 'ä€😀;\"<&>'", PROXY, MANUAL),
+    Scenario("json_not_carried_out", f"{URL} --json --bypass 'x:99999999999'", NONE, MANUAL),
     Scenario("json_several", "- --json", f"{DIRECT}\nNONE", BYPASSED, exit_code=2,
              stdin="http://localhost:{web}/ok\nhttp://127.0.0.2:{dead}/\n"),
     Scenario("json_settings", f"{URL} --json --show-settings", WHATEVER, DEAD_THEN_LIVING),
