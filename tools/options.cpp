@@ -84,8 +84,8 @@ void declareRequests(CLI::App& app, Written& written) {
       ->type_name("USER:PASS")
       ->check(mustBeUserAndPassword);
   app.add_option("--method", written.method, "Test request (head if not given)")
-      ->type_name("")
-      ->check(CLI::IsMember({"head", "get"}));
+      ->type_name("head|get")
+      ->check(CLI::IsMember({"head", "get"}).description(""));
   app.add_flag("--ignore-cert-errors", written.ignoreCertErrors, "Accept any certificate of the server");
   app.add_flag("--prompt", written.prompt, "Ask for credentials not given, in a dialog");
 }

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import base64
 import json
+import os
 import shutil
 from pathlib import Path
 from typing import Any
@@ -18,15 +19,21 @@ class Browser:
     """One browser with a profile of its own below `folder`."""
 
     def __init__(self, folder: Path) -> None:
-        profile = folder / "profile"
-        shutil.rmtree(profile, ignore_errors=True)
+        # Whatever it keeps, it keeps here.
+        home = folder / "browser"
+        shutil.rmtree(home, ignore_errors=True)
+        home.mkdir(parents=True)
+        places = {"HOME": "", "TMPDIR": "tmp", "XDG_CONFIG_HOME": "config", "XDG_CACHE_HOME": "cache"}
+        environment = {**os.environ, **{name: str(home / place) for name, place in places.items()}}
+        (home / "tmp").mkdir()
         options = webdriver.ChromeOptions()
         # Root may not use the sandbox, and the shared memory of a container is small.
         for argument in ("--headless=new", "--no-sandbox", "--disable-dev-shm-usage", "--disable-gpu",
-                         "--hide-scrollbars", "--force-device-scale-factor=1", f"--user-data-dir={profile}"):
+                         "--hide-scrollbars", "--force-device-scale-factor=1", f"--user-data-dir={home / 'profile'}"):
             options.add_argument(argument)
         options.set_capability("goog:loggingPrefs", {"performance": "ALL", "browser": "ALL"})
-        self._driver = webdriver.Chrome(service=Service(shutil.which("chromedriver")), options=options)
+        service = Service(shutil.which("chromedriver") or "/usr/bin/chromedriver", env=environment)
+        self._driver = webdriver.Chrome(service=service, options=options)
         self.view("light", 1100)
 
     def __enter__(self) -> Browser:
