@@ -64,6 +64,8 @@ std::string mustBeUserAndPassword(const std::string& text) {
   return text.find(':') == std::string::npos ? "must be USER:PASS" : std::string();
 }
 
+std::string mustNameAFile(const std::string& text) { return text.empty() ? "must name a file" : std::string(); }
+
 void declareRequests(CLI::App& app, Written& written) {
   app.add_option("URL", written.url, "The http or https URL to reach; - reads standard input")
       ->required()
@@ -96,8 +98,12 @@ void declareAnswers(CLI::App& app, Written& written) {
   app.add_flag("--brief", written.brief, "No log: a line per candidate, and the table");
   app.add_flag("--quiet", written.quiet, "Print the outcome alone");
   app.add_flag("--json", written.json, "Print one JSON document instead of all else");
-  app.add_option("--trace", written.trace, "Write the log's records as JSON lines")->type_name("FILE");
-  app.add_option("--report", written.report, "Write a report to be read in a browser")->type_name("FILE");
+  app.add_option("--trace", written.trace, "Write the log's records as JSON lines")
+      ->type_name("FILE")
+      ->check(mustNameAFile);
+  app.add_option("--report", written.report, "Write a report to be read in a browser")
+      ->type_name("FILE")
+      ->check(mustNameAFile);
 }
 
 void declare(CLI::App& app, Written& written) {

@@ -71,6 +71,9 @@ SCENARIOS = [
              files=("trace.jsonl", "report.html")),
     Scenario("secrets_in_json", f"{SECRETS} --json", DIRECT),
 
+    Scenario("report_without_a_name", f"{URL} --report ''", USAGE_ERROR),
+    Scenario("trace_and_report_in_one_file", f"{URL} --trace C:/e2e/both.html --report C:/e2e/both.html", USAGE_ERROR,
+             exit_code=74),
     Scenario("trace_cannot_be_written", f"{URL} --trace C:/nowhere/trace.jsonl", USAGE_ERROR, MANUAL, exit_code=74),
     Scenario("report_cannot_be_written", f"{URL} --report C:/windows", USAGE_ERROR, MANUAL, exit_code=74),
     Scenario("trace_ends_at_a_full_disk", f"{URL} --quiet --trace Z:/dev/full", PROXY, MANUAL, exit_code=74),
