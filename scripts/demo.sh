@@ -5,4 +5,4 @@
 install_e2e_packages
 ./scripts/build.sh
 cmake --build --preset windows-x64 --target winhttp_bridge
-exec python3 tests/e2e/demo.py --bin build/windows-x64/bin --bridge build/windows-x64/e2e --work build/e2e
+e2e demo.py

@@ -19,7 +19,7 @@ install_packages() {
 }
 
 # The toolchain for Windows, and what the tools and tests are built from.
-BUILD_PACKAGES=(cmake ninja-build g++ g++-mingw-w64-x86-64-posix libcli11-dev googletest)
+BUILD_PACKAGES=(cmake ninja-build g++ g++-mingw-w64-x86-64-posix libcli11-dev nlohmann-json3-dev googletest)
 
 # build PRESET [ARGUMENT...]: configures and builds; says something only when it fails.
 build() {

@@ -5,6 +5,7 @@
 . scripts/e2e-lib.sh
 install_packages "${BUILD_PACKAGES[@]}"
 install_e2e_packages
+install_packages "${BROWSER_PACKAGES[@]}"
 trap stop_wine EXIT
 
 passed=0
@@ -31,13 +32,14 @@ step 'Build for Windows' build windows-x64
 step 'Unit tests in Wine' in_wine build/windows-x64/bin/kiv-unit-tests.exe --gtest_brief=1
 step 'Interface of kiv.dll, from C' in_wine build/windows-x64/abi/abi_test.exe
 step 'Exceptions at the interface, from C++' in_wine build/windows-x64/abi/exceptions_test.exe
+step 'Rooms of kiv-resolve' in_wine build/windows-x64/bin/kiv-tool-tests.exe --gtest_brief=1
 step 'Package, and programs that have nothing but it' scripts/test_package.sh
-step 'Examples with real servers' python3 tests/e2e/examples.py --bin build/windows-x64/bin --bridge build/windows-x64/e2e \
-  --prompt build/windows-x64/abi --work build/e2e
-step 'Programs that README shows' python3 tests/e2e/readme.py --bin build/windows-x64/bin --bridge build/windows-x64/e2e \
-  --library build/windows-x64/lib/libkiv.dll.a --work build/e2e
-step 'Scenarios with real servers' python3 tests/e2e/run.py --bin build/windows-x64/bin --bridge build/windows-x64/e2e --work build/e2e
-step 'Load on eight threads' python3 tests/e2e/load.py --bin build/windows-x64/bin --bridge build/windows-x64/e2e --work build/e2e
+step 'Examples with real servers' e2e examples.py --prompt build/windows-x64/abi
+step 'Programs that README shows' e2e readme.py --library build/windows-x64/lib/libkiv.dll.a
+step 'Scenarios with real servers' e2e run.py
+step 'kiv-resolve on a console' e2e console_test.py
+step 'Reports in a browser' e2e report_test.py
+step 'Load on eight threads' e2e load.py
 step 'Native build, address and undefined behaviour sanitizers' build native-asan
 step 'Unit tests under these sanitizers' build/native-asan/bin/kiv-unit-tests --gtest_brief=1
 step 'Native build, thread sanitizer' build native-tsan

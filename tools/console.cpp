@@ -3,6 +3,8 @@
 
 #include <windows.h>
 
+#include <array>
+
 namespace kiv::tool {
 namespace {
 
@@ -37,6 +39,13 @@ bool showsColours(Stream stream) {
   return GetConsoleMode(handle, &mode) && SetConsoleMode(handle, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
 }
 
+std::size_t consoleWidth(Stream stream) {
+  constexpr std::size_t kUsual = 80;
+  CONSOLE_SCREEN_BUFFER_INFO info{};
+  if (!GetConsoleScreenBufferInfo(handleOf(stream), &info) || info.dwSize.X <= 0) return kUsual;
+  return static_cast<std::size_t>(info.dwSize.X);
+}
+
 void print(Stream stream, std::wstring_view text) {
   const HANDLE handle = handleOf(stream);
   DWORD written = 0;
@@ -48,6 +57,18 @@ void print(Stream stream, std::wstring_view text) {
   for (std::string_view rest = utf8; !rest.empty(); rest.remove_prefix(written)) {
     if (!WriteFile(handle, rest.data(), static_cast<DWORD>(rest.size()), &written, nullptr) || written == 0) return;
   }
+}
+
+std::string readInput() {
+  std::string text;
+  std::array<char, 4096> part{};
+  DWORD read = 0;
+  while (ReadFile(GetStdHandle(STD_INPUT_HANDLE), part.data(), static_cast<DWORD>(part.size()), &read, nullptr) &&
+         read > 0) {
+    text.append(part.data(), read);
+  }
+  SecureZeroMemory(part.data(), part.size());
+  return text;
 }
 
 }  // namespace kiv::tool

@@ -11,6 +11,9 @@
 namespace kiv::tool {
 namespace {
 
+// In place of a URL: they stand in standard input.
+constexpr std::string_view kFromInput = "-";
+
 // The options as written.
 struct Written {
   std::string url;
@@ -24,6 +27,12 @@ struct Written {
   bool ignoreCertErrors = false;
   bool prompt = false;
   bool quiet = false;
+  bool brief = false;
+  bool json = false;
+  bool showSettings = false;
+  bool candidatesOnly = false;
+  std::string trace;
+  std::string report;
 
   ~Written() {
     for (std::string* text : {&url, &preferred, &fallback, &proxyCred, &serverCred}) {
@@ -42,39 +51,9 @@ UniqueProxyConfig readCandidate(const std::string& text) {
   return parseProxy(text);
 }
 
-UniqueCred readCred(const std::string& userAndPassword) {
-  const std::size_t colon = userAndPassword.find(':');
-  if (colon == std::string::npos) return nullptr;
-  const std::wstring user = toWide(userAndPassword.substr(0, colon));
-  std::wstring password = toWide(std::string_view(userAndPassword).substr(colon + 1));
-  UniqueCred cred(KivCred_Create(user.c_str(), password.c_str()));
-  SecureZeroMemory(password.data(), password.size() * sizeof(wchar_t));
-  return cred;
-}
-
-// Where the user name and password of a URL stand: the position behind "://" and their length with the "@".
-struct UserInfo {
-  std::size_t at = 0;
-  std::size_t length = 0;
-};
-
-UserInfo userInfoOf(const std::string& url) {
-  const std::size_t start = url.find("://") + 3;
-  const std::size_t end = url.find('@', start);
-  return {start, end == std::string::npos ? 0 : end + 1 - start};
-}
-
 // What the validators say must not quote their text, which can hold a password.
 
-std::string mustBeUrl(const std::string& text) {
-  std::string scheme = text.substr(0, std::min(text.find("://"), text.size()));
-  std::ranges::transform(scheme, scheme.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c; });
-  if (scheme == text || (scheme != "http" && scheme != "https")) return "must begin with http:// or https://";
-  if (KivProxyConfig_IsNone(parseProxy(text).get())) {
-    return "cannot be read; the form is http[s]://[user:password@]host[:port][/path[?query]]";
-  }
-  return {};
-}
+std::string mustBeUrl(const std::string& text) { return text == kFromInput ? std::string() : problemOfUrl(text); }
 
 std::string mustBeCandidate(const std::string& text) {
   if (!KivProxyConfig_IsNone(readCandidate(text).get())) return {};
@@ -85,56 +64,108 @@ std::string mustBeUserAndPassword(const std::string& text) {
   return text.find(':') == std::string::npos ? "must be USER:PASS" : std::string();
 }
 
-void declare(CLI::App& app, Written& written) {
-  app.allow_windows_style_options(false);
-  app.add_option("URL", written.url, "The http or https URL to reach")->required()->check(mustBeUrl)->type_name("");
+std::string mustNameAFile(const std::string& text) { return text.empty() ? "must name a file" : std::string(); }
+
+void declareRequests(CLI::App& app, Written& written) {
+  app.add_option("URL", written.url, "The http or https URL to reach; - reads standard input")
+      ->required()
+      ->check(mustBeUrl)
+      ->type_name("");
   app.add_option("--user-agent", written.userAgent, "Agent name of the requests")->type_name("TEXT");
-  app.add_option("--bypass", written.bypass, "Bypass list in place of the system's; empty for none")->type_name("LIST");
+  app.add_option("--bypass", written.bypass, "Bypass list in place of the system's; empty: none")->type_name("LIST");
   app.add_option("--prefer", written.preferred, "Candidate to try first: a proxy, or direct")
       ->type_name("PROXY")
       ->check(mustBeCandidate);
   app.add_option("--fallback", written.fallback, "Candidate to try last: a proxy, or direct")
       ->type_name("PROXY")
       ->check(mustBeCandidate);
-  app.add_option("--proxy-cred", written.proxyCred, "Credentials for a proxy that asks for them (407)")
+  app.add_option("--proxy-cred", written.proxyCred, "For a proxy that asks for them (407)")
       ->type_name("USER:PASS")
       ->check(mustBeUserAndPassword);
-  app.add_option("--server-cred", written.serverCred, "Credentials for a server that asks for them (401)")
+  app.add_option("--server-cred", written.serverCred, "For a server that asks for them (401)")
       ->type_name("USER:PASS")
       ->check(mustBeUserAndPassword);
   app.add_option("--method", written.method, "Test request (head if not given)")
-      ->type_name("")
-      ->check(CLI::IsMember({"head", "get"}));
+      ->type_name("head|get")
+      ->check(CLI::IsMember({"head", "get"}).description(""));
   app.add_flag("--ignore-cert-errors", written.ignoreCertErrors, "Accept any certificate of the server");
-  app.add_flag("--prompt", written.prompt, "Ask for credentials that were not given with the system's dialogs");
-  app.add_flag("--quiet", written.quiet, "Print the outcome alone, without the log");
+  app.add_flag("--prompt", written.prompt, "Ask for credentials not given, in a dialog");
+}
+
+void declareAnswers(CLI::App& app, Written& written) {
+  app.add_flag("--show-settings", written.showSettings, "Print what the settings say; test nothing");
+  app.add_flag("--candidates-only", written.candidatesOnly, "Print the candidates in order; test nothing");
+  app.add_flag("--brief", written.brief, "No log: a line per candidate, and the table");
+  app.add_flag("--quiet", written.quiet, "Print the outcome alone");
+  app.add_flag("--json", written.json, "Print one JSON document instead of all else");
+  app.add_option("--trace", written.trace, "Write the log's records as JSON lines")
+      ->type_name("FILE")
+      ->check(mustNameAFile);
+  app.add_option("--report", written.report, "Write a report to be read in a browser")
+      ->type_name("FILE")
+      ->check(mustNameAFile);
+}
+
+void declare(CLI::App& app, Written& written) {
+  app.allow_windows_style_options(false);
+  app.get_formatter()->column_width(26);
+  declareRequests(app, written);
+  declareAnswers(app, written);
   app.set_version_flag("--version", "kiv-resolve " KIV_VERSION, "Print the version and exit");
   app.footer(
-      "Prints the log to standard error and the outcome (a proxy, DIRECT or NONE) to standard output.\n"
-      "Exit codes: 0 a way out was found, 2 none was, 64 bad usage.");
+      "Standard output: the outcome, a proxy, DIRECT or NONE (behind its URL with -).\n"
+      "Standard error: the log, and a table of the candidates.\n"
+      "Exit codes: 0 a way out was found, 2 none was (for one URL at least),\n"
+      "            64 bad usage, 74 a file could not be written.");
+}
+
+// Said here rather than to CLI11, whose help would tell it on lines of its own.
+void refuseContradictions(const Written& written) {
+  if (written.showSettings && written.candidatesOnly) throw CLI::ExcludesError("--show-settings", "--candidates-only");
+  if (written.brief && written.quiet) throw CLI::ExcludesError("--brief", "--quiet");
+}
+
+Task taskOf(const Written& written) {
+  if (written.showSettings) return Task::ShowSettings;
+  return written.candidatesOnly ? Task::ListCandidates : Task::Resolve;
+}
+
+Detail detailOf(const Written& written) {
+  if (written.quiet || written.json || taskOf(written) != Task::Resolve) return Detail::Nothing;
+  return written.brief ? Detail::Brief : Detail::Log;
+}
+
+std::vector<Target> readTargets(const std::string& url) {
+  std::vector<Target> targets;
+  if (url != kFromInput) {
+    targets.push_back(readTarget(url));
+    return targets;
+  }
+  std::string input = readInput();
+  auto read = readTargetList(input);
+  SecureZeroMemory(input.data(), input.size());
+  if (const auto* const problem = std::get_if<std::string>(&read)) throw CLI::ValidationError(*problem);
+  return std::get<std::vector<Target>>(std::move(read));
 }
 
 Options read(const CLI::App& app, const Written& written) {
-  // The library logs the URL as it is given, so the password in it is handed on as a credential.
-  const UserInfo userInfo = userInfoOf(written.url);
-  std::string url = written.url;
-  url.erase(userInfo.at, userInfo.length);
-  UniqueCred serverCred = readCred(written.serverCred);
-  if (!serverCred && userInfo.length > 0) {
-    serverCred = readCred(written.url.substr(userInfo.at, userInfo.length - 1));
-  }
   return Options{
-      .url = toWide(url),
+      .targets = readTargets(written.url),
+      .targetsFromInput = written.url == kFromInput,
       .userAgent = toWide(written.userAgent),
       .bypass = app.count("--bypass") > 0 ? std::optional(toWide(written.bypass)) : std::nullopt,
       .preferred = readCandidate(written.preferred),
       .fallback = readCandidate(written.fallback),
       .proxyCred = readCred(written.proxyCred),
-      .serverCred = std::move(serverCred),
+      .serverCred = readCred(written.serverCred),
       .method = written.method == "get" ? Method::Get : Method::Head,
       .ignoreCertErrors = written.ignoreCertErrors,
       .prompt = written.prompt,
-      .quiet = written.quiet,
+      .task = taskOf(written),
+      .detail = detailOf(written),
+      .json = written.json,
+      .traceFile = toWide(written.trace),
+      .reportFile = toWide(written.report),
   };
 }
 
@@ -159,6 +190,7 @@ std::variant<Options, Exit> parseCommandLine(std::vector<std::string> arguments)
   try {
     std::ranges::reverse(arguments);  // as CLI11 takes them
     app.parse(std::move(arguments));
+    refuseContradictions(written);
     return read(app, written);
   } catch (const CLI::CallForHelp&) {
     return Exit{0, app.help()};

@@ -28,7 +28,7 @@ class Catalogue:
                for scheme in ("basic", "digest", "ntlm")},
             **{name: lambda name=name: OddServer(name, getattr(odd_servers, name))
                for name in ("silent", "resets", "garbage", "bad_status_line", "bad_gateway", "bare_407",
-                            "stubborn_407", "huge_headers")},
+                            "stubborn_407", "huge_headers", "markup")},
             "odd": lambda: OddServer("odd", self.odd_web),
             "web": lambda: self.lighttpd,
             "dead": lambda: DeadServer("dead"),

@@ -14,6 +14,10 @@ from dataclasses import dataclass
 from harness.servers import Server
 
 
+HOSTILE_MARKUP = """</style></title></svg>'"><script>document.title="taken"</script><img src=x onerror=alert(1)>"""
+"""What must be shown as it is, and never become part of a page."""
+
+
 @dataclass(frozen=True)
 class Request:
     """The head of a request."""
@@ -188,6 +192,11 @@ def stubborn_407(_: Request, connection: Connection) -> str:
 def huge_headers(_: Request, connection: Connection) -> str:
     """A success behind 64 KiB of headers."""
     return answer(connection, "200 OK", *(f"X-Filler-{number:02}: {'x' * 1006}" for number in range(64)))
+
+
+def markup(_: Request, connection: Connection) -> str:
+    """A proxy whose refusal would be a script, an image and an end of all styles to whoever believes it."""
+    return answer(connection, "403 Forbidden", f"X-Hostile: {HOSTILE_MARKUP}", "X-Entities: &lt;b&gt; &amp; ]]>")
 
 
 class OddWeb:

@@ -25,13 +25,15 @@ class Processes:
         self._closed = False
 
     def start(self, command: Sequence[str], stdout: Path, stderr: Path | None = None,
-              environment: Mapping[str, str] | None = None, user: str | None = None) -> subprocess.Popen[bytes]:
+              environment: Mapping[str, str] | None = None, user: str | None = None,
+              stdin: Path | None = None) -> subprocess.Popen[bytes]:
         """Starts a process whose output goes to files: a pipe would stay open in whatever the process leaves behind."""
-        with open(stdout, "ab") as out, open(stderr or stdout, "ab") as err, self._lock:
+        with (open(stdout, "ab") as out, open(stderr or stdout, "ab") as err, open(stdin or os.devnull, "rb") as given,
+              self._lock):
             if self._closed:
                 raise Interrupted
             process = subprocess.Popen(
-                command, stdin=subprocess.DEVNULL, stdout=out, stderr=err, env=environment, user=user,
+                command, stdin=given, stdout=out, stderr=err, env=environment, user=user,
                 # A Ctrl-C at the terminal reaches the runner alone, which then stops its processes in order.
                 start_new_session=True)
             self._running.append(process)
@@ -51,9 +53,9 @@ class Processes:
                 self._running.remove(process)
 
     def run(self, command: Sequence[str], stdout: Path, stderr: Path | None = None,
-            environment: Mapping[str, str] | None = None, timeout: float = 60.0) -> int:
+            environment: Mapping[str, str] | None = None, timeout: float = 60.0, stdin: Path | None = None) -> int:
         """Runs a process to its end and returns its exit code; TimeoutExpired if it takes longer than `timeout`."""
-        process = self.start(command, stdout, stderr, environment)
+        process = self.start(command, stdout, stderr, environment, stdin=stdin)
         try:
             return process.wait(timeout)
         finally:

@@ -12,14 +12,14 @@ import subprocess
 import time
 from collections.abc import Iterator, Mapping, Sequence
 from concurrent.futures import ThreadPoolExecutor
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from pathlib import Path
 
 from harness.catalogue import Catalogue
 from harness.processes import Interrupted, Processes
 from harness.scenario import Scenario, complaints, transcript
 from harness.servers import Server
-from harness.wine import ToolResult, WineUser, stage_tool
+from harness.wine import ToolResult, WineUser, program_text, stage_tool
 
 EXPECTED = Path(__file__).resolve().parent.parent / "expected"
 
@@ -48,12 +48,18 @@ class Bench:
             settings = type(settings)(settings.detect, fill_in(settings.script_url), fill_in(settings.manual),
                                       fill_in(settings.bypass))
         self.user.write_settings(settings)
+        for name in scenario.files:
+            self.user.file(name).unlink(missing_ok=True)
         return servers
 
     def run(self, scenario: Scenario) -> ToolResult:
         """Runs the tool as a prepared scenario says."""
-        arguments = [self.catalogue.fill_in(argument) for argument in scenario.arguments]
-        return self.user.run_tool(self._tool, arguments, scenario.environment, scenario.timeout)
+        fill_in = self.catalogue.fill_in
+        arguments = [fill_in(argument) for argument in scenario.arguments]
+        result = self.user.run_tool(self._tool, arguments, scenario.environment, scenario.timeout,
+                                    fill_in(scenario.stdin))
+        written = {name: self.user.file(name) for name in scenario.files}
+        return replace(result, files={name: program_text(file) for name, file in written.items() if file.exists()})
 
     def stop(self) -> None:
         try:

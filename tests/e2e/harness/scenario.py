@@ -2,15 +2,25 @@
 
 from __future__ import annotations
 
+import json
 import re
 import shlex
 from collections.abc import Mapping
 from dataclasses import dataclass, field
+from pathlib import Path
+
+import jsonschema
 
 from harness.servers import PROXY_PASSWORD, SERVER_PASSWORD, Server
 from harness.wine import Settings, ToolResult
 
-DIRECT, NONE, USAGE_ERROR = "DIRECT", "NONE", ""
+DIRECT, NONE, USAGE_ERROR, WHATEVER = "DIRECT", "NONE", "", "*"
+
+SCHEMA = json.loads((Path(__file__).resolve().parents[3] / "docs" / "kiv-resolve.schema.json").read_text())
+"""What every JSON document of the tool is valid against."""
+
+TRACE_SCHEMA = {"$ref": "#/definitions/traceRecord", "definitions": SCHEMA["definitions"]}
+"""What every line of a trace is valid against."""
 
 INSECURE_ALLOWED = {"PROXYRESOLVER_ALLOW_INSECURE_AUTH_SCHEME": "1"}
 """The environment in which the library sends a server's Basic password over plain HTTP."""
@@ -32,7 +42,8 @@ class Scenario:
     command: str
     """The tool's arguments, written as for a shell."""
     outcome: str
-    """The line on standard output: DIRECT, NONE or a proxy's text; USAGE_ERROR if nothing is resolved."""
+    """What stands on standard output: DIRECT, NONE or a proxy's text; USAGE_ERROR if nothing is resolved; WHATEVER to
+    leave it to the transcript. Of a JSON document, the texts of its outcomes."""
     settings: Settings | None = Settings()
     """The user's proxy settings; None for a user who has none."""
     script: str = ""
@@ -43,6 +54,15 @@ class Scenario:
     exit_code: int | None = None
     """Follows from the outcome if not given."""
     timeout: float = 60.0
+    stdin: str = ""
+    """What the tool is given on standard input."""
+    files: tuple[str, ...] = ()
+    """Files below C:/e2e that the tool must write."""
+
+    @property
+    def is_document(self) -> bool:
+        """Whether standard output is a JSON document."""
+        return "--json" in self.arguments
 
     @property
     def expected_exit_code(self) -> int:
@@ -58,7 +78,7 @@ class Scenario:
     def texts(self) -> tuple[str, ...]:
         """All texts in which ports are named."""
         settings = self.settings or Settings()
-        return (self.command, self.outcome, self.script, settings.manual, settings.bypass, settings.script_url)
+        return (self.command, self.outcome, self.script, self.stdin, settings.manual, settings.bypass, settings.script_url)
 
 
 def with_names(text: str, ports: Mapping[str, int]) -> str:
@@ -70,6 +90,11 @@ def with_names(text: str, ports: Mapping[str, int]) -> str:
     # Error pages of Debian's servers, whose size changes with their version, and the versions themselves.
     text = re.sub(r"(?m)^(\s*Content-Length): \d{3,}$", r"\1: *", text)
     text = re.sub(r"\b(tinyproxy|squid|lighttpd)/[\d.]+", r"\1", text)
+    # How long something took, when it was, and the columns of a table, which are as wide as ports and times are.
+    text = re.sub(r"\b\d+ ms\b", "* ms", text)
+    text = re.sub(r'("milliseconds": ?)\d+', r"\1*", text)
+    text = re.sub(r"\b\d{4}-\d\d-\d\dT[\d:.]+Z", "*", text)
+    text = re.sub(r"(?m)^(?:No\.  candidate| *\d+  ).*$", lambda match: re.sub(r" {2,}", "  ", match[0]), text)
     # What would be hard to read: long runs of one character, and characters that cannot be seen.
     text = re.sub(r"(.)\1{79,}", lambda match: f"{match[1]}({len(match[0])} times)", text)
     return re.sub(r"[\x00-\x08\x0b-\x1f\x7f]", lambda match: f"\\x{ord(match[0]):02x}", text)
@@ -96,13 +121,48 @@ def transcript(scenario: Scenario, result: ToolResult, servers: Mapping[str, Ser
         _section("settings", described(scenario.settings)),
         *([_section("script", scenario.script)] if 0 < len(scenario.script) < 1000 else []),
         _section("command", f"{environment}kiv-resolve {scenario.command}"),
+        *([_section("standard input", scenario.stdin)] if scenario.stdin else []),
         _section("log", with_names(result.stderr, ports)),
         _section("outcome", with_names(result.stdout, ports)),
         _section("exit code", str(result.exit_code)),
+        *(_section(f"file {name}", with_names(file_text(name, text), ports)) for name, text in result.files.items()),
         *(_section(f"requests that {name} saw", with_names("\n".join(server.accesses()), ports))
           for name, server in servers.items() if not name.startswith("dead")),
     ]
     return "\n".join(sections)
+
+
+def trace_text(trace: str) -> str:
+    """A trace's records as text for people, whose form is that of the log."""
+    records = [json.loads(line) for line in trace.splitlines()]
+    for record in records:
+        jsonschema.validate(record, TRACE_SCHEMA)
+    return "\n".join("{time} {level} {url}\n{message}".format(**record).replace("\n", "\n    ") for record in records)
+
+
+def file_text(name: str, text: str) -> str:
+    """What of a written file is compared: a page is for eyes, and has tests of its own."""
+    readers = {".jsonl": trace_text, ".html": lambda page: page.partition("\n")[0]}
+    return readers[Path(name).suffix](text)
+
+
+def outcome_lines(document: str) -> str:
+    """The outcomes that a valid JSON document tells, a line each."""
+    read = json.loads(document)
+    jsonschema.validate(read, SCHEMA)
+    return "".join(f"{result['outcome']['text'] or ''}\n" for result in read["results"])
+
+
+def wrong_output(scenario: Scenario, result: ToolResult, outcome: str) -> list[str]:
+    """What is wrong with standard output."""
+    if outcome == WHATEVER and not scenario.is_document:
+        return []
+    expected = f"{outcome}\n" if outcome else ""
+    try:
+        said = outcome_lines(result.stdout) if scenario.is_document and outcome else result.stdout
+    except (json.JSONDecodeError, jsonschema.ValidationError) as error:
+        return [f"standard output is no valid document: {error}"]
+    return [] if outcome == WHATEVER or said == expected else [f"standard output {said!r}, expected {expected!r}"]
 
 
 def complaints(scenario: Scenario, result: ToolResult, outcome: str) -> list[str]:
@@ -110,9 +170,8 @@ def complaints(scenario: Scenario, result: ToolResult, outcome: str) -> list[str
     wrong = []
     if result.exit_code != scenario.expected_exit_code:
         wrong.append(f"exit code {result.exit_code}, expected {scenario.expected_exit_code}")
-    expected = f"{outcome}\n" if outcome else ""
-    if result.stdout != expected:
-        wrong.append(f"standard output {result.stdout!r}, expected {expected!r}")
+    wrong += wrong_output(scenario, result, outcome)
+    wrong += [f"the file {name} was not written" for name in scenario.files if not result.files.get(name)]
     wrong += [f"the output shows the password {password!r}" for password in
-              (PROXY_PASSWORD, SERVER_PASSWORD, WRONG_PASSWORD) if password in result.stdout + result.stderr]
+              (PROXY_PASSWORD, SERVER_PASSWORD, WRONG_PASSWORD) if any(password in text for text in result.texts)]
     return wrong

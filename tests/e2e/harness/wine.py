@@ -10,7 +10,7 @@ import struct
 import subprocess
 import time
 from collections.abc import Mapping, Sequence
-from dataclasses import dataclass
+from dataclasses import dataclass, field
 from pathlib import Path
 
 from harness.processes import Processes, clean_environment
@@ -44,6 +44,13 @@ class ToolResult:
     exit_code: int
     stdout: str
     stderr: str
+    files: Mapping[str, str] = field(default_factory=dict)
+    """The texts of the files that it was to write, by name."""
+
+    @property
+    def texts(self) -> list[str]:
+        """All that people may come to see."""
+        return [self.stdout, self.stderr, *self.files.values()]
 
 
 def program_text(output: Path) -> str:
@@ -160,24 +167,28 @@ class WineUser:
         self._written = settings
         self._settings_known = True
 
+    def file(self, name: str) -> Path:
+        """The file that the user knows as C:/e2e/NAME."""
+        return self.prefix / "drive_c" / "e2e" / name
+
     def write_file(self, name: str, text: str) -> None:
-        """Writes a file that the user knows as C:/e2e/NAME."""
-        (self.prefix / "drive_c" / "e2e" / name).write_text(text)
+        self.file(name).write_text(text)
 
     def run_tool(self, tool: Path, arguments: Sequence[str], environment: Mapping[str, str],
-                 timeout: float) -> ToolResult:
+                 timeout: float, stdin: str = "") -> ToolResult:
         """Runs the tool to its end."""
-        return self._run(["wine", str(tool), *arguments], environment, timeout)
+        return self._run(["wine", str(tool), *arguments], environment, timeout, stdin)
 
     def _run(self, command: Sequence[str], environment: Mapping[str, str] | None = None,
-             timeout: float = 60) -> ToolResult:
-        stdout, stderr = (self._folder / f"program.{stream}" for stream in ("stdout", "stderr"))
+             timeout: float = 60, stdin: str = "") -> ToolResult:
+        stdout, stderr, given = (self._folder / f"program.{stream}" for stream in ("stdout", "stderr", "stdin"))
+        given.write_text(stdin)
         # On a busy machine Wine now and then fails to start a program at all, with or without a word, and ends with 1
         # itself, as none of the programs run here does in silence. Nothing has happened then.
         for _ in range(3):
             for output in (stdout, stderr):
                 output.write_bytes(b"")
-            code = self._processes.run(command, stdout, stderr, self.environment(**(environment or {})), timeout)
+            code = self._processes.run(command, stdout, stderr, self.environment(**(environment or {})), timeout, given)
             result = ToolResult(code, program_text(stdout), program_text(stderr))
             said = result.stdout + result.stderr
             if NOT_STARTED not in said and (code != 1 or said):

@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# Makes the pictures of docs/images/ anew, from what kiv-resolve prints and writes when it runs.
+. "$(dirname "$0")/lib.sh"
+. scripts/e2e-lib.sh
+install_e2e_packages
+install_packages "${BROWSER_PACKAGES[@]}"
+./scripts/build.sh
+cmake --build --preset windows-x64 --target winhttp_bridge
+e2e console_test.py
+e2e report_test.py
+mkdir -p docs/images
+cp build/e2e/terminal.svg build/e2e/report/report.png docs/images/

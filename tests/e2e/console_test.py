@@ -1,0 +1,114 @@
+#!/usr/bin/env python3
+"""Runs the tool on a console and checks what a person sees there while it works and when it has ended."""
+
+from __future__ import annotations
+
+import argparse
+import re
+import sys
+from pathlib import Path
+
+from harness.console import Cell, Screen, as_svg, run_on_console
+from harness.runner import Bench, benches
+from harness.scenario import Scenario
+from harness.servers import PROXY_PASSWORD, PROXY_USER
+from harness.wine import Settings
+
+URL = "http://localhost:{web}/ok"
+PROXIES = ("dead", "silent", "bad_gateway", "tinyproxy_basic", "tinyproxy")
+SETTINGS = Settings(manual=";".join(f"127.0.0.1:{{{proxy}}}" for proxy in PROXIES), bypass="*.corp.example;10.*")
+PATIENCE = {"KIV_E2E_RESPONSE_TIMEOUT": "1200"}
+LIVE = re.compile(r"[|/\\-] Testing No\. 1: \S+  (\d+\.\d) s")
+
+
+class Console:
+    """The tool on a console of some width."""
+
+    def __init__(self, bench: Bench, tool: Path) -> None:
+        self._bench = bench
+        self._tool = tool
+
+    def run(self, options: str, columns: int = 100) -> str:
+        scenario = Scenario("console", f"{URL} --proxy-cred {PROXY_USER}:{PROXY_PASSWORD} {options}", "*", SETTINGS)
+        self._bench.prepare(scenario)
+        arguments = [self._bench.catalogue.fill_in(argument) for argument in scenario.arguments]
+        environment = self._bench.user.environment(TERM="xterm-256color", **PATIENCE)
+        return run_on_console(["wine", str(self._tool), *arguments], environment, columns)
+
+
+def screen_of(written: str) -> Screen:
+    screen = Screen()
+    screen.feed(written)
+    return screen
+
+
+def brief_shows_time_passing(console: Console) -> Screen:
+    written = console.run("--brief")
+    times = [float(time) for time in LIVE.findall(written)]
+    assert len(times) > 5 and times == sorted(times) and times[-1] >= 0.9, times
+    screen = screen_of(written)
+    lines = screen.text.splitlines()
+    assert len(lines) == 8, screen.text
+    assert lines[0].startswith("Finding a way out to http://localhost:")
+    assert lines[1].split() == ["No.", "candidate", "answered", "time", "verdict"]
+    assert [re.split(r"  +", line.strip())[4] for line in lines[2:7]] == [
+        "cannot connect", "timed out", "answers, but without success", "works", "not tested"]
+    assert lines[7] == lines[5].split()[1], "the outcome is the proxy that works"
+    assert {cell.style for cell in screen.lines[5] if cell.character != " "} == {"32"}, "the winner is green"
+    return screen
+
+
+def live_line_never_wraps(console: Console) -> None:
+    written = console.run("--brief", columns=40)
+    shown = re.findall(r"\r([|/\\-] [^\r\x1b]*)", written)
+    assert shown and all(len(line) < 40 for line in shown), shown
+
+
+def log_keeps_its_lines_whole(console: Console) -> None:
+    written = console.run("")
+    assert LIVE.search(written)
+    text = screen_of(written).text
+    assert not LIVE.search(text), "nothing of the live line stays behind"
+    assert re.search(r"(?m)^info: No\. 1: Test connection to http://localhost:\d+/ok\.$", text), text
+    assert re.search(r"(?m)^warn: WinHttpReceiveResponse\(\) failed\. ErrorCode = 10060$", text), text
+
+
+def quiet_is_quiet(console: Console) -> None:
+    written = console.run("--quiet")
+    assert re.fullmatch(r"http://127\.0\.0\.1:\d+\n", screen_of(written).text), written
+    assert not LIVE.search(written)
+
+
+def with_prompt(screen: Screen, command: str) -> Screen:
+    """The screen as it was, below the command that was typed."""
+    prompted = Screen()
+    prompted.lines = [[Cell(character, "1") for character in f"C:\\> {command}"], *screen.lines]
+    return prompted
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--bin", type=Path, required=True, help="the folder that holds kiv-resolve.exe and kiv.dll")
+    parser.add_argument("--bridge", type=Path, required=True, help="the folder that holds the bridging winhttp.dll")
+    parser.add_argument("--work", type=Path, required=True, help="a folder for all that the checks write")
+    options = parser.parse_args()
+    failed = 0
+    checks = [brief_shows_time_passing, live_line_never_wraps, log_keeps_its_lines_whole, quiet_is_quiet]
+    with benches(1, options.bin, options.bridge, options.work) as (bench,):
+        console = Console(bench, options.work.resolve() / "stage" / "kiv-resolve.exe")
+        for check in checks:
+            try:
+                if screen := check(console):
+                    url = bench.catalogue.fill_in(URL)
+                    picture = with_prompt(screen, f"kiv-resolve {url} --brief --proxy-cred {PROXY_USER}:****")
+                    (options.work / "terminal.svg").write_text(as_svg(picture))
+                print(f"ok    {check.__name__}", flush=True)
+            except AssertionError as error:
+                failed += 1
+                print(f"FAIL  {check.__name__}\n{error}", flush=True)
+    print(f"{len(checks) - failed} passed, {failed} failed")
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

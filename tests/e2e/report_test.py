@@ -1,0 +1,279 @@
+#!/usr/bin/env python3
+"""Reads the tool's reports in a real browser: what is seen in them, what is not, and that nothing gets in or out."""
+
+from __future__ import annotations
+
+import argparse
+import re
+import shlex
+import sys
+import traceback
+from collections.abc import Callable
+from dataclasses import dataclass
+from pathlib import Path
+
+from harness.browser import Browser
+from harness.odd_servers import HOSTILE_MARKUP
+from harness.runner import Bench, benches
+from harness.scenario import DIRECT, NONE, Scenario, answering, complaints
+from harness.servers import PROXY_PASSWORD, PROXY_USER
+from harness.wine import Settings
+
+LEVELS = ("error", "warn", "info", "debug")
+REPORT = "--report C:/e2e/report.html"
+URL = "http://localhost:{web}/ok"
+
+TYPICAL = Scenario(
+    "typical", f"{URL} {REPORT} --bypass *.corp.example;10.* --proxy-cred {PROXY_USER}:{PROXY_PASSWORD}",
+    "http://127.0.0.1:{squid_basic}", Settings(script_url="file://C:/e2e/script.pac"),
+    answering("PROXY 127.0.0.1:{dead}; PROXY 127.0.0.1:{silent}; PROXY 127.0.0.1:{bad_gateway}; "
+              "PROXY 127.0.0.1:{squid_basic}; PROXY 127.0.0.1:{tinyproxy}"),
+    environment={"KIV_E2E_RESPONSE_TIMEOUT": "600"}, files=("report.html",))
+
+HOSTILE = Scenario(
+    "hostile", f"'http://localhost:{{web}}/</title><script>alert(1)</script>' {REPORT} --prefer 127.0.0.1:{{markup}}"
+    f" --user-agent {shlex.quote(HOSTILE_MARKUP)} --bypass '</style><img/src=x>'",
+    NONE, Settings(manual="<b>x</b>:1", script_url="file:///<svg/onload=alert(1)>"), files=("report.html",))
+
+BYPASSED = Scenario("bypassed", f"{URL} {REPORT}", DIRECT, Settings(manual="127.0.0.1:{dead}", bypass="*.corp;localhost"),
+                    files=("report.html",))
+
+MANY = Scenario("many", f"- --quiet {REPORT}", f"{URL}\t{DIRECT}\nhttp://127.0.0.2:{{dead}}/\t{NONE}", BYPASSED.settings,
+                files=("report.html",), exit_code=2, stdin=f"{URL}\nhttp://127.0.0.2:{{dead}}/\n")
+
+NO_TEST = Scenario("no_test", f"{URL} --show-settings {REPORT}", "*", Settings(manual="127.0.0.1:{dead};127.0.0.1:{dead2}"),
+                   files=("report.html",))
+
+HUNDREDS = Scenario("hundreds", f"{URL} --quiet {REPORT}", "http://127.0.0.1:{tinyproxy}",
+                    Settings(manual=";".join(["127.0.0.1:{dead}"] * 60 + ["127.0.0.1:{tinyproxy}"])),
+                    files=("report.html",))
+
+
+@dataclass
+class Look:
+    """A report in the browser, and where its pictures go."""
+
+    browser: Browser
+    bench: Bench
+    pictures: Path
+
+    def at(self, scenario: Scenario) -> str:
+        """Runs the tool and opens its report, whose source it returns."""
+        self.bench.prepare(scenario)
+        result = self.bench.run(scenario)
+        wrong = complaints(scenario, result, self.bench.catalogue.fill_in(scenario.outcome))
+        assert not wrong, f"{scenario.name}: {wrong}\n{result.stderr}{result.stdout}"
+        page = self.pictures / f"{scenario.name}.html"
+        page.write_text(result.files["report.html"])
+        self.browser.view("light", 1100)
+        self.browser.open(page)
+        return result.files["report.html"]
+
+    def picture(self, name: str, height: int | None = None) -> None:
+        self.browser.screenshot(self.pictures / f"{name}.png", height)
+
+    def filled_in(self, text: str) -> str:
+        return self.bench.catalogue.fill_in(text)
+
+
+def outcome_comes_first(look: Look) -> None:
+    source = look.at(TYPICAL)
+    browser = look.browser
+    winner = look.filled_in(TYPICAL.outcome)
+    assert browser.one("main > article > :first-child").get_attribute("class") == "outcome good"
+    assert browser.texts(".outcome .answer") == [winner]
+    assert browser.texts(".outcome .badge") == ["Way out found"]
+    assert look.filled_in(URL) in browser.one("h1").text
+    assert "Candidate No. 3 works. 5 candidates, 4 tested." in browser.one(".story").text
+    assert browser.title.startswith("Way out found: ")
+    assert PROXY_PASSWORD not in source
+    look.picture("typical_light_wide")
+    # As much as makes a picture for a reader who has not seen one yet.
+    browser.view("light", 1000)
+    look.picture("report", browser.evaluate("document.querySelector('.candidates').getBoundingClientRect().bottom + 16"))
+    browser.view("light", 1100)
+
+
+def candidates_tell_their_tests(look: Look) -> None:
+    browser = look.browser
+    assert browser.texts(".candidate .proxy") == [look.filled_in(text) for text in (
+        "http://127.0.0.1:{dead}", "http://127.0.0.1:{silent}", "http://127.0.0.1:{bad_gateway}", TYPICAL.outcome,
+        "http://127.0.0.1:{tinyproxy}")]
+    assert browser.texts(".candidate .chip") == [
+        "cannot connect", "timed out", "answers, but without success", "works", "not tested"]
+    assert [text.split("\n")[0] for text in browser.texts(".requests")] == [
+        "failed (12029)", "failed (10060)", "502", "407"]
+    assert browser.texts(".candidate:nth-child(4) .status") == ["407", "200"]
+
+
+def bars_lie_on_one_time_line(look: Look) -> None:
+    browser = look.browser
+    bars = browser.evaluate("""[...document.querySelectorAll(".bar")].map(bar => [...bar.querySelectorAll("rect")].map(
+        part => [part.x.baseVal.value, part.width.baseVal.value, part.getBoundingClientRect().height]))""")
+    assert [len(bar) for bar in bars] == [1, 1, 1, 2, 0], bars
+    parts = [part for bar in bars for part in bar]
+    assert all(0 <= x and x + width <= 1000 and width > 0 and height > 5 for x, width, height in parts), parts
+    assert [x for x, _, _ in parts] == sorted(x for x, _, _ in parts), parts
+    silent = bars[1][0]
+    assert silent[1] == max(width for _, width, _ in parts), "waiting for a time-out takes longest"
+
+
+def picture_shows_the_road(look: Look) -> None:
+    browser = look.browser
+    assert [element.is_displayed() for element in browser.all(".road")] == [True, False]
+    stations = browser.evaluate("""[...document.querySelectorAll(".road.wide .station")].map(
+        station => [station.getAttribute("class"), station.querySelector(".title").textContent.trim()])""")
+    assert [title for _, title in stations[:3]] == ["Settings", "Script", "Bypass list"]
+    assert [kind for kind, _ in stations[3:]] == [
+        f"station {state}" for state in ("bad", "bad", "bad", "good", "off")], stations
+    assert len(browser.all(".road.wide .edge.good")) == 2 + 1
+
+
+def filters_hide_levels(look: Look) -> None:
+    browser = look.browser
+
+    def shown() -> dict[str, int]:
+        return {level: sum(record.is_displayed() for record in browser.all(f".record.{level}")) for level in LEVELS}
+
+    before = shown()
+    assert before["warn"] and before["info"] and before["debug"], before
+    browser.one("label.debug").click()
+    assert shown() == {**before, "debug": 0}
+    browser.one("label.info").click()
+    assert shown() == {**before, "debug": 0, "info": 0}
+    browser.one("label.info").click()
+    browser.one("label.debug").click()
+    assert shown() == before
+
+
+def settings_are_told(look: Look) -> None:
+    facts = dict(zip(look.browser.texts("dt"), look.browser.texts("dd"), strict=True))
+    assert facts["Script"] == "file://C:/e2e/script.pac"
+    assert facts["Automatic detection"] == "off"
+    assert facts["Bypass list in force"] == "*.corp.example;10.* (from --bypass)"
+
+
+def dark_is_dark(look: Look) -> None:
+    browser = look.browser
+
+    def lightness(selector: str, what: str) -> int:
+        colour = browser.evaluate(f"getComputedStyle(document.querySelector('{selector}')).{what}")
+        return sum(int(part) for part in re.findall(r"\d+", colour)[:3])
+
+    for scheme, page_is_lighter in (("light", True), ("dark", False)):
+        browser.view(scheme, 1100)
+        for selector in ("body", ".chip", ".proxy", ".record .message"):
+            behind = lightness("section" if selector != ".chip" else ".chip", "backgroundColor")
+            text = lightness(selector, "color")
+            assert (behind > text) == page_is_lighter and abs(behind - text) > 180, (scheme, selector, behind, text)
+    look.picture("typical_dark_wide")
+
+
+def narrow_pages_do_not_scroll_sideways(look: Look) -> None:
+    browser = look.browser
+    for scheme in ("light", "dark"):
+        browser.view(scheme, 390)
+        assert browser.evaluate("document.documentElement.scrollWidth") <= 390
+        assert [element.is_displayed() for element in browser.all(".road")] == [False, True]
+        look.picture(f"typical_{scheme}_narrow")
+
+
+def nothing_is_fetched(look: Look) -> None:
+    page = (look.pictures / "typical.html").as_uri()
+    look.browser.open(look.pictures / "typical.html")
+    assert [address for address in look.browser.requested() if address != page] == []
+    assert look.browser.complaints() == []
+
+
+def hostile_text_stays_text(look: Look) -> None:
+    look.at(HOSTILE)
+    browser = look.browser
+    assert browser.title.startswith("No way out: http://localhost:")
+    assert browser.all("script, img, iframe, object, embed, link, form") == []
+    assert len(browser.all("style")) == len(browser.all("head > style")) == 1
+    assert len(browser.all("svg")) == len(browser.all(".road")) + len(browser.all(".bar"))
+    records = "\n".join(browser.texts(".record .message"))
+    assert records.count(HOSTILE_MARKUP) >= 2, "in the user agent and in the header"
+    assert "&lt;b&gt; &amp; ]]>" in records
+    assert "</title><script>alert(1)</script>" in browser.one("h1").text
+    assert {"</style><img/src=x> (from --bypass)", "<b>x</b>:1", "file:///<svg/onload=alert(1)>"} <= set(
+        browser.texts("dd"))
+    assert browser.requested() == [(look.pictures / "hostile.html").as_uri()]
+    assert browser.complaints() == []
+    look.picture("hostile_light_wide")
+
+
+def bypassed_needs_no_candidates(look: Look) -> None:
+    look.at(BYPASSED)
+    browser = look.browser
+    assert browser.texts(".outcome .answer") == [DIRECT]
+    assert "names the target" in browser.one(".story").text
+    assert browser.all(".candidate") == []
+    assert len(browser.all(".road.wide .station.good")) == 2
+    look.picture("bypassed_light_wide")
+
+
+def several_urls_have_an_overview(look: Look) -> None:
+    look.at(MANY)
+    browser = look.browser
+    assert browser.texts(".overview .answer") == [DIRECT, NONE]
+    assert browser.texts(".badge") == ["Way out found", "No way out"]
+    assert len({element.get_attribute("id") for element in browser.all("input")}) == 2 * len(LEVELS)
+    browser.all("label.debug")[1].click()
+    visible = [element.is_displayed() for element in browser.all("article:nth-of-type(1) .record.debug")]
+    assert visible and all(visible), "each log has filters of its own"
+    look.picture("many_light_wide")
+
+
+def untested_is_told_as_such(look: Look) -> None:
+    look.at(NO_TEST)
+    assert look.browser.texts(".badge") == ["Not tested"]
+    assert look.browser.texts(".chip") == ["not tested"] * 2
+    look.picture("no_test_light_wide")
+
+
+def hundreds_of_candidates_stay_readable(look: Look) -> None:
+    look.at(HUNDREDS)
+    browser = look.browser
+    assert len(browser.all(".candidate")) == 61
+    titles = browser.evaluate("""[...document.querySelectorAll(".road.wide .station .title")].map(
+        title => title.textContent)""")
+    assert len(titles) == 3 + 7 + 1 + 1 and titles[-1] == "and 53 more", titles
+    assert len(browser.all(".road.wide .edge.good")) == 2 + 1
+    look.picture("hundreds_light_wide", 1400)
+
+
+CHECKS: list[Callable[[Look], None]] = [
+    outcome_comes_first, candidates_tell_their_tests, bars_lie_on_one_time_line, picture_shows_the_road,
+    filters_hide_levels, settings_are_told, dark_is_dark, narrow_pages_do_not_scroll_sideways, nothing_is_fetched,
+    hostile_text_stays_text, bypassed_needs_no_candidates, several_urls_have_an_overview, untested_is_told_as_such,
+    hundreds_of_candidates_stay_readable]
+
+
+def passes(check: Callable[[Look], None], look: Look) -> bool:
+    try:
+        check(look)
+    except Exception:  # pylint: disable=broad-except
+        print(f"FAIL  {check.__name__}\n{traceback.format_exc()}", flush=True)
+        return False
+    print(f"ok    {check.__name__}", flush=True)
+    return True
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--bin", type=Path, required=True, help="the folder that holds kiv-resolve.exe and kiv.dll")
+    parser.add_argument("--bridge", type=Path, required=True, help="the folder that holds the bridging winhttp.dll")
+    parser.add_argument("--work", type=Path, required=True, help="a folder for all that the checks write")
+    options = parser.parse_args()
+    pictures = options.work.resolve() / "report"
+    pictures.mkdir(parents=True, exist_ok=True)
+    with (benches(1, options.bin, options.bridge, options.work) as (bench,), Browser(pictures) as browser):
+        good = [passes(check, Look(browser, bench, pictures)) for check in CHECKS]
+    print(f"the reports and pictures of them are in {pictures}")
+    print(f"{sum(good)} passed, {len(good) - sum(good)} failed")
+    return 0 if all(good) else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,53 @@
+// What JSON is made of texts that are not well formed.
+#include "json_document.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+namespace kiv::tool {
+namespace {
+
+using nlohmann::json;
+
+constexpr const char* kReplacement = "\xEF\xBF\xBD";
+
+TEST(JsonDocument, HalvesOfCharactersThatStandAloneAreReplaced) {
+  Resolution resolution;
+  resolution.url = L"http://a\xD800z/";
+  resolution.settings.manualList = L"\xDC00";
+  resolution.candidates.push_back({.text = L"http://\xDFFF\xD83D:1"});
+  const json document = json::parse(jsonDocument(Task::Resolve, {resolution}));
+  const json& result = document.at("results").at(0);
+  EXPECT_EQ(result.at("url"), std::string("http://a") + kReplacement + "z/");
+  EXPECT_EQ(result.at("settings").at("manualList"), kReplacement);
+  EXPECT_EQ(result.at("candidates").at(0).at("candidate"), std::string("http://") + kReplacement + kReplacement + ":1");
+}
+
+TEST(JsonDocument, PairsAreOneCharacter) {
+  Resolution resolution;
+  resolution.url = L"http://\xD83D\xDE00/";
+  EXPECT_EQ(json::parse(jsonDocument(Task::Resolve, {resolution})).at("results").at(0).at("url"),
+            "http://\xF0\x9F\x98\x80/");
+}
+
+TEST(JsonDocument, TaskIsNamed) {
+  EXPECT_EQ(json::parse(jsonDocument(Task::Resolve, {})).at("task"), "resolve");
+  EXPECT_EQ(json::parse(jsonDocument(Task::ShowSettings, {})).at("task"), "settings");
+  EXPECT_EQ(json::parse(jsonDocument(Task::ListCandidates, {})).at("task"), "candidates");
+}
+
+TEST(TraceLine, IsOneLineWhateverTheMessage) {
+  Resolution resolution;
+  resolution.url = L"http://x/";
+  const std::string line = traceLine(resolution, {{}, Level::Warn, L"a\nb\x2028\"\\\xD800\x01"});
+  EXPECT_EQ(line.find('\n'), line.size() - 1);
+  const json record = json::parse(line);
+  EXPECT_EQ(record.at("message"), std::string("a\nb\xE2\x80\xA8\"\\") + kReplacement + "\x01");
+  EXPECT_EQ(record.at("level"), "warn");
+  EXPECT_EQ(record.at("time"), "1970-01-01T00:00:00.000Z");
+}
+
+}  // namespace
+}  // namespace kiv::tool

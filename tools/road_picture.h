@@ -1,0 +1,12 @@
+// The road that a resolution took, as a picture: settings, script, bypass list, candidates.
+#pragma once
+
+#include "markup.h"
+#include "resolution.h"
+
+namespace kiv::tool {
+
+// Both forms of the picture: from left to right, and from top to bottom for narrow pages. The style shows one.
+Markup roadPicture(const Resolution& resolution);
+
+}  // namespace kiv::tool

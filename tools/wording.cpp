@@ -1,0 +1,95 @@
+// The words for what was learned, which the table, the JSON document and the report share.
+#include "wording.h"
+
+#include <array>
+#include <cwchar>
+
+#include "failures.h"
+
+namespace kiv::tool {
+namespace {
+
+struct VerdictWords {
+  std::string_view id;
+  std::wstring_view text;
+};
+
+// In the order of the enumerators, as all tables here.
+constexpr std::array<VerdictWords, 7> kVerdicts = {{
+    {"works", L"works"},
+    {"proxy-wants-credentials", L"proxy wants credentials"},
+    {"server-wants-credentials", L"server wants credentials"},
+    {"no-success", L"answers, but without success"},
+    {"no-answer", L"no answer"},
+    {"invalid", L"not a proxy that can be tried"},
+    {"not-tested", L"not tested"},
+}};
+
+constexpr std::array<std::string_view, 3> kOriginIds = {"preferred", "system", "fallback"};
+constexpr std::array<std::wstring_view, 3> kOriginTexts = {L"from --prefer", L"from the settings", L"from --fallback"};
+constexpr std::array<std::string_view, 5> kOutcomeIds = {"proxy", "direct", "none", "not-tested", "not-carried-out"};
+constexpr std::array<std::string_view, 4> kLevelIds = {"error", "warn", "info", "debug"};
+
+template <class Table, class Enumerator>
+const auto& at(const Table& table, Enumerator enumerator) {
+  return table[static_cast<std::size_t>(enumerator)];
+}
+
+std::wstring bypassRemark(const Bypass& bypass) {
+  return L"The bypass list (" + bypass.list + L") names the target: direct, without a test.";
+}
+
+}  // namespace
+
+std::string_view idOf(Verdict verdict) { return at(kVerdicts, verdict).id; }
+std::string_view idOf(Origin origin) { return at(kOriginIds, origin); }
+std::string_view idOf(OutcomeKind kind) { return at(kOutcomeIds, kind); }
+std::string_view idOf(Level level) { return at(kLevelIds, level); }
+std::wstring_view originText(Origin origin) { return at(kOriginTexts, origin); }
+
+std::wstring verdictText(const Candidate& candidate) {
+  const Verdict verdict = candidate.verdict();
+  if (verdict == Verdict::ProxyWantsCredentials && candidate.proxyCredGiven) return L"proxy refuses the credentials";
+  if (verdict == Verdict::ServerWantsCredentials && candidate.serverCredGiven) return L"server refuses the credentials";
+  const std::wstring_view meaning = verdict == Verdict::NoAnswer ? meaningOf(candidate.requests.back()) : L"";
+  return std::wstring(meaning.empty() ? at(kVerdicts, verdict).text : meaning);
+}
+
+std::wstring answerText(const Request& request) {
+  if (request.status >= 0) return std::to_wstring(request.status);
+  return request.error ? L"failed (" + std::to_wstring(*request.error) + L")" : L"failed";
+}
+
+std::wstring answersText(const Candidate& candidate) {
+  if (candidate.requests.empty()) return L"-";
+  std::wstring text;
+  for (const Request& request : candidate.requests) text += (text.empty() ? L"" : L", ") + answerText(request);
+  return text;
+}
+
+std::wstring durationText(milliseconds duration) { return std::to_wstring(duration.count()) + L" ms"; }
+
+std::wstring timeText(WallTime time) {
+  const auto whole = std::chrono::floor<std::chrono::milliseconds>(time);
+  const auto day = std::chrono::floor<std::chrono::days>(whole);
+  const std::chrono::year_month_day date(day);
+  const std::chrono::hh_mm_ss clock(whole - day);
+  std::array<wchar_t, 32> text{};
+  const int length =
+      std::swprintf(text.data(), text.size(), L"%04d-%02u-%02uT%02d:%02d:%02d.%03dZ", static_cast<int>(date.year()),
+                    static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
+                    static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
+                    static_cast<int>(clock.seconds().count()), static_cast<int>(clock.subseconds().count()));
+  return {text.data(), static_cast<std::size_t>(length)};
+}
+
+std::wstring remark(const Resolution& resolution) {
+  if (resolution.outcome.kind == OutcomeKind::NotCarriedOut) return L"The resolution could not be carried out.";
+  if (resolution.bypass.matches) return bypassRemark(resolution.bypass);
+  if (resolution.discoveryFailed)
+    return L"Asking the system's settings failed: what they name is not among the candidates.";
+  if (resolution.candidates.empty()) return L"Nothing names a proxy for this URL: direct, without a test.";
+  return {};
+}
+
+}  // namespace kiv::tool
