@@ -45,12 +45,12 @@ with_wine() {
 }
 PWD_OF_PROJECT=$PWD
 
-# Ends the Windows that in_wine started; nobody else uses its prefix.
+# Ends the Windows that in_wine started, whose prefix nobody else uses, and removes its sockets below /tmp, in a folder
+# whose name it keeps in the prefix.
 stop_wine() {
-  [ ! -d build/wine ] || with_wine wineserver -k || true
-}
-
-# The one version number, from where the build takes it.
-project_version() {
-  sed -nE 's/^project\(kiv VERSION ([0-9.]+) .*/\1/p' CMakeLists.txt
+  [ -d build/wine ] || return 0
+  with_wine wineserver -k || true
+  local sockets=
+  [ ! -e build/wine/wineserver ] || sockets=$(cat build/wine/wineserver)
+  case $sockets in wine-?*) rm -rf "/tmp/$sockets" ;; esac
 }
