@@ -3,7 +3,6 @@
 # the log that docs/log.md does not have.
 . "$(dirname "$0")/lib.sh"
 install_packages doxygen python3
-version=$(sed -nE 's/^project\(kiv VERSION ([0-9.]+).*/\1/p' CMakeLists.txt)
 mkdir -p build/docs
-{ cat docs/Doxyfile; echo "PROJECT_NUMBER = $version"; echo "OUTPUT_DIRECTORY = build/docs"; } | doxygen -
+{ cat docs/Doxyfile; echo "PROJECT_NUMBER = $(project_version)"; echo "OUTPUT_DIRECTORY = build/docs"; } | doxygen -
 python3 tests/docs/check_docs.py

@@ -54,3 +54,8 @@ stop_wine() {
   [ ! -e build/wine/wineserver ] || sockets=$(cat build/wine/wineserver)
   case $sockets in wine-?*) rm -rf "/tmp/$sockets" ;; esac
 }
+
+# The one version number, from where the build takes it.
+project_version() {
+  sed -nE 's/^project\(kiv VERSION ([0-9.]+) .*/\1/p' CMakeLists.txt
+}

@@ -62,7 +62,7 @@ bool covers(std::wstring_view pattern, std::wstring_view text) {
 
 }  // namespace
 
-WildcardPattern::WildcardPattern(std::wstring_view pattern) : pattern_(pattern), shape_(Shape::Any) {
+WildcardPattern::WildcardPattern(std::wstring_view pattern) : pattern_(pattern) {
   const std::size_t star = pattern.find(kStar);
   if (star == std::wstring_view::npos) {
     shape_ = Shape::Name;

@@ -19,7 +19,7 @@ class WildcardPattern {
   enum class Shape : std::uint8_t { Name, StarAndSuffix, Any };
 
   std::wstring_view pattern_;
-  Shape shape_;
+  Shape shape_ = Shape::Any;
 };
 
 WildcardPattern WildcardToRegex(std::wstring_view pattern);
