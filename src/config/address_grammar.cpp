@@ -23,9 +23,9 @@ using support::isSpace;
 
 constexpr std::wstring_view kSchemeEnd = L"://";
 
-// Plain comparisons: each entry of a bypass list is read by these, in every resolution.
-bool isPathDelimiter(wchar_t c) { return c == L':' || c == L'@' || c == L'?'; }
-bool isDelimiter(wchar_t c) { return c == L'/' || isPathDelimiter(c); }
+// Plain comparisons, compiled into their loops: each entry of a bypass list is read by these, in every resolution.
+constexpr auto isPathDelimiter = [](wchar_t c) { return c == L':' || c == L'@' || c == L'?'; };
+constexpr auto isDelimiter = [](wchar_t c) { return c == L'/' || c == L':' || c == L'@' || c == L'?'; };
 bool isDigit(wchar_t c) { return std::iswdigit(c) != 0; }
 
 // Reads the text from its front.
@@ -34,7 +34,8 @@ class Cursor {
   explicit Cursor(std::wstring_view rest) : rest_(rest) {}
 
   // The characters up to the next delimiter, without reading them.
-  std::wstring_view run(bool (*endsRun)(wchar_t) = isDelimiter) const {
+  template <class EndsRun = decltype(isDelimiter)>
+  std::wstring_view run(EndsRun endsRun = {}) const {
     return {rest_.begin(), std::ranges::find_if(rest_, endsRun)};
   }
   std::wstring_view behind(std::wstring_view part) const { return rest_.substr(part.size()); }

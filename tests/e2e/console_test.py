@@ -3,13 +3,12 @@
 
 from __future__ import annotations
 
-import argparse
 import re
 import sys
 from pathlib import Path
 
 from harness.console import Cell, Screen, as_svg, run_on_console
-from harness.runner import Bench, benches
+from harness.runner import Bench, benches, command_line
 from harness.scenario import Scenario
 from harness.servers import PROXY_PASSWORD, PROXY_USER
 from harness.wine import Settings
@@ -87,11 +86,7 @@ def with_prompt(screen: Screen, command: str) -> Screen:
 
 
 def main() -> int:
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--bin", type=Path, required=True, help="the folder that holds kiv-resolve.exe and kiv.dll")
-    parser.add_argument("--bridge", type=Path, required=True, help="the folder that holds the bridging winhttp.dll")
-    parser.add_argument("--work", type=Path, required=True, help="a folder for all that the checks write")
-    options = parser.parse_args()
+    options = command_line(__doc__).parse_args()
     failed = 0
     checks = [brief_shows_time_passing, live_line_never_wraps, log_keeps_its_lines_whole, quiet_is_quiet]
     with benches(1, options.bin, options.bridge, options.work) as (bench,):

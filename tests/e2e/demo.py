@@ -3,11 +3,10 @@
 
 from __future__ import annotations
 
-import argparse
 import sys
 from pathlib import Path
 
-from harness.runner import Bench, benches
+from harness.runner import Bench, benches, command_line
 from harness.scenario import DIRECT, Scenario, answering, complaints, described
 from harness.servers import PROXY_PASSWORD, PROXY_USER
 from harness.wine import Settings, ToolResult
@@ -61,11 +60,7 @@ def shown(bench: Bench, number: int, headline: str, case: Scenario, folder: Path
 
 
 def main() -> int:
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--bin", type=Path, required=True, help="the folder that holds kiv-resolve.exe and kiv.dll")
-    parser.add_argument("--bridge", type=Path, required=True, help="the folder that holds the bridging winhttp.dll")
-    parser.add_argument("--work", type=Path, required=True, help="a folder for all that the cases write")
-    options = parser.parse_args()
+    options = command_line(__doc__).parse_args()
     kept = options.work.parent / "demo"
     kept.mkdir(parents=True, exist_ok=True)
     print("Setting up a Windows user in Wine (a few seconds the first time)", flush=True)

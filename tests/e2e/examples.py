@@ -3,7 +3,6 @@
 
 from __future__ import annotations
 
-import argparse
 import shutil
 import sys
 import time
@@ -11,7 +10,7 @@ from collections.abc import Sequence
 from dataclasses import dataclass
 from pathlib import Path
 
-from harness.runner import Bench, benches
+from harness.runner import Bench, benches, command_line
 from harness.scenario import INSECURE_ALLOWED, WRONG_PASSWORD, Scenario, complaints, with_names
 from harness.servers import PROXY_PASSWORD, PROXY_USER, SERVER_PASSWORD, SERVER_USER, Server
 from harness.wine import Settings
@@ -118,11 +117,8 @@ def run_all(cases: Sequence[Case], bench: Bench, stage: Path) -> int:
 
 
 def main() -> int:
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--bin", type=Path, required=True, help="the folder that holds kiv.dll and the examples")
-    parser.add_argument("--bridge", type=Path, required=True, help="the folder that holds the bridging winhttp.dll")
+    parser = command_line(__doc__)
     parser.add_argument("--prompt", type=Path, required=True, help="the folder that holds the stand-in credui.dll")
-    parser.add_argument("--work", type=Path, required=True, help="a folder for all that the run writes")
     parser.add_argument("--filter", default="", help="run only the cases whose name contains this text")
     options = parser.parse_args()
     cases = [case for case in CASES if options.filter in case.scenario.name]

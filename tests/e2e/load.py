@@ -8,7 +8,7 @@ import shutil
 import sys
 from pathlib import Path
 
-from harness.runner import Bench, benches
+from harness.runner import Bench, benches, command_line
 from harness.wine import Settings
 
 PROXIES = ("tinyproxy", "tinyproxy2")
@@ -27,10 +27,7 @@ def run_load(bench: Bench, program: Path, options: argparse.Namespace) -> bool:
 
 
 def main() -> int:
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--bin", type=Path, required=True, help="the folder that holds kiv-resolve.exe and kiv.dll")
-    parser.add_argument("--bridge", type=Path, required=True, help="the folder that holds the bridge and kiv_load.exe")
-    parser.add_argument("--work", type=Path, required=True, help="a folder for all that the run writes")
+    parser = command_line(__doc__)
     parser.add_argument("--threads", type=int, default=8)
     parser.add_argument("--resolutions", type=int, default=200, help="of each thread (default: 200)")
     parser.add_argument("--seconds", type=int, default=0, help="go on in rounds of as many until then (a soak)")

@@ -3,13 +3,12 @@
 
 from __future__ import annotations
 
-import argparse
 import re
 import subprocess
 import sys
 from pathlib import Path
 
-from harness.runner import Bench, benches
+from harness.runner import Bench, benches, command_line
 from harness.wine import Settings
 
 ROOT = Path(__file__).resolve().parents[2]
@@ -49,11 +48,8 @@ def runs_well(bench: Bench, program: Path) -> bool:
 
 
 def main() -> int:
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--bin", type=Path, required=True, help="the folder that holds kiv-resolve.exe and kiv.dll")
-    parser.add_argument("--bridge", type=Path, required=True, help="the folder that holds the bridging winhttp.dll")
+    parser = command_line(__doc__)
     parser.add_argument("--library", type=Path, required=True, help="the import library of kiv.dll")
-    parser.add_argument("--work", type=Path, required=True, help="a folder for all that the run writes")
     options = parser.parse_args()
     with benches(1, options.bin, options.bridge, options.work) as (bench,):
         bench.catalogue.begin(["tinyproxy", "web"])

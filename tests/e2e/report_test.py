@@ -3,7 +3,6 @@
 
 from __future__ import annotations
 
-import argparse
 import re
 import shlex
 import sys
@@ -14,7 +13,7 @@ from pathlib import Path
 
 from harness.browser import Browser
 from harness.odd_servers import HOSTILE_MARKUP
-from harness.runner import Bench, benches
+from harness.runner import Bench, benches, command_line
 from harness.scenario import DIRECT, NONE, Scenario, answering, complaints
 from harness.servers import PROXY_PASSWORD, PROXY_USER
 from harness.wine import Settings
@@ -261,11 +260,7 @@ def passes(check: Callable[[Look], None], look: Look) -> bool:
 
 
 def main() -> int:
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--bin", type=Path, required=True, help="the folder that holds kiv-resolve.exe and kiv.dll")
-    parser.add_argument("--bridge", type=Path, required=True, help="the folder that holds the bridging winhttp.dll")
-    parser.add_argument("--work", type=Path, required=True, help="a folder for all that the checks write")
-    options = parser.parse_args()
+    options = command_line(__doc__).parse_args()
     pictures = options.work.resolve() / "report"
     pictures.mkdir(parents=True, exist_ok=True)
     with (benches(1, options.bin, options.bridge, options.work) as (bench,), Browser(pictures) as browser):

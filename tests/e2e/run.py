@@ -6,17 +6,13 @@ from __future__ import annotations
 import argparse
 import shutil
 import sys
-from pathlib import Path
 
-from harness.runner import EXPECTED, benches, run_all
+from harness.runner import EXPECTED, benches, command_line, run_all
 from scenarios import SCENARIOS
 
 
 def arguments() -> argparse.Namespace:
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--bin", type=Path, required=True, help="the folder that holds kiv-resolve.exe and kiv.dll")
-    parser.add_argument("--bridge", type=Path, required=True, help="the folder that holds the bridging winhttp.dll")
-    parser.add_argument("--work", type=Path, required=True, help="a folder for all that the scenarios write")
+    parser = command_line(__doc__)
     parser.add_argument("--filter", default="", help="run only the scenarios whose name contains this text")
     parser.add_argument("--jobs", type=int, default=2, help="how many scenarios run at once (default: 2)")
     parser.add_argument("--accept", action="store_true", help="record the transcripts as the expected ones")

@@ -79,10 +79,12 @@ DWORD WINAPI GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size) {
   Entry call("GetEnvironmentVariableW");
   call.text(L"name", name).number(L"size", size);
   if (call.fault()) return call.fail(*call.fault(), DWORD{0});
-  const auto& environment = call.windows().environment;
+  auto& environment = call.windows().environment;
   const auto found = environment.find(name ? name : L"");
   if (found == environment.end()) return call.fail(ERROR_ENVVAR_NOT_FOUND, DWORD{0});
-  const std::wstring& value = found->second;
+  const std::wstring value = found->second;
+  const auto& afterwards = call.windows().environmentAfterwards;
+  if (const auto other = afterwards.find(found->first); other != afterwards.end()) found->second = other->second;
   const auto length = static_cast<DWORD>(value.size());
   if (!buffer || size <= length) return call.succeed(length + 1);
   std::ranges::copy(value, buffer);

@@ -178,6 +178,7 @@ class SimulatedWindows {
   HttpScript http;
   CredentialPrompt prompt;
   std::map<std::wstring, std::wstring> environment;
+  std::map<std::wstring, std::wstring> environmentAfterwards;  // what a variable changes to once it was asked for
 
   // Faults. A call that is made to fail does nothing else. Where several apply, the first one set wins.
   void failAlways(std::string_view name, DWORD code);

@@ -111,5 +111,12 @@ TEST_F(AuthSchemeTest, TakesAVariableThatCannotBeReadAsAbsent) {
   }
 }
 
+TEST_F(AuthSchemeTest, TakesAVariableThatGrowsWhileItIsReadAsAbsent) {
+  windows.environment[kVariable] = L"1";
+  windows.environmentAfterwards[kVariable] = L"a longer one";
+  EXPECT_EQ(chooseServerScheme(kBasic, false), std::nullopt);
+  EXPECT_EQ(chooseServerScheme(kBasic, false), Scheme(kBasic));
+}
+
 }  // namespace
 }  // namespace kiv::test

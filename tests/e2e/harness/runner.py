@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import argparse
 import contextlib
 import difflib
 import fcntl
@@ -144,6 +145,15 @@ def require_localhost() -> None:
 
 def _end(number: int, _: object) -> None:
     raise SystemExit(128 + number)
+
+
+def command_line(description: str | None) -> argparse.ArgumentParser:
+    """A parser for what every program needs that sets up benches."""
+    parser = argparse.ArgumentParser(description=description)
+    parser.add_argument("--bin", type=Path, required=True, help="the folder that holds kiv.dll and programs for it")
+    parser.add_argument("--bridge", type=Path, required=True, help="the folder that holds the bridging winhttp.dll")
+    parser.add_argument("--work", type=Path, required=True, help="a folder for all that the run writes")
+    return parser
 
 
 @contextlib.contextmanager
