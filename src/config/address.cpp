@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "config/address_grammar.h"
 #include "support/number.h"
@@ -35,12 +36,12 @@ constexpr std::size_t kLongestHost = 2048;
 
 // A host that has no ASCII form becomes empty, and the address stays one: whoever uses it will fail with a clear error.
 std::wstring toAscii(std::wstring_view host) {
-  std::array<wchar_t, 255> ascii{};
-  if (host.size() > kLongestHost ||
-      !IdnToAscii(0, host.data(), static_cast<int>(host.size()), ascii.data(), static_cast<int>(ascii.size()))) {
-    return {};
-  }
-  return {ascii.begin(), std::ranges::find(ascii, L'\0')};
+  if (host.size() > kLongestHost) return {};
+  std::array<wchar_t, 255> ascii;  // left as it is: filling it would take longer than all that is done with it
+  const int length =
+      IdnToAscii(0, host.data(), static_cast<int>(host.size()), ascii.data(), static_cast<int>(ascii.size()));
+  const std::wstring_view written(ascii.data(), static_cast<std::size_t>(length));
+  return std::wstring(written.substr(0, written.find(L'\0')));
 }
 
 // Ports wrap around at 16 bits.
@@ -54,22 +55,24 @@ std::optional<std::uint16_t> portOf(std::wstring_view digits) {
 std::optional<ParsedAddress> parseAddress(std::wstring_view text, bool acceptProxyWord) {
   const std::optional<AddressParts> parts = splitAddress(text);
   if (!parts) return std::nullopt;
-  ParsedAddress address;
-  address.host = toAscii(parts->host);
-  address.scheme = support::toLower(parts->scheme);
-  address.kind = kindOf(address.scheme, acceptProxyWord);
-  address.port = portOf(parts->port);
-  address.path = parts->path;
-  address.query = parts->query;
-  if (!parts->user.empty()) address.cred = Cred::create(parts->user, parts->password);
-  return address;
+  std::wstring scheme = support::toLower(parts->scheme);
+  const std::optional<AddressScheme> kind = kindOf(scheme, acceptProxyWord);
+  return ParsedAddress{
+      .kind = kind,
+      .scheme = std::move(scheme),
+      .host = toAscii(parts->host),
+      .port = portOf(parts->port),
+      .path = std::wstring(parts->path),
+      .query = std::wstring(parts->query),
+      .cred = parts->user.empty() ? std::nullopt : Cred::create(parts->user, parts->password),
+  };
 }
 
 std::wstring urlText(const ParsedAddress& address) {
   std::wstring text;
   if (!address.scheme.empty()) text += address.scheme + L"://";
   text += address.host;
-  if (address.port) text += L":" + support::decimal(*address.port);
+  if (address.port) text.append(L":").append(support::Decimal(*address.port).view());
   if (!address.path.empty() || !address.query.empty()) text += L"/" + address.path;
   if (!address.query.empty()) text += L"?" + address.query;
   return text;

@@ -12,21 +12,15 @@
 #include "config/address_grammar.h"
 
 #include <algorithm>
-#include <cwctype>
 
+#include "support/find_any.h"
 #include "support/text.h"
 
 namespace kiv::impl {
 namespace {
 
+using support::isDigit;
 using support::isSpace;
-
-constexpr std::wstring_view kSchemeEnd = L"://";
-
-// Plain comparisons, compiled into their loops: each entry of a bypass list is read by these, in every resolution.
-constexpr auto isPathDelimiter = [](wchar_t c) { return c == L':' || c == L'@' || c == L'?'; };
-constexpr auto isDelimiter = [](wchar_t c) { return c == L'/' || c == L':' || c == L'@' || c == L'?'; };
-bool isDigit(wchar_t c) { return std::iswdigit(c) != 0; }
 
 // Reads the text from its front.
 class Cursor {
@@ -34,11 +28,9 @@ class Cursor {
   explicit Cursor(std::wstring_view rest) : rest_(rest) {}
 
   // The characters up to the next delimiter, without reading them.
-  template <class EndsRun = decltype(isDelimiter)>
-  std::wstring_view run(EndsRun endsRun = {}) const {
-    return {rest_.begin(), std::ranges::find_if(rest_, endsRun)};
-  }
-  std::wstring_view behind(std::wstring_view part) const { return rest_.substr(part.size()); }
+  std::wstring_view run() const { return rest_.substr(0, support::findAny<L'/', L':', L'@', L'?'>(rest_)); }
+  // The same with "/" as any other character.
+  std::wstring_view runOfPath() const { return rest_.substr(0, support::findAny<L':', L'@', L'?'>(rest_)); }
   void skip(std::size_t count) { rest_.remove_prefix(count); }
   std::wstring_view take(std::wstring_view part) {
     skip(part.size());
@@ -67,9 +59,11 @@ void skipLeadingSpace(Cursor& cursor) {
 // The three that follow take the run at the cursor, so that no character is looked at twice for each part that it might
 // have belonged to; the first two give the run behind what they read.
 std::wstring_view readScheme(Cursor& cursor, std::wstring_view run, AddressParts& parts) {
-  if (run.empty() || !cursor.behind(run).starts_with(kSchemeEnd)) return run;
-  parts.scheme = cursor.take(run);
-  cursor.skip(kSchemeEnd.size());
+  Cursor ahead = cursor;
+  const std::wstring_view scheme = ahead.take(run);
+  if (scheme.empty() || !ahead.accept(L':') || !ahead.accept(L'/') || !ahead.accept(L'/')) return run;
+  parts.scheme = scheme;
+  cursor = ahead;
   return cursor.run();
 }
 
@@ -99,7 +93,7 @@ bool readPort(Cursor& cursor, AddressParts& parts) {
 
 void readPathAndQuery(Cursor& cursor, AddressParts& parts) {
   if (!cursor.accept(L'/')) return;
-  parts.path = cursor.take(cursor.run(isPathDelimiter));
+  parts.path = cursor.take(cursor.runOfPath());
   Cursor ahead = cursor;
   if (!ahead.accept(L'?')) return;
   parts.query = ahead.take(ahead.run());
@@ -112,7 +106,12 @@ std::optional<AddressParts> splitAddress(std::wstring_view text) {
   Cursor cursor(text);
   AddressParts parts;
   skipLeadingSpace(cursor);
-  std::wstring_view run = readScheme(cursor, cursor.run(), parts);
+  std::wstring_view run = cursor.run();
+  if (run.size() == cursor.rest().size() && !run.empty()) {  // as in most bypass rules
+    parts.host = run;
+    return parts;
+  }
+  run = readScheme(cursor, run, parts);
   run = readUserAndPassword(cursor, run, parts);
   if (!readHost(cursor, run, parts) || !readPort(cursor, parts)) return std::nullopt;
   readPathAndQuery(cursor, parts);

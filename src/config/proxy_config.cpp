@@ -38,8 +38,12 @@ constexpr std::array kSchemeWords = {
     SchemeWord{L"direct", ProxyKind::Direct},
 };
 
+// In any case of its letters.
 ProxyKind kindOf(std::wstring_view scheme) {
-  const auto* const found = std::ranges::find(kSchemeWords, scheme, &SchemeWord::word);
+  const auto isScheme = [&](std::wstring_view word) {
+    return std::ranges::equal(scheme, word, {}, [](wchar_t c) { return support::toLower(c); });
+  };
+  const auto* const found = std::ranges::find_if(kSchemeWords, isScheme, &SchemeWord::word);
   return found == kSchemeWords.end() ? ProxyKind::None : found->kind;
 }
 
@@ -66,26 +70,25 @@ ProxyConfig& ProxyConfig::operator=(ProxyConfig&& other) noexcept {
 
 ProxyConfig ProxyConfig::makeDirect() { return makeServer(ProxyKind::Direct, {}, -1, {}); }
 
-ProxyConfig ProxyConfig::makeHttp(std::wstring_view host, std::int32_t port, std::optional<Cred> cred) {
-  return makeServer(ProxyKind::Http, host, port, std::move(cred));
+ProxyConfig ProxyConfig::makeHttp(std::wstring host, std::int32_t port, std::optional<Cred> cred) {
+  return makeServer(ProxyKind::Http, std::move(host), port, std::move(cred));
 }
 
-ProxyConfig ProxyConfig::makeHttps(std::wstring_view host, std::int32_t port, std::optional<Cred> cred) {
-  return makeServer(ProxyKind::Https, host, port, std::move(cred));
+ProxyConfig ProxyConfig::makeHttps(std::wstring host, std::int32_t port, std::optional<Cred> cred) {
+  return makeServer(ProxyKind::Https, std::move(host), port, std::move(cred));
 }
 
-ProxyConfig ProxyConfig::makeSocks4(std::wstring_view host, std::int32_t port, std::optional<Cred> cred) {
-  return makeServer(ProxyKind::Socks4, host, port, std::move(cred));
+ProxyConfig ProxyConfig::makeSocks4(std::wstring host, std::int32_t port, std::optional<Cred> cred) {
+  return makeServer(ProxyKind::Socks4, std::move(host), port, std::move(cred));
 }
 
-ProxyConfig ProxyConfig::makeSocks5(std::wstring_view host, std::int32_t port, std::optional<Cred> cred) {
-  return makeServer(ProxyKind::Socks5, host, port, std::move(cred));
+ProxyConfig ProxyConfig::makeSocks5(std::wstring host, std::int32_t port, std::optional<Cred> cred) {
+  return makeServer(ProxyKind::Socks5, std::move(host), port, std::move(cred));
 }
 
-ProxyConfig ProxyConfig::make(std::wstring_view scheme, std::wstring_view host, std::int32_t port,
+ProxyConfig ProxyConfig::make(std::wstring_view scheme, std::wstring host, std::int32_t port,
                               std::optional<Cred> cred) {
-  const std::wstring lower = support::toLower(scheme);
-  return makeServer(kindOf(support::trim(lower)), host, port, std::move(cred));
+  return makeServer(kindOf(support::trim(scheme)), std::move(host), port, std::move(cred));
 }
 
 ProxyConfig ProxyConfig::parse(std::wstring_view text, std::optional<Cred> cred) {
@@ -93,15 +96,14 @@ ProxyConfig ProxyConfig::parse(std::wstring_view text, std::optional<Cred> cred)
   if (!address || !address->kind) return makeNone();
   if (!cred) cred = take(address->cred);
   const std::wstring_view word = address->scheme.empty() ? std::wstring_view(L"http") : address->scheme;
-  return makeServer(kindOf(word), address->host, address->port ? *address->port : -1, std::move(cred));
+  return makeServer(kindOf(word), std::move(address->host), address->port ? *address->port : -1, std::move(cred));
 }
 
-ProxyConfig ProxyConfig::makeServer(ProxyKind kind, std::wstring_view host, std::int32_t port,
-                                    std::optional<Cred> cred) {
+ProxyConfig ProxyConfig::makeServer(ProxyKind kind, std::wstring host, std::int32_t port, std::optional<Cred> cred) {
   ProxyConfig config;
   const auto emplace = [&]<class Alternative>(std::type_identity<Alternative>) {
     Alternative server;
-    server.host = host;
+    server.host = std::move(host);
     if (port >= 0) server.port = port;
     config.server_ = std::move(server);
     config.cred_ = std::move(cred);
@@ -174,9 +176,24 @@ SecureString ProxyConfig::toString(bool withScheme, bool withCred) const {
     password = cred_->password();
     at = L"@";
   }
-  const std::wstring port = server->port ? L":" + support::decimal(*server->port) : std::wstring();
-  return join(
-      {withScheme ? scheme() : L"", withScheme ? L"://" : L"", user, colon, password.view(), at, server->host, port});
+  const support::Decimal port(server->port.value_or(0));
+  return join({withScheme ? scheme() : L"", withScheme ? L"://" : L"", user, colon, password.view(), at, server->host,
+               server->port ? L":" : L"", server->port ? port.view() : L""});
+}
+
+std::wstring ProxyConfig::display() const {
+  std::wstring text;
+  appendTo(text);
+  return text;
+}
+
+void ProxyConfig::appendTo(std::wstring& text) const {
+  const ProxyServer* server = proxyServer();
+  if (!server) return;
+  constexpr std::size_t kMostOfSchemeAndPort = std::wstring_view(L"socks5://:2147483647").size();
+  text.reserve(text.size() + server->host.size() + kMostOfSchemeAndPort);
+  text.append(scheme()).append(L"://").append(server->host);
+  if (server->port) text.append(L":").append(support::Decimal(*server->port).view());
 }
 
 }  // namespace kiv::impl

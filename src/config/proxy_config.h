@@ -46,13 +46,12 @@ class ProxyConfig {
   static ProxyConfig makeNone() { return {}; }
   static ProxyConfig makeDirect();
   // A negative port means that none was given.
-  static ProxyConfig makeHttp(std::wstring_view host, std::int32_t port, std::optional<Cred> cred);
-  static ProxyConfig makeHttps(std::wstring_view host, std::int32_t port, std::optional<Cred> cred);
-  static ProxyConfig makeSocks4(std::wstring_view host, std::int32_t port, std::optional<Cred> cred);
-  static ProxyConfig makeSocks5(std::wstring_view host, std::int32_t port, std::optional<Cred> cred);
+  static ProxyConfig makeHttp(std::wstring host, std::int32_t port, std::optional<Cred> cred);
+  static ProxyConfig makeHttps(std::wstring host, std::int32_t port, std::optional<Cred> cred);
+  static ProxyConfig makeSocks4(std::wstring host, std::int32_t port, std::optional<Cred> cred);
+  static ProxyConfig makeSocks5(std::wstring host, std::int32_t port, std::optional<Cred> cred);
   // By scheme word; None for a word that is not known.
-  static ProxyConfig make(std::wstring_view scheme, std::wstring_view host, std::int32_t port,
-                          std::optional<Cred> cred);
+  static ProxyConfig make(std::wstring_view scheme, std::wstring host, std::int32_t port, std::optional<Cred> cred);
   // By text form; None for a text that cannot be read. `cred` wins over credentials in the text.
   static ProxyConfig parse(std::wstring_view text, std::optional<Cred> cred);
 
@@ -80,11 +79,15 @@ class ProxyConfig {
 
   // The text form, NUL-terminated; empty if no proxy server is named. Protected, since it can hold the password.
   SecureString toString(bool withScheme, bool withCred) const;
+  // The text form that goes into the log: with the scheme word, without credentials.
+  std::wstring display() const;
+  // The same, behind a text.
+  void appendTo(std::wstring& text) const;
 
  private:
   friend struct ProxyConfigAccess;
 
-  static ProxyConfig makeServer(ProxyKind kind, std::wstring_view host, std::int32_t port, std::optional<Cred> cred);
+  static ProxyConfig makeServer(ProxyKind kind, std::wstring host, std::int32_t port, std::optional<Cred> cred);
   // Null for None and Direct.
   const ProxyServer* proxyServer() const;
 

@@ -11,7 +11,7 @@ using namespace kiv::support;
 
 std::optional<Cred> credentialsOf(const KivCred* cred) { return cred ? *toObject(cred) : std::nullopt; }
 
-using ServerFactory = ProxyConfig (*)(std::wstring_view, std::int32_t, std::optional<Cred>);
+using ServerFactory = ProxyConfig (*)(std::wstring, std::int32_t, std::optional<Cred>);
 
 KivProxyConfig* createServer(ServerFactory make, const wchar_t* host, int port, const KivCred* cred) {
   if (!host) return nullptr;

@@ -3,14 +3,17 @@
 
 #include <algorithm>
 
-#include "config/address_grammar.h"
 #include "support/number.h"
 #include "support/text.h"
 
 namespace kiv::impl {
 namespace {
 
-// Port that the target is reached at; nothing if its scheme is not known.
+// Room is made for a list of such entries, so that hostile ones, of nothing but separators, get no more than others.
+constexpr std::size_t kUsualLength = 16;
+constexpr wchar_t kSeparator = L';';
+constexpr std::wstring_view kLocal = L"<local>";
+
 std::optional<std::uint16_t> portOf(const ParsedAddress& target) {
   if (target.port) return target.port;
   if (!target.kind) return std::nullopt;
@@ -25,31 +28,36 @@ std::optional<std::uint16_t> portOf(const ParsedAddress& target) {
   return 0;
 }
 
+template <class Visit>
+void forEachEntry(std::wstring_view bypassText, Visit visit) {
+  while (!bypassText.empty()) {
+    const std::size_t length = std::min(bypassText.find(kSeparator), bypassText.size());
+    if (length > 0) visit(support::trim(bypassText.substr(0, length)));
+    bypassText.remove_prefix(std::min(length + 1, bypassText.size()));
+  }
+}
+
 }  // namespace
 
 std::vector<std::wstring_view> SplitBypassList(std::wstring_view bypassText) {
   std::vector<std::wstring_view> entries;
-  entries.reserve(std::ranges::count(bypassText, L';') + 1);
-  while (!bypassText.empty()) {
-    const std::size_t length = std::min(bypassText.find(L';'), bypassText.size());
-    if (length > 0) entries.push_back(support::trim(bypassText.substr(0, length)));
-    bypassText.remove_prefix(std::min(length + 1, bypassText.size()));
-  }
+  entries.reserve(bypassText.size() / kUsualLength + 1);
+  forEachEntry(bypassText, [&](std::wstring_view entry) { entries.push_back(entry); });
   return entries;
 }
 
-BypassPatternRule BuildBypassPattern(std::wstring_view scheme, std::wstring_view host, std::wstring_view port) {
-  BypassPatternRule rule{std::nullopt, WildcardToRegex(host), std::nullopt};
-  if (!scheme.empty()) rule.scheme = WildcardToRegex(scheme);
-  if (!port.empty()) rule.port = static_cast<std::uint16_t>(support::toUnsigned32(port));
+BypassPatternRule BuildBypassPattern(const AddressParts& entry) {
+  BypassPatternRule rule{std::nullopt, WildcardToRegex(entry.host), std::nullopt};
+  if (!entry.scheme.empty()) rule.scheme = WildcardToRegex(entry.scheme);
+  if (!entry.port.empty()) rule.port = static_cast<std::uint16_t>(support::toUnsigned32(entry.port));
   return rule;
 }
 
 BypassRule MakeBypassRule(std::wstring_view entry) {
-  if (entry == L"<local>") return BypassLocalRule();
+  if (entry == kLocal) return BypassLocalRule();
   const std::optional<AddressParts> parts = splitAddress(entry);
   if (!parts) return BypassInvalidRule();
-  return BuildBypassPattern(parts->scheme, parts->host, parts->port);
+  return BuildBypassPattern(*parts);
 }
 
 void RemoveInvalidRules(std::vector<BypassRule>& rules) {
@@ -57,23 +65,33 @@ void RemoveInvalidRules(std::vector<BypassRule>& rules) {
 }
 
 std::vector<BypassRule> BuildBypassRules(std::wstring_view bypassText) {
-  const std::vector<std::wstring_view> entries = SplitBypassList(bypassText);
   std::vector<BypassRule> rules;
-  rules.reserve(entries.size());
-  for (const std::wstring_view entry : entries) rules.push_back(MakeBypassRule(entry));
+  rules.reserve(bypassText.size() / kUsualLength + 1);
+  forEachEntry(bypassText, [&](std::wstring_view entry) { rules.push_back(MakeBypassRule(entry)); });
   RemoveInvalidRules(rules);
   return rules;
 }
 
-bool MatchesBypassPattern(const BypassPatternRule& rule, const ParsedAddress& target) {
-  if (rule.port && rule.port != portOf(target)) return false;
-  const std::wstring_view scheme = target.scheme.empty() ? std::wstring_view(L"http") : target.scheme;
-  if (rule.scheme && !rule.scheme->matches(scheme)) return false;
-  return rule.host.matches(target.host);
+BypassTarget::BypassTarget(const ParsedAddress& address)
+    : scheme(address.scheme.empty() ? std::wstring_view(L"http") : address.scheme),
+      host(address.host),
+      port(portOf(address)) {}
+
+// The host first, which rules out nearly all.
+bool MatchesBypassPattern(const BypassPatternRule& rule, const BypassTarget& target) {
+  return !rule.host.rulesOut(target.host) && (!rule.port || rule.port == target.port) &&
+         (!rule.scheme || rule.scheme->matches(target.scheme)) && rule.host.matches(target.host);
+}
+
+bool MatchesBypassRules(const std::vector<BypassRule>& rules, const BypassTarget& target) {
+  return std::ranges::any_of(rules, [&](const BypassRule& rule) {
+    const auto* const pattern = std::get_if<BypassPatternRule>(&rule);
+    return pattern ? MatchesBypassPattern(*pattern, target) : IsPlainHostName(target);
+  });
 }
 
 // The hosts that match ^\s*[^\.\s/:@\?]+\s*$
-bool IsPlainHostName(const ParsedAddress& target) {
+bool IsPlainHostName(const BypassTarget& target) {
   const std::wstring_view name = support::trim(target.host);
   const auto excluded = [](wchar_t c) {
     return support::isSpace(c) || std::wstring_view(L"./:@?").find(c) != std::wstring_view::npos;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "config/address.h"
+#include "config/address_grammar.h"
 #include "discovery/wildcard.h"
 
 namespace kiv::impl {
@@ -38,15 +39,27 @@ std::vector<std::wstring_view> SplitBypassList(std::wstring_view bypassText);
 
 BypassRule MakeBypassRule(std::wstring_view entry);
 
-// An empty scheme or port means that the rule has none. The port is kept modulo 65536.
-BypassPatternRule BuildBypassPattern(std::wstring_view scheme, std::wstring_view host, std::wstring_view port);
+// Of what the entry names as scheme, host and port; the port is kept modulo 65536.
+BypassPatternRule BuildBypassPattern(const AddressParts& entry);
 
 // Takes the invalid rules out.
 void RemoveInvalidRules(std::vector<BypassRule>& rules);
 
-bool MatchesBypassPattern(const BypassPatternRule& rule, const ParsedAddress& target);
+// What rules ask of a target, found once for all of them; it points into the address.
+struct BypassTarget {
+  BypassTarget(const ParsedAddress& address);  // NOLINT(google-explicit-constructor): an address, as rules see it
+
+  std::wstring_view scheme;
+  std::wstring_view host;
+  std::optional<std::uint16_t> port;  // that the target is reached at; nothing if its scheme is not known
+};
+
+// Whether one of the rules, none of which is invalid, sends the target direct.
+bool MatchesBypassRules(const std::vector<BypassRule>& rules, const BypassTarget& target);
+
+bool MatchesBypassPattern(const BypassPatternRule& rule, const BypassTarget& target);
 
 // Whether the target's host has no dot. Nothing else makes a host local: not its address, nor its being this machine.
-bool IsPlainHostName(const ParsedAddress& target);
+bool IsPlainHostName(const BypassTarget& target);
 
 }  // namespace kiv::impl

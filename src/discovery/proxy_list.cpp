@@ -8,6 +8,8 @@
 #include <limits>
 #include <span>
 
+#include "support/find_any.h"
+
 namespace kiv::impl {
 namespace {
 
@@ -15,12 +17,14 @@ using Tokens = std::span<const std::wstring_view>;
 
 bool isBlank(wchar_t c) { return c == L' ' || c == L'\t'; }
 
-// What ends a word in either form, beside the end of the text.
-constexpr std::wstring_view kPacWordEnds = L":; \t";
-constexpr std::wstring_view kWinHttpWordEnds = L":;= \t";
+constexpr std::size_t kUsualTokenLength = 6;
 
-std::wstring_view word(std::wstring_view rest, std::wstring_view ends) {
-  return rest.substr(0, rest.find_first_of(ends));
+// The word at the start of a text.
+std::wstring_view pacWord(std::wstring_view rest) {
+  return rest.substr(0, support::findAny<L':', L';', L' ', L'\t'>(rest));
+}
+std::wstring_view winHttpWord(std::wstring_view rest) {
+  return rest.substr(0, support::findAny<L':', L';', L'=', L' ', L'\t'>(rest));
 }
 
 std::wstring_view upToNul(std::wstring_view text) { return text.substr(0, text.find(L'\0')); }
@@ -87,9 +91,10 @@ std::int32_t PortNumber(std::wstring_view token) {
 
 std::vector<std::wstring_view> TokenizePacProxyList(std::wstring_view text) {
   std::vector<std::wstring_view> tokens;
+  tokens.reserve(text.size() / kUsualTokenLength + 1);
   for (std::wstring_view rest = upToNul(text); !rest.empty();) {
     const wchar_t c = rest.front();
-    const std::wstring_view token = c == L';' || c == L':' || isBlank(c) ? rest.substr(0, 1) : word(rest, kPacWordEnds);
+    const std::wstring_view token = c == L';' || c == L':' || isBlank(c) ? rest.substr(0, 1) : pacWord(rest);
     if (!isBlank(c)) tokens.push_back(token);
     rest.remove_prefix(token.size());
   }
@@ -121,6 +126,7 @@ bool ParsePacProxyList(std::wstring_view text, std::vector<ProxyListEntry>& out)
 
 std::vector<std::wstring_view> TokenizeWinHttpProxyList(std::wstring_view text) {
   std::vector<std::wstring_view> tokens;
+  tokens.reserve(text.size() / kUsualTokenLength + 1);
   for (std::wstring_view rest = upToNul(text); !rest.empty();) {
     const wchar_t c = rest.front();
     std::size_t length = 1;
@@ -130,7 +136,7 @@ std::vector<std::wstring_view> TokenizeWinHttpProxyList(std::wstring_view text) 
       if (rest.starts_with(L"://")) {
         length = 3;
       } else if (c != L'=' && c != L':') {
-        length = word(rest, kWinHttpWordEnds).size();
+        length = winHttpWord(rest).size();
       }
       tokens.push_back(rest.substr(0, length));
     }

@@ -20,7 +20,7 @@ std::wstring describe(const ClientSettings& client) {
   text += L"}";
   if (client.proxy.isValid()) {
     text += L", \"Proxy\": {\"Address\": \"";
-    text += client.proxy.toString(true, false).view();
+    client.proxy.appendTo(text);
     text += L"\"";
     if (client.proxy.cred()) text += credentials(*client.proxy.cred(), kProxyMask);
     text += L"}";

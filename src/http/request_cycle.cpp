@@ -19,8 +19,6 @@ constexpr int kMostSends = 6;
 constexpr DWORD kIgnoredCertErrors = SECURITY_FLAG_IGNORE_UNKNOWN_CA | SECURITY_FLAG_IGNORE_CERT_WRONG_USAGE |
                                      SECURITY_FLAG_IGNORE_CERT_CN_INVALID | SECURITY_FLAG_IGNORE_CERT_DATE_INVALID;
 
-SecureString display(const ProxyConfig& proxy) { return proxy.toString(true, false); }
-
 // Path and query follow each other as they are stored, with nothing in front or between: what a host's server sees as
 // the object has always been this.
 std::wstring objectName(const ParsedAddress& server) { return server.path + server.query; }
@@ -85,11 +83,11 @@ class RequestCycle {
   }
 
   bool setProxy(HINTERNET request) const {
-    const SecureString proxy = display(client_.proxy);
+    std::wstring proxy = client_.proxy.display();
     std::wstring noBypass;
     WINHTTP_PROXY_INFO info{};
     info.dwAccessType = WINHTTP_ACCESS_TYPE_NAMED_PROXY;
-    info.lpszProxy = const_cast<LPWSTR>(proxy.c_str());
+    info.lpszProxy = proxy.data();
     info.lpszProxyBypass = noBypass.data();
     return WinHttpSetOption(request, WINHTTP_OPTION_PROXY, &info, sizeof(info)) ||
            fail(L"WinHttpSetOption(WINHTTP_OPTION_PROXY)");
@@ -180,8 +178,7 @@ class RequestCycle {
     if (scheme) {
       schemes_.proxy = scheme;
     } else {
-      logger_.error(
-          format(L"No supported schemes for the proxy authentication. (%ls)", display(client_.proxy).c_str()));
+      logger_.error(L"No supported schemes for the proxy authentication. (" + client_.proxy.display() + L")");
     }
     return scheme.has_value();
   }
@@ -193,8 +190,7 @@ class RequestCycle {
     if (scheme) {
       schemes_.server = scheme;
     } else {
-      logger_.error(
-          format(L"No supported schemes for the server authentication. (%ls)", urlText(*client_.server).c_str()));
+      logger_.error(L"No supported schemes for the server authentication. (" + urlText(*client_.server) + L")");
     }
     return scheme.has_value();
   }

@@ -1,6 +1,7 @@
 // Printf-style formatting into a text of just the needed size.
 #include "log/format.h"
 
+#include <array>
 #include <cstdarg>
 #include <cwchar>
 
@@ -11,6 +12,9 @@
 
 namespace kiv::impl {
 namespace {
+
+// Most lines fit, and are so written in one pass. Both C libraries answer with a negative number for one that does not.
+constexpr std::size_t kShort = 256;
 
 // Windows measures with a pass of its own. The other C library measures only by writing to a stream.
 #ifdef _WIN32
@@ -37,7 +41,12 @@ int write(wchar_t* buffer, std::size_t size, const wchar_t* text, va_list argume
 }  // namespace
 
 std::wstring format(const wchar_t* text, ...) {  // NOLINT(cert-dcl50-cpp): only such an argument list can be passed on
+  std::array<wchar_t, kShort> buffer;
   va_list arguments;
+  va_start(arguments, text);
+  const int written = write(buffer.data(), buffer.size(), text, arguments);
+  va_end(arguments);
+  if (written >= 0) return {buffer.data(), static_cast<std::size_t>(written)};
   va_start(arguments, text);
   const int length = measure(text, arguments);
   va_end(arguments);

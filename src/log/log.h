@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "kiv/log.h"
 #include "support/border.h"
@@ -15,6 +16,7 @@ enum class LogLevel : std::uint32_t { Error = 0, Warn = 1, Info = 2, Debug = 3 }
 class Log {
  public:
   Log(LogLevel level, std::wstring_view message) : level_(level), message_(message) {}
+  Log(LogLevel level, std::wstring&& message) noexcept : level_(level), message_(std::move(message)) {}
 
   LogLevel level() const noexcept { return level_; }
   const std::wstring& message() const noexcept { return message_; }

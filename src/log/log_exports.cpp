@@ -7,7 +7,7 @@ namespace {
 using kiv::impl::LogLevel;
 using namespace kiv::support;
 
-KivLog* create(LogLevel level, const wchar_t* message) { return newHandle<KivLog>(level, message); }
+KivLog* create(LogLevel level, const wchar_t* message) { return newHandle<KivLog>(level, std::wstring_view(message)); }
 
 bool hasLevel(const KivLog* log, LogLevel level) { return log && toObject(log)->level() == level; }
 

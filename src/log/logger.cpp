@@ -22,9 +22,13 @@ Logger& Logger::operator=(Logger&& other) noexcept {
 }
 
 void Logger::emit(LogLevel level, std::wstring_view text) const {
-  if (!engaged_) return;
-  const Log log = record(level, text);
-  callback_(context_, support::toHandle<KivLog>(&log));
+  if (engaged_) hand(record(level, text));
 }
+
+void Logger::emit(LogLevel level, std::wstring&& text) const {
+  if (engaged_) hand({level, std::move(text)});
+}
+
+void Logger::hand(const Log& log) const { callback_(context_, support::toHandle<KivLog>(&log)); }
 
 }  // namespace kiv::impl

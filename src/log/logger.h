@@ -1,7 +1,9 @@
 // The host's logger, as the rest of the library uses it.
 #pragma once
 
+#include <string>
 #include <string_view>
+#include <utility>
 
 #include "kiv/log.h"
 #include "log/log.h"
@@ -22,16 +24,32 @@ class Logger {
   ~Logger() = default;
 
   // Each hands one record to the callback, on this thread, with the text as it is. What the callback throws passes
-  // through. The process ends if memory runs out for the record.
-  void error(std::wstring_view text) const { emit(LogLevel::Error, text); }
-  void warn(std::wstring_view text) const { emit(LogLevel::Warn, text); }
-  void info(std::wstring_view text) const { emit(LogLevel::Info, text); }
-  void debug(std::wstring_view text) const { emit(LogLevel::Debug, text); }
+  // through. A text that was made for the line becomes the record's; any other is copied, and the process ends if
+  // memory runs out for that.
+  template <class Text>
+  void error(Text&& text) const {
+    emit(LogLevel::Error, std::forward<Text>(text));
+  }
+  template <class Text>
+  void warn(Text&& text) const {
+    emit(LogLevel::Warn, std::forward<Text>(text));
+  }
+  template <class Text>
+  void info(Text&& text) const {
+    emit(LogLevel::Info, std::forward<Text>(text));
+  }
+  template <class Text>
+  void debug(Text&& text) const {
+    emit(LogLevel::Debug, std::forward<Text>(text));
+  }
 
   bool engaged() const noexcept { return engaged_; }
 
  private:
   void emit(LogLevel level, std::wstring_view text) const;
+  void emit(LogLevel level, const wchar_t* text) const { emit(level, std::wstring_view(text)); }
+  void emit(LogLevel level, std::wstring&& text) const;
+  void hand(const Log& log) const;
 
   void* context_ = nullptr;
   KivLogCallback callback_ = nullptr;

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <string>
 #include <utility>
-#include <variant>
 #include <vector>
 
 #include "config/address.h"
@@ -35,23 +34,13 @@ class LogFrame {
   const Logger& logger_;
 };
 
-// The text form that goes into the log: with the scheme word, without credentials.
-SecureString display(const ProxyConfig& config) { return config.toString(true, false); }
-
-bool matches(const BypassRule& rule, const ParsedAddress& target) {
-  const auto* const pattern = std::get_if<BypassPatternRule>(&rule);
-  return pattern ? MatchesBypassPattern(*pattern, target) : IsPlainHostName(target);
-}
-
 bool isBypassed(const std::wstring& targetUrl, const std::wstring& bypassList, const Logger& logger) {
   if (bypassList.empty()) return false;
-  logger.debug(format(L"Proxy bypass list: %ls", bypassList.c_str()));
+  logger.debug(L"Proxy bypass list: " + bypassList);
   const std::optional<ParsedAddress> target = parseAddress(targetUrl, false);
   if (!target) return false;
-  const std::vector<BypassRule> rules = BuildBypassRules(bypassList);
-  if (std::ranges::none_of(rules, [&](const BypassRule& rule) { return matches(rule, *target); })) return false;
-  logger.info(format(L"%ls is matched to the bypass list (%ls). Use direct connection.", targetUrl.c_str(),
-                     bypassList.c_str()));
+  if (!MatchesBypassRules(BuildBypassRules(bypassList), *target)) return false;
+  logger.info(targetUrl + L" is matched to the bypass list (" + bypassList + L"). Use direct connection.");
   return true;
 }
 
@@ -69,9 +58,9 @@ void logCandidates(const std::vector<ProxyConfig>& candidates, const Logger& log
   std::wstring line = L"Candidates: ";
   for (const ProxyConfig& candidate : candidates) {
     if (&candidate != &candidates.front()) line += L", ";
-    line += display(candidate).view();
+    candidate.appendTo(line);
   }
-  logger.debug(line);
+  logger.debug(std::move(line));
 }
 
 // One candidate's turn.
@@ -102,7 +91,7 @@ class Turn {
       return false;
     }
     logger_.info(candidate_.isDirect() ? format(L"No. %d: Direct connection", number_)
-                                       : format(L"No. %d: Proxy %ls", number_, display(candidate_).c_str()));
+                                       : format(L"No. %d: Proxy %ls", number_, candidate_.display().c_str()));
     return true;
   }
 
@@ -142,7 +131,8 @@ ProxyConfig resolveProxyConfig(std::wstring_view targetUrl, std::wstring_view us
   logger.info(L"BEGIN: ProxyResolver");
   const std::wstring url(targetUrl);
   SystemProxySettings system = readSystemProxySettings(url, std::wstring(userAgent), logger);
-  if (isBypassed(url, bypassOverride ? std::wstring(*bypassOverride) : system.bypassList, logger)) {
+  if (bypassOverride) system.bypassList = *bypassOverride;
+  if (isBypassed(url, system.bypassList, logger)) {
     return ProxyConfig::makeDirect();
   }
 
@@ -157,8 +147,8 @@ ProxyConfig resolveProxyConfig(std::wstring_view targetUrl, std::wstring_view us
   for (std::size_t i = 0; i < candidates.size(); ++i) {
     ProxyConfig& candidate = candidates[i];
     if (!Turn(static_cast<int>(i), candidate, url, host, logger).run()) continue;
-    logger.info(format(L"Proxy %ls found.", display(candidate).c_str()));
-    return candidate;
+    logger.info(L"Proxy " + candidate.display() + L" found.");
+    return std::move(candidate);
   }
   logger.warn(L"No available proxy found.");
   return ProxyConfig::makeNone();

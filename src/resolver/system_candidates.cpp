@@ -2,6 +2,7 @@
 #include "resolver/system_candidates.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "discovery/proxy_list.h"
 #include "discovery/system_proxy.h"
@@ -11,9 +12,9 @@ namespace kiv::impl {
 namespace {
 
 // An entry without a port has port 0 and DIRECT has no host: both are tested as they stand, and fail as they may.
-ProxyConfig candidateFrom(const ProxyListEntry& entry) {
+ProxyConfig candidateFrom(ProxyListEntry&& entry) {
   const std::wstring_view scheme = entry.type.empty() ? std::wstring_view(L"http") : entry.type;
-  return ProxyConfig::make(scheme, entry.host, std::max(entry.port, -1), std::nullopt);
+  return ProxyConfig::make(scheme, std::move(entry.host), std::max(entry.port, -1), std::nullopt);
 }
 
 }  // namespace
@@ -30,7 +31,7 @@ SystemProxySettings readSystemProxySettings(const std::wstring& targetUrl, const
   }
   if (!read) logger.warn(L"lorvResolveProxy() returned error status.");
   settings.candidates.reserve(entries.size());
-  for (const ProxyListEntry& entry : entries) settings.candidates.push_back(candidateFrom(entry));
+  for (ProxyListEntry& entry : entries) settings.candidates.push_back(candidateFrom(std::move(entry)));
   return settings;
 }
 

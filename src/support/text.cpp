@@ -2,24 +2,21 @@
 #include "support/text.h"
 
 #include <algorithm>
+#include <charconv>
 
 namespace kiv::support {
 
 std::wstring toLower(std::wstring_view text) {
   std::wstring lower(text);
-  std::ranges::transform(lower, lower.begin(), [](wchar_t c) { return static_cast<wchar_t>(std::towlower(c)); });
+  std::ranges::transform(lower, lower.begin(), [](wchar_t c) { return toLower(c); });
   return lower;
 }
 
-std::wstring_view trim(std::wstring_view text) {
-  while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
-  while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
-  return text;
-}
-
-std::wstring decimal(int number) {
-  const std::string digits = std::to_string(number);
-  return {digits.begin(), digits.end()};
+Decimal::Decimal(int number) {
+  std::array<char, std::tuple_size_v<decltype(digits_)>> digits;
+  const char* const end = std::to_chars(digits.begin(), digits.end(), number).ptr;
+  std::copy(digits.cbegin(), end, digits_.begin());
+  length_ = static_cast<std::size_t>(end - digits.begin());
 }
 
 }  // namespace kiv::support

@@ -1,25 +1,46 @@
 // Small operations on text that several rooms need.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cwctype>
 #include <string>
 #include <string_view>
 
 namespace kiv::support {
 
-// Whether the C library classifies a character as white space; without asking it where every locale gives one answer.
-inline bool isSpace(wchar_t c) {
-  constexpr wchar_t kLastAscii = 0x7F;
-  return (c <= L' ' || c >= kLastAscii) && std::iswspace(c) != 0;
+constexpr wchar_t kLastAscii = 0x7F;
+
+// What the C library says of a character, without asking it where every locale of Windows gives one answer.
+
+inline bool isSpace(wchar_t c) { return (c <= L' ' || c >= kLastAscii) && std::iswspace(c) != 0; }
+
+inline bool isDigit(wchar_t c) { return (c >= L'0' && c <= L'9') || (c > kLastAscii && std::iswdigit(c) != 0); }
+
+inline wchar_t toLower(wchar_t c) {
+  if (c > kLastAscii) return static_cast<wchar_t>(std::towlower(c));
+  return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c - L'A' + L'a') : c;
 }
 
-// Lower-cases every character as the C library does.
+// Lower-cases every character.
 std::wstring toLower(std::wstring_view text);
 
 // Drops white space, as the C library classifies it, at both ends.
-std::wstring_view trim(std::wstring_view text);
+inline std::wstring_view trim(std::wstring_view text) {
+  while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
+  while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
+  return text;
+}
 
-// Writes a number in plain decimal digits.
-std::wstring decimal(int number);
+// A number in plain decimal digits.
+class Decimal {
+ public:
+  explicit Decimal(int number);
+  std::wstring_view view() const { return {digits_.data(), length_}; }
+
+ private:
+  std::array<wchar_t, 11> digits_;  // as many as the smallest number has, with its sign
+  std::size_t length_;
+};
 
 }  // namespace kiv::support

@@ -36,9 +36,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 bool matchesRule(const BypassRule& rule, const ParsedAddress& target) {
-  if (const auto* pattern = std::get_if<BypassPatternRule>(&rule)) return MatchesBypassPattern(*pattern, target);
-  EXPECT_TRUE(std::holds_alternative<BypassLocalRule>(rule));
-  return IsPlainHostName(target);
+  return impl::MatchesBypassRules({rule}, target);
 }
 
 ParsedAddress hostOnly(std::wstring_view host) {
@@ -54,8 +52,7 @@ class BypassRulesTest : public PlatformTest {
   static bool bypasses(const std::wstring& list, const std::wstring& target) {
     const std::optional<ParsedAddress> address = impl::parseAddress(target, false);
     if (!address) ADD_FAILURE() << target << " is no address";
-    const std::vector<BypassRule> rules = BuildBypassRules(list);
-    return std::ranges::any_of(rules, [&](const BypassRule& rule) { return matchesRule(rule, *address); });
+    return impl::MatchesBypassRules(BuildBypassRules(list), *address);
   }
 };
 
@@ -159,8 +156,8 @@ TEST_F(BypassRulesTest, DoesNotMatchARuleWithAPortIfTheTargetHasNeitherPortNorKn
 TEST_F(BypassRulesTest, TakesZeroForTheDefaultPortOfAnyOtherKind) {
   ParsedAddress target = hostOnly(L"h");
   target.kind = static_cast<AddressScheme>(3);
-  EXPECT_TRUE(MatchesBypassPattern(impl::BuildBypassPattern({}, L"h", L"0"), target));
-  EXPECT_FALSE(MatchesBypassPattern(impl::BuildBypassPattern({}, L"h", L"80"), target));
+  EXPECT_TRUE(MatchesBypassPattern(impl::BuildBypassPattern(*impl::splitAddress(L"h:0")), target));
+  EXPECT_FALSE(MatchesBypassPattern(impl::BuildBypassPattern(*impl::splitAddress(L"h:80")), target));
 }
 
 TEST_F(BypassRulesTest, ComparesASchemeWithTheTargets) {

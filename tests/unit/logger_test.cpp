@@ -31,16 +31,20 @@ constexpr const wchar_t* kLong = L"a text that is much too long to be kept insid
 struct LevelCase {
   const char* name;
   void (*log)(const KivLogger*, const wchar_t*);
-  void (Logger::*internalLog)(std::wstring_view) const;
+  void (*internalLog)(const Logger&, std::wstring_view);
   bool (*is)(const KivLog*);
   const wchar_t* prefix;
 };
 
 constexpr LevelCase kLevels[] = {
-    {"Error", KivLogger_Error, &Logger::error, KivLog_IsError, L"E: "},
-    {"Warn", KivLogger_Warn, &Logger::warn, KivLog_IsWarn, L"W: "},
-    {"Info", KivLogger_Info, &Logger::info, KivLog_IsInfo, L"I: "},
-    {"Debug", KivLogger_Debug, &Logger::debug, KivLog_IsDebug, L"D: "},
+    {"Error", KivLogger_Error, [](const Logger& logger, std::wstring_view text) { logger.error(text); }, KivLog_IsError,
+     L"E: "},
+    {"Warn", KivLogger_Warn, [](const Logger& logger, std::wstring_view text) { logger.warn(text); }, KivLog_IsWarn,
+     L"W: "},
+    {"Info", KivLogger_Info, [](const Logger& logger, std::wstring_view text) { logger.info(text); }, KivLog_IsInfo,
+     L"I: "},
+    {"Debug", KivLogger_Debug, [](const Logger& logger, std::wstring_view text) { logger.debug(text); }, KivLog_IsDebug,
+     L"D: "},
 };
 
 // What a logger consists of, in order.
@@ -73,7 +77,7 @@ TEST_F(LoggerTest, EachFunctionLogsAtItsLevel) {
   for (const LevelCase& level : kLevels) {
     RecordedLog log;
     level.log(log.logger(), kLong);
-    (toObject(log.logger())->*level.internalLog)(L"x");
+    level.internalLog(*toObject(log.logger()), L"x");
     EXPECT_THAT(log.lines(), ElementsAre(level.prefix + std::wstring(kLong), level.prefix + std::wstring(L"x")));
   }
 }
@@ -91,7 +95,7 @@ TEST_F(LoggerTest, LoggerThatIsNotEngagedDropsEveryLine) {
   for (const LevelCase& level : kLevels) {
     level.log(toHandle<KivLogger>(&logger), L"text");
     level.log(toHandle<KivLogger>(&logger), nullptr);
-    (logger.*level.internalLog)(L"text");
+    level.internalLog(logger, L"text");
   }
 }
 
@@ -171,7 +175,7 @@ TEST_F(LoggerTest, ExceptionOfTheCallbackPassesThroughAfterTheRecordWasDestroyed
       EXPECT_EQ(scope.liveBlocks(), 0U) << "the record outlived its call";
     }
     EXPECT_EQ(caught, std::wcslen(kLong));
-    EXPECT_THROW((toObject(logger.get())->*level.internalLog)(L"x"), std::size_t);
+    EXPECT_THROW(level.internalLog(*toObject(logger.get()), L"x"), std::size_t);
   }
 }
 
@@ -378,6 +382,20 @@ TEST(LoggerDeathTest, LineThatCannotBeCopiedForWantOfMemoryEndsTheProcess) {
         },
         "terminate called");
   }
+}
+
+TEST(LoggerMemoryTest, TextThatWasMadeForALineBecomesTheRecords) {
+  const wchar_t* seen = nullptr;
+  const Logger logger(
+      &seen, [](void* context, const KivLog* log) { *static_cast<const wchar_t**>(context) = KivLog_Message(log); });
+  std::wstring text = kLong;
+  const wchar_t* const characters = text.c_str();
+  const MemoryWatch::AllocationFailure counter(0);
+  logger.info(std::move(text));
+  EXPECT_EQ(seen, characters);
+  EXPECT_EQ(counter.count(), 0U);
+  logger.info(kLong);
+  EXPECT_EQ(counter.count(), 1U);
 }
 
 }  // namespace

@@ -24,7 +24,7 @@ constexpr std::wstring_view kUser = L"the long name of a user, in clear";
 constexpr std::wstring_view kPassword = L"correct horse battery staple";
 constexpr std::wstring_view kHost = L"a-host-name-too-long-for-its-own-room.example.com";
 
-using Factory = ProxyConfig (*)(std::wstring_view, std::int32_t, std::optional<Cred>);
+using Factory = ProxyConfig (*)(std::wstring, std::int32_t, std::optional<Cred>);
 
 struct KindCase {
   ProxyKind kind;
@@ -46,7 +46,7 @@ std::optional<Cred> someCred() { return Cred::create(kUser, kPassword); }
 
 ProxyConfig make(const KindCase& kind, std::wstring_view host = kHost, std::int32_t port = 3128,
                  std::optional<Cred> cred = std::nullopt) {
-  if (kind.make) return kind.make(host, port, std::move(cred));
+  if (kind.make) return kind.make(std::wstring(host), port, std::move(cred));
   return kind.kind == ProxyKind::Direct ? ProxyConfig::makeDirect() : ProxyConfig::makeNone();
 }
 
@@ -277,7 +277,7 @@ TEST_F(ProxyConfigTest, PasswordIsDecryptedOnlyToBeWritten) {
 TEST_F(ProxyConfigTest, WrittenTextIsWipedAndLeavesNoPasswordBehind) {
   const MemoryWatch::SecretGuard guard(kPassword);
   {
-    const ProxyConfig config = ProxyConfig::makeHttp(kHost, 3128, someCred());
+    const ProxyConfig config = ProxyConfig::makeHttp(std::wstring(kHost), 3128, someCred());
     EXPECT_THAT(guard.scanLiveBlocks(), IsEmpty());
     const SecureString written = config.toString(true, true);
     EXPECT_EQ(guard.scanLiveBlocks().size(), 1U);

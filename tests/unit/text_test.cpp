@@ -13,7 +13,7 @@
 namespace kiv::test {
 namespace {
 
-using support::decimal;
+using support::Decimal;
 using support::toLower;
 using support::trim;
 
@@ -36,11 +36,11 @@ TEST(TextTest, TrimsToAPartOfTheTextItself) {
 }
 
 TEST(TextTest, WritesPlainDecimalDigits) {
-  EXPECT_EQ(decimal(0), L"0");
-  EXPECT_EQ(decimal(65535), L"65535");
-  EXPECT_EQ(decimal(-1), L"-1");
-  EXPECT_EQ(decimal(std::numeric_limits<int>::max()), L"2147483647");
-  EXPECT_EQ(decimal(std::numeric_limits<int>::min()), L"-2147483648");
+  EXPECT_EQ(Decimal(0).view(), L"0");
+  EXPECT_EQ(Decimal(65535).view(), L"65535");
+  EXPECT_EQ(Decimal(-1).view(), L"-1");
+  EXPECT_EQ(Decimal(std::numeric_limits<int>::max()).view(), L"2147483647");
+  EXPECT_EQ(Decimal(std::numeric_limits<int>::min()).view(), L"-2147483648");
 }
 
 class TextInALocaleTest : public EachLocaleTest {};

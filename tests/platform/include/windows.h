@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #define WINAPI
 #define CALLBACK
@@ -98,9 +99,8 @@ BOOL WINAPI CloseHandle(HANDLE handle);
 int WINAPI IdnToAscii(DWORD flags, LPCWSTR unicode, int unicodeLength, LPWSTR ascii, int asciiSize);
 }
 
-// Volatile, so that the compiler cannot drop the stores although nothing reads the memory again.
+// Not memset, whose stores the compiler drops if nothing reads the memory again.
 inline PVOID SecureZeroMemory(PVOID memory, SIZE_T size) {
-  volatile char* byte = static_cast<volatile char*>(memory);
-  while (size--) *byte++ = 0;
+  explicit_bzero(memory, size);
   return memory;
 }
