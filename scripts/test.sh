@@ -28,10 +28,15 @@ step() {
   printf '%-58s %4d s  %s\n' "$title" $((SECONDS - start)) "$([ "$status" = 0 ] && echo ok || echo FAILED)"
 }
 
+missing_libraries() {
+  (cd build/windows-x64/abi && with_wine env 'WINEDLLOVERRIDES=mscoree,mshtml,credui,crypt32=' wine missing_libraries_test.exe)
+}
+
 step 'Build for Windows' build windows-x64
 step 'Unit tests in Wine' in_wine build/windows-x64/bin/kiv-unit-tests.exe --gtest_brief=1
 step 'Interface of kiv.dll, from C' in_wine build/windows-x64/abi/abi_test.exe
 step 'Exceptions at the interface, from C++' in_wine build/windows-x64/abi/exceptions_test.exe
+step 'Libraries that the system lacks' missing_libraries
 step 'Rooms of kiv-resolve' in_wine build/windows-x64/bin/kiv-tool-tests.exe --gtest_brief=1
 step 'Package, and programs that have nothing but it' scripts/test_package.sh
 step 'Examples with real servers' e2e examples.py --prompt build/windows-x64/abi

@@ -42,8 +42,7 @@ static void exports_exactly_the_public_functions(void) {
 }
 
 static void imports_system_libraries_only(void) {
-  static const char* const system_libraries[] = {"credui.dll",   "crypt32.dll", "kernel32.dll", "msvcrt.dll",
-                                                 "normaliz.dll", "ole32.dll",   "winhttp.dll"};
+  static const char* const system_libraries[] = {"kernel32.dll", "msvcrt.dll", "normaliz.dll", "winhttp.dll"};
   const BYTE* base = module_base();
   const IMAGE_DATA_DIRECTORY* entry = directory(base, IMAGE_DIRECTORY_ENTRY_IMPORT);
   const IMAGE_IMPORT_DESCRIPTOR* import = (const IMAGE_IMPORT_DESCRIPTOR*)(base + entry->VirtualAddress);
