@@ -12,11 +12,11 @@
 #include <vector>
 
 #include "allocation_count.h"
-#include "host.h"
-#include "inputs.h"
 #include "config/address.h"
 #include "discovery/bypass_rules.h"
 #include "discovery/proxy_list.h"
+#include "host.h"
+#include "inputs.h"
 #include "kiv/kiv.h"
 #include "log/logger.h"
 #include "quick_platform.h"
@@ -198,6 +198,7 @@ void credentialIsRead(State& state) {
 // -- what is measured
 
 constexpr std::int64_t kMostRules = 10'000;
+const std::vector<std::int64_t> kListSizes = {1, 10, 100, 200, 500, 1000, 2000, 5000, 10'000};
 
 BENCHMARK(addressByKiv)->Name("address/kiv");
 BENCHMARK(addressByCurl)->Name("address/curl");
@@ -208,8 +209,8 @@ BENCHMARK(bypassByGlib)->Name("bypass/glib")->RangeMultiplier(10)->Range(1, kMos
 BENCHMARK(bypassByRegex)->Name("bypass/wregex")->RangeMultiplier(10)->Range(1, 1000);
 BENCHMARK(bypassAnswerByKiv)->Name("bypass-answer/kiv")->RangeMultiplier(10)->Range(1, kMostRules);
 BENCHMARK(bypassAnswerByGlib)->Name("bypass-answer/glib")->RangeMultiplier(10)->Range(1, kMostRules);
-BENCHMARK(pacListByKiv)->Name("pac-list/kiv")->RangeMultiplier(10)->Range(1, 10'000);
-BENCHMARK(winHttpListByKiv)->Name("winhttp-list/kiv")->RangeMultiplier(10)->Range(1, 10'000);
+BENCHMARK(pacListByKiv)->Name("pac-list/kiv")->ArgsProduct({kListSizes});
+BENCHMARK(winHttpListByKiv)->Name("winhttp-list/kiv")->ArgsProduct({kListSizes});
 BENCHMARK(resolutionDiscardingItsLog)->Name("resolution/discarding")->ArgsProduct({{1, 3, 16, 1000}, {0, 50, 1000}});
 BENCHMARK(resolutionKeepingItsLog)->Name("resolution/keeping")->ArgsProduct({{1, 3, 16, 1000}, {0, 50, 1000}});
 BENCHMARK(logLine)->Name("log-line/kiv");

@@ -1,10 +1,26 @@
 #!/usr/bin/env bash
-# Prints what the library costs next to others, as medians of repetitions run in turns; with an argument, how the time of
-# the families of hostile texts whose names hold it grows with their size: ./scripts/bench.sh [PART OF A FAMILY'S NAME]
+# Prints what the library costs next to others, as medians of rounds in which all have their turn, and draws
+# docs/images/scale.svg; with an argument, how the time of the families of hostile texts whose names hold it grows with their size:
+# ./scripts/bench.sh [PART OF A FAMILY'S NAME]
 . "$(dirname "$0")/lib.sh"
-install_packages "${BUILD_PACKAGES[@]}" python3 pkgconf libbenchmark-dev libcurl4-openssl-dev libglib2.0-dev
-build bench
-[ $# = 0 ] || exec build/bench/bin/bench_hostile_input "$@"
-build/bench/bin/bench_library --benchmark_repetitions=5 --benchmark_min_time=0.02 --benchmark_enable_random_interleaving=true \
-  --benchmark_report_aggregates_only=true --benchmark_format=json 2>build/bench/log >build/bench/figures.json
-python3 bench/table.py <build/bench/figures.json
+install_packages "${BUILD_PACKAGES[@]}" python3 pkgconf libbenchmark-dev libcurl4-openssl-dev libglib2.0-dev gnuplot-nox wine wine64
+figures=build/bench/figures
+mkdir -p "$figures"
+if [ $# != 0 ]; then
+  build bench --target bench_hostile_input
+  exec build/bench/bin/bench_hostile_input "$@"
+fi
+build bench --target bench_library bench_scale
+build windows-x64 --target kiv
+x86_64-w64-mingw32-gcc -O2 -o build/windows-x64/bin/load_library.exe bench/load_library.c
+trap stop_wine EXIT
+
+rm -f "$figures"/library-*.json
+for round in {1..25}; do
+  build/bench/bin/bench_library --benchmark_min_time=0.02 --benchmark_format=json 2>build/bench/log >"$figures/library-$round.json"
+done
+build/bench/bin/bench_scale >"$figures/scale.txt"
+gnuplot -e "figures = '$figures/scale.txt'" bench/scale.gnuplot >docs/images/scale.svg
+(cd build/windows-x64/bin && with_wine python3 "$PWD_OF_PROJECT/bench/load_time.py" load_library.exe kiv.dll winhttp.dll) \
+  >"$figures/load.json"
+python3 bench/table.py "$figures"

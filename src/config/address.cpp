@@ -3,9 +3,8 @@
 
 #include <algorithm>
 #include <array>
-#include <utility>
 
-#include "config/address_grammar.h"
+#include "support/find_any.h"
 #include "support/number.h"
 #include "support/text.h"
 
@@ -20,7 +19,7 @@ struct SchemeWord {
 
 constexpr std::array kSchemeWords = {
     SchemeWord{L"", AddressScheme::Http, false},        SchemeWord{L"http", AddressScheme::Http, false},
-    SchemeWord{L"proxy", AddressScheme::Http, true},    SchemeWord{L"https", AddressScheme::Https, false},
+    SchemeWord{L"https", AddressScheme::Https, false},  SchemeWord{L"proxy", AddressScheme::Http, true},
     SchemeWord{L"socks4", AddressScheme::Socks, false}, SchemeWord{L"socks", AddressScheme::Socks, false},
     SchemeWord{L"socks5", AddressScheme::Socks, false},
 };
@@ -41,7 +40,7 @@ std::wstring toAscii(std::wstring_view host) {
   const int length =
       IdnToAscii(0, host.data(), static_cast<int>(host.size()), ascii.data(), static_cast<int>(ascii.size()));
   const std::wstring_view written(ascii.data(), static_cast<std::size_t>(length));
-  return std::wstring(written.substr(0, written.find(L'\0')));
+  return std::wstring(written.substr(0, support::findAny<L'\0'>(written)));
 }
 
 // Ports wrap around at 16 bits.
@@ -52,20 +51,19 @@ std::optional<std::uint16_t> portOf(std::wstring_view digits) {
 
 }  // namespace
 
+ParsedAddress::ParsedAddress(const AddressParts& parts, bool acceptProxyWord)
+    : scheme(support::toLower(parts.scheme)),
+      kind(kindOf(scheme, acceptProxyWord)),
+      host(toAscii(parts.host)),
+      port(portOf(parts.port)),
+      path(parts.path),
+      query(parts.query),
+      cred(parts.user.empty() ? std::nullopt : Cred::create(parts.user, parts.password)) {}
+
 std::optional<ParsedAddress> parseAddress(std::wstring_view text, bool acceptProxyWord) {
   const std::optional<AddressParts> parts = splitAddress(text);
   if (!parts) return std::nullopt;
-  std::wstring scheme = support::toLower(parts->scheme);
-  const std::optional<AddressScheme> kind = kindOf(scheme, acceptProxyWord);
-  return ParsedAddress{
-      .kind = kind,
-      .scheme = std::move(scheme),
-      .host = toAscii(parts->host),
-      .port = portOf(parts->port),
-      .path = std::wstring(parts->path),
-      .query = std::wstring(parts->query),
-      .cred = parts->user.empty() ? std::nullopt : Cred::create(parts->user, parts->password),
-  };
+  return std::optional<ParsedAddress>(std::in_place, *parts, acceptProxyWord);
 }
 
 std::wstring urlText(const ParsedAddress& address) {

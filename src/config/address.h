@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "config/address_grammar.h"
 #include "config/cred.h"
 #include "support/platform.h"
 
@@ -19,8 +20,12 @@ enum class AddressScheme : std::uint32_t {
 };
 
 struct ParsedAddress {
-  std::optional<AddressScheme> kind;  // absent for an unknown scheme word
+  ParsedAddress() = default;
+  // "proxy" is a scheme word (for http) only if `acceptProxyWord`.
+  ParsedAddress(const AddressParts& parts, bool acceptProxyWord);
+
   std::wstring scheme;                // as written, in lower case; empty if none was written
+  std::optional<AddressScheme> kind;  // absent for an unknown scheme word
   std::wstring host;                  // in ASCII form; empty if it has none
   std::optional<std::uint16_t> port;
   std::wstring path;   // without the leading "/"
@@ -28,8 +33,8 @@ struct ParsedAddress {
   std::optional<Cred> cred;
 };
 
-// Reads an address; nothing if the text is none. "proxy" is a scheme word (for http) only if `acceptProxyWord`.
-// A port is kept modulo 65536; one beyond the signed 32-bit range throws (see toSigned32).
+// Reads an address; nothing if the text is none. A port is kept modulo 65536; one beyond the signed 32-bit range throws
+// (see toSigned32).
 std::optional<ParsedAddress> parseAddress(std::wstring_view text, bool acceptProxyWord);
 
 // Writes the address as a URL, without credentials.

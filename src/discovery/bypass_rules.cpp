@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "support/find_any.h"
 #include "support/number.h"
 #include "support/text.h"
 
@@ -28,10 +29,20 @@ std::optional<std::uint16_t> portOf(const ParsedAddress& target) {
   return 0;
 }
 
+// Gives `make` the type of an entry's rule and what it is made of, so that it can be made where it is to stay: moving
+// one costs more than reading it.
+template <class Make>
+auto makeRule(std::wstring_view entry, Make make) {
+  if (entry == kLocal) return make(std::in_place_type<BypassLocalRule>);
+  const std::optional<AddressParts> parts = splitAddress(entry);
+  if (!parts) return make(std::in_place_type<BypassInvalidRule>);
+  return make(std::in_place_type<BypassPatternRule>, *parts);
+}
+
 template <class Visit>
 void forEachEntry(std::wstring_view bypassText, Visit visit) {
   while (!bypassText.empty()) {
-    const std::size_t length = std::min(bypassText.find(kSeparator), bypassText.size());
+    const std::size_t length = support::findAny<kSeparator>(bypassText);
     if (length > 0) visit(support::trim(bypassText.substr(0, length)));
     bypassText.remove_prefix(std::min(length + 1, bypassText.size()));
   }
@@ -46,18 +57,13 @@ std::vector<std::wstring_view> SplitBypassList(std::wstring_view bypassText) {
   return entries;
 }
 
-BypassPatternRule BuildBypassPattern(const AddressParts& entry) {
-  BypassPatternRule rule{std::nullopt, WildcardToRegex(entry.host), std::nullopt};
-  if (!entry.scheme.empty()) rule.scheme = WildcardToRegex(entry.scheme);
-  if (!entry.port.empty()) rule.port = static_cast<std::uint16_t>(support::toUnsigned32(entry.port));
-  return rule;
+BypassPatternRule::BypassPatternRule(const AddressParts& entry) : host(WildcardToRegex(entry.host)) {
+  if (!entry.scheme.empty()) scheme = WildcardToRegex(entry.scheme);
+  if (!entry.port.empty()) port = static_cast<std::uint16_t>(support::toUnsigned32(entry.port));
 }
 
 BypassRule MakeBypassRule(std::wstring_view entry) {
-  if (entry == kLocal) return BypassLocalRule();
-  const std::optional<AddressParts> parts = splitAddress(entry);
-  if (!parts) return BypassInvalidRule();
-  return BuildBypassPattern(*parts);
+  return makeRule(entry, [](auto type, const auto&... parts) { return BypassRule(type, parts...); });
 }
 
 void RemoveInvalidRules(std::vector<BypassRule>& rules) {
@@ -67,7 +73,8 @@ void RemoveInvalidRules(std::vector<BypassRule>& rules) {
 std::vector<BypassRule> BuildBypassRules(std::wstring_view bypassText) {
   std::vector<BypassRule> rules;
   rules.reserve(bypassText.size() / kUsualLength + 1);
-  forEachEntry(bypassText, [&](std::wstring_view entry) { rules.push_back(MakeBypassRule(entry)); });
+  const auto append = [&](auto type, const auto&... parts) { rules.emplace_back(type, parts...); };
+  forEachEntry(bypassText, [&](std::wstring_view entry) { makeRule(entry, append); });
   RemoveInvalidRules(rules);
   return rules;
 }
@@ -80,7 +87,7 @@ BypassTarget::BypassTarget(const ParsedAddress& address)
 // The host first, which rules out nearly all.
 bool MatchesBypassPattern(const BypassPatternRule& rule, const BypassTarget& target) {
   return !rule.host.rulesOut(target.host) && (!rule.port || rule.port == target.port) &&
-         (!rule.scheme || rule.scheme->matches(target.scheme)) && rule.host.matches(target.host);
+         rule.scheme.matches(target.scheme) && rule.host.matches(target.host);
 }
 
 bool MatchesBypassRules(const std::vector<BypassRule>& rules, const BypassTarget& target) {

@@ -16,7 +16,10 @@ namespace kiv::impl {
 
 // [scheme://]host[:port], where scheme and host may hold "*".
 struct BypassPatternRule {
-  std::optional<WildcardPattern> scheme;
+  // Of what the entry names as scheme, host and port; the port is kept modulo 65536.
+  explicit BypassPatternRule(const AddressParts& entry);
+
+  WildcardPattern scheme;
   WildcardPattern host;
   std::optional<std::uint16_t> port;
 };
@@ -38,9 +41,6 @@ std::vector<BypassRule> BuildBypassRules(std::wstring_view bypassText);
 std::vector<std::wstring_view> SplitBypassList(std::wstring_view bypassText);
 
 BypassRule MakeBypassRule(std::wstring_view entry);
-
-// Of what the entry names as scheme, host and port; the port is kept modulo 65536.
-BypassPatternRule BuildBypassPattern(const AddressParts& entry);
 
 // Takes the invalid rules out.
 void RemoveInvalidRules(std::vector<BypassRule>& rules);

@@ -17,7 +17,9 @@ using Tokens = std::span<const std::wstring_view>;
 
 bool isBlank(wchar_t c) { return c == L' ' || c == L'\t'; }
 
+// For how many tokens, and entries, there is room from the start.
 constexpr std::size_t kUsualTokenLength = 6;
+constexpr std::size_t kUsualTokens = 4;
 
 // The word at the start of a text.
 std::wstring_view pacWord(std::wstring_view rest) {
@@ -104,6 +106,7 @@ std::vector<std::wstring_view> TokenizePacProxyList(std::wstring_view text) {
 bool ParsePacProxyList(std::wstring_view text, std::vector<ProxyListEntry>& out) {
   out.clear();
   const std::vector<std::wstring_view> tokens = TokenizePacProxyList(text);
+  out.reserve(tokens.size() / kUsualTokens + 1);
   const auto is = [&](std::size_t at, std::wstring_view symbol) { return at < tokens.size() && tokens[at] == symbol; };
   const auto endsAt = [&](std::size_t at) { return at == tokens.size() || is(at, L";"); };
   for (std::size_t i = 0; i < tokens.size();) {
@@ -148,6 +151,7 @@ std::vector<std::wstring_view> TokenizeWinHttpProxyList(std::wstring_view text) 
 bool ParseWinHttpProxyList(std::wstring_view text, std::vector<ProxyListEntry>& out) {
   out.clear();
   const std::vector<std::wstring_view> tokens = TokenizeWinHttpProxyList(text);
+  out.reserve(tokens.size() / kUsualTokens + 1);
   for (Tokens rest = tokens; !rest.empty();) {
     const std::size_t length = static_cast<std::size_t>(std::ranges::find(rest, L";") - rest.begin());
     if (length > 0 && !parseWinHttpEntry(rest.first(length), out)) return false;

@@ -58,6 +58,7 @@ bool coversInPieces(std::wstring_view pattern, std::wstring_view text) {
 }  // namespace
 
 bool WildcardPattern::covers(std::wstring_view text) const {
+  if (shape() == Shape::Everything) return true;
   if (shape() == Shape::Any) return coversInPieces(literal(), text);
   const std::size_t covered = text.size() - length_;
   return sameButForCase(literal(), text.substr(covered)) && std::ranges::none_of(text.substr(0, covered), endsLine);

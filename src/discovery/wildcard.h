@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "support/find_any.h"
+
 namespace kiv::impl {
 
 // Whether no locale makes one of two characters of the other: they are of ASCII, and not the two cases of a letter.
@@ -21,10 +23,12 @@ constexpr bool differWhateverTheCase(wchar_t a, wchar_t b) {
 // which is kept here, rule out most of them.
 class WildcardPattern {
  public:
+  // The pattern of whoever does not mind: it covers everything.
+  WildcardPattern() : WildcardPattern({}, Shape::Everything) {}
   explicit WildcardPattern(std::wstring_view pattern) : WildcardPattern(pattern, Shape::Any) {
     const bool startsWithStar = pattern.starts_with(kStar);
     const std::wstring_view literal = pattern.substr(startsWithStar ? 1 : 0);
-    if (literal.empty() || literal.find(kStar) != std::wstring_view::npos) return;
+    if (literal.empty() || support::findAny<kStar>(literal) != literal.size()) return;
     *this = {literal, startsWithStar ? Shape::StarAndSuffix : Shape::Name};
   }
 
@@ -33,13 +37,13 @@ class WildcardPattern {
 
   // Whether a first look tells that it does not.
   bool rulesOut(std::wstring_view text) const {
-    if (shape() == Shape::Any) return false;
+    if (shape() >= Shape::Any) return false;
     if (shape() == Shape::Name ? text.size() != length_ : text.size() < length_) return true;
     return differWhateverTheCase(static_cast<wchar_t>(first_), text[text.size() - length_]);
   }
 
  private:
-  enum class Shape : std::uint8_t { Name, StarAndSuffix, Any };
+  enum class Shape : std::uint8_t { Name, StarAndSuffix, Any, Everything };
   static constexpr wchar_t kStar = L'*';
 
   WildcardPattern(std::wstring_view literal, Shape shape)

@@ -178,7 +178,8 @@ class RequestCycle {
     if (scheme) {
       schemes_.proxy = scheme;
     } else {
-      logger_.error(L"No supported schemes for the proxy authentication. (" + client_.proxy.display() + L")");
+      logger_.error(
+          format(L"No supported schemes for the proxy authentication. (%ls)", client_.proxy.display().c_str()));
     }
     return scheme.has_value();
   }
@@ -190,7 +191,8 @@ class RequestCycle {
     if (scheme) {
       schemes_.server = scheme;
     } else {
-      logger_.error(L"No supported schemes for the server authentication. (" + urlText(*client_.server) + L")");
+      logger_.error(
+          format(L"No supported schemes for the server authentication. (%ls)", urlText(*client_.server).c_str()));
     }
     return scheme.has_value();
   }

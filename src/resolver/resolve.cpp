@@ -40,7 +40,8 @@ bool isBypassed(const std::wstring& targetUrl, const std::wstring& bypassList, c
   const std::optional<ParsedAddress> target = parseAddress(targetUrl, false);
   if (!target) return false;
   if (!MatchesBypassRules(BuildBypassRules(bypassList), *target)) return false;
-  logger.info(targetUrl + L" is matched to the bypass list (" + bypassList + L"). Use direct connection.");
+  logger.info(format(L"%ls is matched to the bypass list (%ls). Use direct connection.", targetUrl.c_str(),
+                     bypassList.c_str()));
   return true;
 }
 
@@ -147,7 +148,7 @@ ProxyConfig resolveProxyConfig(std::wstring_view targetUrl, std::wstring_view us
   for (std::size_t i = 0; i < candidates.size(); ++i) {
     ProxyConfig& candidate = candidates[i];
     if (!Turn(static_cast<int>(i), candidate, url, host, logger).run()) continue;
-    logger.info(L"Proxy " + candidate.display() + L" found.");
+    logger.info(format(L"Proxy %ls found.", candidate.display().c_str()));
     return std::move(candidate);
   }
   logger.warn(L"No available proxy found.");

@@ -156,8 +156,8 @@ TEST_F(BypassRulesTest, DoesNotMatchARuleWithAPortIfTheTargetHasNeitherPortNorKn
 TEST_F(BypassRulesTest, TakesZeroForTheDefaultPortOfAnyOtherKind) {
   ParsedAddress target = hostOnly(L"h");
   target.kind = static_cast<AddressScheme>(3);
-  EXPECT_TRUE(MatchesBypassPattern(impl::BuildBypassPattern(*impl::splitAddress(L"h:0")), target));
-  EXPECT_FALSE(MatchesBypassPattern(impl::BuildBypassPattern(*impl::splitAddress(L"h:80")), target));
+  EXPECT_TRUE(MatchesBypassPattern(BypassPatternRule(*impl::splitAddress(L"h:0")), target));
+  EXPECT_FALSE(MatchesBypassPattern(BypassPatternRule(*impl::splitAddress(L"h:80")), target));
 }
 
 TEST_F(BypassRulesTest, ComparesASchemeWithTheTargets) {
@@ -207,8 +207,9 @@ TEST_F(BypassRulesTest, ThrowsForAPortBeyondTheUnsigned32BitRange) {
 }
 
 TEST_F(BypassRulesTest, HasASchemePatternOnlyIfTheEntryNamesAScheme) {
-  EXPECT_FALSE(std::get<BypassPatternRule>(MakeBypassRule(L"h:1")).scheme);
-  EXPECT_TRUE(std::get<BypassPatternRule>(MakeBypassRule(L"s://h:1")).scheme);
+  const std::wstring_view scheme = L"line\nend";  // which no pattern of stars covers
+  EXPECT_TRUE(std::get<BypassPatternRule>(MakeBypassRule(L"h:1")).scheme.matches(scheme));
+  EXPECT_FALSE(std::get<BypassPatternRule>(MakeBypassRule(L"*://h:1")).scheme.matches(scheme));
 }
 
 TEST_F(BypassRulesTest, IgnoresUserPasswordPathAndQueryOfAnEntry) {
