@@ -251,6 +251,18 @@ TEST_F(ProxyConfigTest, WritesSchemeAndCredentialsOnRequestAndNeverADefaultPort)
   }
 }
 
+TEST_F(ProxyConfigTest, IsDisplayedAsItsTextWithSchemeAndWithoutCredentials) {
+  for (const KindCase& kind : kKinds) {
+    for (const std::int32_t port : {-1, 0, 3128, INT_MAX}) {
+      const ProxyConfig config = make(kind, kHost, port, someCred());
+      EXPECT_EQ(config.display(), config.toString(true, false).view());
+      std::wstring line = L"Candidates: ";
+      config.appendTo(line);
+      EXPECT_EQ(line, L"Candidates: " + config.display());
+    }
+  }
+}
+
 TEST_F(ProxyConfigTest, WritesHostAndCredentialsWithoutBracketsOrEscapes) {
   const ProxyConfig config = ProxyConfig::makeHttp(L"fe80::1%2 /x", 1, Cred::create(L"a@b", L"/?%"));
   EXPECT_EQ(config.toString(true, true).c_str(), std::wstring_view(L"http://a@b:/?%@fe80::1%2 /x:1"));
