@@ -2,6 +2,7 @@
 #include <stdexcept>
 
 #include "config/proxy_config.h"
+#include "support/foreign_exceptions.h"
 
 namespace {
 
@@ -65,7 +66,7 @@ KivProxyConfig* KivProxyConfig_Parse(const wchar_t* text, const KivCred* cred) {
 void KivProxyConfig_ToString(const KivProxyConfig* config, int withScheme, int withCred, void* context,
                              void (*sink)(void* context, const wchar_t* text)) {
   if (!config || !context || !sink) return;
-  guarded([&] { sink(context, toObject(config)->toString(withScheme != 0, withCred != 0).c_str()); });
+  guarded([&] { callApplication(sink, context, toObject(config)->toString(withScheme != 0, withCred != 0).c_str()); });
 }
 
 // The host relies on a copy being whole: running out of memory inside it ends the process.

@@ -3,6 +3,8 @@
 
 #include <utility>
 
+#include "support/module.h"
+
 namespace kiv::impl {
 namespace {
 
@@ -15,26 +17,35 @@ support::UniqueEvent makeEvent() { return support::UniqueEvent(CreateEventW(null
 PendingRequest::PendingRequest(support::UniqueInternet request)
     : finishedEvent_(makeEvent()), closedEvent_(makeEvent()), request_(std::move(request)) {
   if (!finishedEvent_ || !closedEvent_) return;
+  support::keepLoaded();
+  notified_ = installCallback();
+}
+
+// The context is set along with the callback, not only when the request is sent: WinHTTP reports that a handle has
+// closed only to a callback with a context, and whether it takes over that of a send which fails to start is not
+// documented.
+bool PendingRequest::installCallback() {
   const auto previous = WinHttpSetStatusCallback(request_.get(), onStatus, kNotifications, 0);
-  notified_ =
-      previous != WINHTTP_INVALID_STATUS_CALLBACK;  // NOLINT(performance-no-int-to-ptr): the platform's constant
+  if (previous == WINHTTP_INVALID_STATUS_CALLBACK) {  // NOLINT(performance-no-int-to-ptr): the platform's constant
+    return false;
+  }
+  DWORD_PTR context = reinterpret_cast<DWORD_PTR>(this);
+  if (WinHttpSetOption(request_.get(), WINHTTP_OPTION_CONTEXT_VALUE, &context, sizeof(context))) return true;
+  WinHttpSetStatusCallback(request_.get(), nullptr, kNotifications, 0);
+  return false;
 }
 
 PendingRequest::~PendingRequest() {
-  // After a send that did not start, WinHTTP may or may not know this object, so that there may be nothing to wait for.
-  if (notified_ && sendTried_ && !sendStarted_) WinHttpSetStatusCallback(request_.get(), nullptr, kNotifications, 0);
   request_ = support::UniqueInternet();
-  if (notified_ && sendStarted_) WaitForSingleObject(closedEvent_.get(), INFINITE);
+  if (notified_) WaitForSingleObject(closedEvent_.get(), INFINITE);
 }
 
 std::optional<DWORD> PendingRequest::send() {
   expectNotification();
-  sendTried_ = true;
   if (!WinHttpSendRequest(request_.get(), WINHTTP_NO_ADDITIONAL_HEADERS, 0, WINHTTP_NO_REQUEST_DATA, 0, 0,
                           notified_ ? reinterpret_cast<DWORD_PTR>(this) : 0)) {
     return GetLastError();
   }
-  sendStarted_ = true;
   return waitFor(WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE);
 }
 

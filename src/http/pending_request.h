@@ -28,6 +28,7 @@ class PendingRequest {
   std::optional<DWORD> receive();
 
  private:
+  bool installCallback();
   static void CALLBACK onStatus(HINTERNET request, DWORD_PTR context, DWORD status, LPVOID information, DWORD length);
   void finished(DWORD status, DWORD error) noexcept;
   void expectNotification() noexcept;
@@ -37,9 +38,7 @@ class PendingRequest {
   support::UniqueEvent closedEvent_;
   std::atomic<DWORD> status_{0};
   std::atomic<DWORD> error_{0};
-  bool notified_ = false;     // the callback is installed
-  bool sendTried_ = false;    // WinHTTP may know this object
-  bool sendStarted_ = false;  // WinHTTP knows this object, and will report to it that the handle closed
+  bool notified_ = false;  // WinHTTP knows this object, and will report to it that the handle has closed
   support::UniqueInternet request_;
 };
 

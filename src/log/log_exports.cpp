@@ -11,6 +11,10 @@ KivLog* create(LogLevel level, const wchar_t* message) { return newHandle<KivLog
 
 bool hasLevel(const KivLog* log, LogLevel level) { return log && toObject(log)->level() == level; }
 
+void logLine(const KivLogger* logger, LogLevel level, const wchar_t* message) {
+  if (logger) toObject(logger)->logForApplication(level, message);
+}
+
 }  // namespace
 
 extern "C" {
@@ -42,19 +46,11 @@ KivLogger* KivLogger_MoveConstruct(KivLogger* source) { return moveConstruct(sou
 void KivLogger_Copy(const KivLogger* source, KivLogger* target) { copy(source, target); }
 void KivLogger_Move(KivLogger* source, KivLogger* target) { move(source, target); }
 
-// Not guarded: what the host's own callback throws is the host's to catch.
+// Not guarded: what the application's own callback throws is the application's to catch.
 
-void KivLogger_Error(const KivLogger* logger, const wchar_t* message) {
-  if (logger && toObject(logger)->engaged()) toObject(logger)->error(message);
-}
-void KivLogger_Warn(const KivLogger* logger, const wchar_t* message) {
-  if (logger && toObject(logger)->engaged()) toObject(logger)->warn(message);
-}
-void KivLogger_Info(const KivLogger* logger, const wchar_t* message) {
-  if (logger && toObject(logger)->engaged()) toObject(logger)->info(message);
-}
-void KivLogger_Debug(const KivLogger* logger, const wchar_t* message) {
-  if (logger && toObject(logger)->engaged()) toObject(logger)->debug(message);
-}
+void KivLogger_Error(const KivLogger* logger, const wchar_t* message) { logLine(logger, LogLevel::Error, message); }
+void KivLogger_Warn(const KivLogger* logger, const wchar_t* message) { logLine(logger, LogLevel::Warn, message); }
+void KivLogger_Info(const KivLogger* logger, const wchar_t* message) { logLine(logger, LogLevel::Info, message); }
+void KivLogger_Debug(const KivLogger* logger, const wchar_t* message) { logLine(logger, LogLevel::Debug, message); }
 
 }  // extern "C"

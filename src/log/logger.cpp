@@ -3,6 +3,8 @@
 
 #include <utility>
 
+#include "support/foreign_exceptions.h"
+
 namespace kiv::impl {
 namespace {
 
@@ -29,6 +31,13 @@ void Logger::emit(LogLevel level, std::wstring&& text) const {
   if (engaged_) hand({level, std::move(text)});
 }
 
-void Logger::hand(const Log& log) const { callback_(context_, support::toHandle<KivLog>(&log)); }
+void Logger::hand(const Log& log) const {
+  support::callApplication(callback_, context_, support::toHandle<KivLog>(&log));
+}
+
+void Logger::logForApplication(LogLevel level, const wchar_t* text) const {
+  if (!engaged_) return;
+  support::lend(record(level, text), [this](const Log& log) { callback_(context_, support::toHandle<KivLog>(&log)); });
+}
 
 }  // namespace kiv::impl

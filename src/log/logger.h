@@ -23,9 +23,9 @@ class Logger {
   Logger& operator=(Logger&& other) noexcept;
   ~Logger() = default;
 
-  // Each hands one record to the callback, on this thread, with the text as it is. What the callback throws passes
-  // through. A text that was made for the line becomes the record's; any other is copied, and the process ends if
-  // memory runs out for that.
+  // Each hands one record to the callback, on this thread, with the text as it is. What the callback throws arrives
+  // here as callApplication has it. A text that was made for the line becomes the record's; any other is copied, and
+  // the process ends if memory runs out for that.
   template <class Text>
   void error(Text&& text) const {
     emit(LogLevel::Error, std::forward<Text>(text));
@@ -42,6 +42,10 @@ class Logger {
   void debug(Text&& text) const {
     emit(LogLevel::Debug, std::forward<Text>(text));
   }
+
+  // For the application that logs a line itself: what its callback throws, in whatever compiler's way, reaches it as it
+  // was thrown, after the record was destroyed.
+  void logForApplication(LogLevel level, const wchar_t* text) const;
 
   bool engaged() const noexcept { return engaged_; }
 

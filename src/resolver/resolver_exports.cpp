@@ -9,6 +9,7 @@
 #include "log/logger.h"
 #include "resolver/resolve.h"
 #include "support/border.h"
+#include "support/foreign_exceptions.h"
 
 namespace {
 
@@ -57,17 +58,23 @@ extern "C" KivProxyConfig* KivProxyResolver_Resolve(
         bypassList ? std::optional<std::wstring_view>(bypassList) : std::nullopt;
     ProxyConfig first = configOrNone(preferred);
     ProxyConfig last = configOrNone(fallback);
-    const KivLogger* logger = getLogger(logContext);
+    const KivLogger* logger = callApplication(getLogger, logContext);
     HostCallbacks host{
         .filter =
-            [&](const ProxyConfig& candidate) { return filter(filterContext, Borrowed(candidate).handle()) != 0; },
-        .serverCred = [&](const wchar_t* url) { return adopt(serverCred(serverCredContext, url)); },
+            [&](const ProxyConfig& candidate) {
+              return callApplication(filter, filterContext, Borrowed(candidate).handle()) != 0;
+            },
+        .serverCred = [&](const wchar_t* url) { return adopt(callApplication(serverCred, serverCredContext, url)); },
         .proxyCred =
-            [&](const ProxyConfig& proxy) { return adopt(proxyCred(proxyCredContext, Borrowed(proxy).handle())); },
-        .testConnection = [&] { return testConnection(client, logContext); },
+            [&](const ProxyConfig& proxy) {
+              return adopt(callApplication(proxyCred, proxyCredContext, Borrowed(proxy).handle()));
+            },
+        .testConnection = [&] { return callApplication(testConnection, client, logContext); },
         .setServerCred =
-            [&](std::optional<Cred>&& cred) { setServerCred(client, newHandle<KivCred>(std::move(cred))); },
-        .setProxy = [&](const ProxyConfig& proxy) { setProxy(client, Borrowed(proxy).handle()); }};
+            [&](std::optional<Cred>&& cred) {
+              callApplication(setServerCred, client, newHandle<KivCred>(std::move(cred)));
+            },
+        .setProxy = [&](const ProxyConfig& proxy) { callApplication(setProxy, client, Borrowed(proxy).handle()); }};
     return newHandle<KivProxyConfig>(kiv::impl::resolveProxyConfig(
         targetUrl, userAgent, bypassOverride, std::move(first), std::move(last), std::move(host), *toObject(logger)));
   });

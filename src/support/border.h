@@ -5,6 +5,8 @@
 #include <new>
 #include <utility>
 
+#include "support/module.h"
+
 namespace kiv::support {
 
 // Runs `body`; an exception of type `Caught` becomes `fallback`.
@@ -13,6 +15,7 @@ Result onException(Result fallback, Body&& body) noexcept(false) {
   try {
     return std::forward<Body>(body)();
   } catch (const Caught&) {
+    keepLoaded();
     return fallback;
   }
 }
@@ -23,6 +26,7 @@ Result guarded(Result fallback, Body&& body) noexcept {
   try {
     return std::forward<Body>(body)();
   } catch (...) {
+    keepLoaded();
     return fallback;
   }
 }
@@ -31,7 +35,8 @@ template <class Body>
 void guarded(Body&& body) noexcept {
   try {
     std::forward<Body>(body)();
-  } catch (...) {  // NOLINT(bugprone-empty-catch): a procedure that fails has no other result than not to have happened
+  } catch (...) {  // a procedure that fails has no other result than not to have happened
+    keepLoaded();
   }
 }
 

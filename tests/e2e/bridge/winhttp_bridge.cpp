@@ -85,6 +85,7 @@ struct Request {
   DWORD flags;
   WINHTTP_STATUS_CALLBACK callback = nullptr;
   DWORD notifications = 0;
+  DWORD_PTR context = 0;
   std::vector<std::pair<DWORD, std::vector<BYTE>>> options;
   std::unique_ptr<StandIn> standIn;
 };
@@ -187,7 +188,7 @@ bool takeOver(HINTERNET handle, std::unique_ptr<StandIn> standIn) {
   {
     const std::lock_guard guard(known.lock);
     auto& request = known.requests.at(handle);
-    known.listeners.insert({id, {handle, request.callback, request.notifications, 0}});
+    known.listeners.insert({id, {handle, request.callback, request.notifications, request.context}});
     if (request.standIn) {
       known.listeners.at(request.standIn->id).callback = nullptr;
     }
@@ -226,7 +227,11 @@ DWORD_PTR exchangeContext(HINTERNET handle, DWORD_PTR context) {
   auto& known = registry();
   const std::lock_guard guard(known.lock);
   const auto found = known.requests.find(handle);
-  if (found == known.requests.end() || !found->second.standIn) {
+  if (found == known.requests.end()) {
+    return context;
+  }
+  found->second.context = context;
+  if (!found->second.standIn) {
     return context;
   }
   const auto id = found->second.standIn->id;
