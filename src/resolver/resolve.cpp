@@ -11,12 +11,10 @@
 #include "log/format.h"
 #include "resolver/system_candidates.h"
 #include "support/border.h"
+#include "support/platform.h"
 
 namespace kiv::impl {
 namespace {
-
-constexpr int kProxyAuthenticationRequired = 407;
-constexpr int kServerAuthenticationRequired = 401;
 
 bool succeeded(int status) { return status >= 200 && status <= 299; }
 
@@ -64,11 +62,11 @@ void logCandidates(const std::vector<ProxyConfig>& candidates, const Logger& log
   logger.debug(std::move(line));
 }
 
-// One candidate's turn.
-class Turn {
+// One attempt to connect through one candidate.
+class Attempt {
  public:
-  Turn(int number, ProxyConfig& candidate, const std::wstring& targetUrl, const HostCallbacks& host,
-       const Logger& logger)
+  Attempt(int number, ProxyConfig& candidate, const std::wstring& targetUrl, const HostCallbacks& host,
+          const Logger& logger)
       : number_(number), candidate_(candidate), targetUrl_(targetUrl), host_(host), logger_(logger) {}
 
   // Whether the candidate works. It is left with the credentials that were obtained for it.
@@ -77,8 +75,8 @@ class Turn {
     host_.setServerCred(std::nullopt);
     host_.setProxy(candidate_);
     int status = test(L"No. %d: Test connection to %ls.");
-    if (status == kProxyAuthenticationRequired) status = retryWithProxyCred();
-    if (status == kServerAuthenticationRequired) status = retryWithServerCred();
+    if (status == HTTP_STATUS_PROXY_AUTH_REQ) status = retryWithProxyCred();
+    if (status == HTTP_STATUS_DENIED) status = retryWithServerCred();
     logger_.debug(succeeded(status) ? format(L"No. %d: Test connection succeeded.", number_)
                                     : format(L"No. %d: Test connection failed.", number_));
     return succeeded(status);
@@ -147,7 +145,7 @@ ProxyConfig resolveProxyConfig(std::wstring_view targetUrl, std::wstring_view us
 
   for (std::size_t i = 0; i < candidates.size(); ++i) {
     ProxyConfig& candidate = candidates[i];
-    if (!Turn(static_cast<int>(i), candidate, url, host, logger).run()) continue;
+    if (!Attempt(static_cast<int>(i), candidate, url, host, logger).run()) continue;
     logger.info(format(L"Proxy %ls found.", candidate.display().c_str()));
     return std::move(candidate);
   }

@@ -8,7 +8,6 @@
 #include <chrono>
 #include <functional>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 #include <type_traits>
@@ -21,6 +20,7 @@
 namespace kiv::test {
 namespace {
 
+using impl::CallResult;
 using impl::PendingRequest;
 using support::UniqueInternet;
 using ::testing::ElementsAre;
@@ -29,7 +29,7 @@ using ::testing::IsEmpty;
 static_assert(!std::is_copy_constructible_v<PendingRequest> && !std::is_move_constructible_v<PendingRequest>,
               "WinHTTP knows its address");
 
-constexpr std::optional<DWORD> kFine;
+constexpr CallResult kFine;
 
 // A completion that comes so late that another thread has said its own before, on a busy machine too.
 constexpr std::chrono::milliseconds kLongerThanAnyPause{300};
@@ -114,9 +114,9 @@ TEST_F(PendingRequestTest, GivesTheErrorHoweverItIsTold) {
         windows.http.delivery = delivery;
         windows.http.failSend(code, errorBy).failReceive(code, errorBy);
         PendingRequest request(open());
-        EXPECT_EQ(request.send(), code);
+        EXPECT_EQ(request.send(), CallResult::failed(code));
         EXPECT_EQ(request.send(), kFine);
-        EXPECT_EQ(request.receive(), code);
+        EXPECT_EQ(request.receive(), CallResult::failed(code));
         EXPECT_EQ(request.send(), kFine);
         EXPECT_EQ(request.receive(), kFine);
       }
@@ -154,7 +154,7 @@ TEST_F(PendingRequestTest, DoesNotTakeAnEarlierCompletionForThatOfTheNextCall) {
   windows.http.delay = std::chrono::milliseconds(20);
   PendingRequest request(open());
   windows.failOnce("WaitForSingleObject", 6);
-  EXPECT_EQ(request.send(), DWORD{6});
+  EXPECT_EQ(request.send(), CallResult::failed(6));
   windows.settle();
   EXPECT_EQ(request.send(), kFine);
   EXPECT_FALSE(isNotificationDue());
@@ -195,7 +195,7 @@ TEST_F(PendingRequestTest, OutlivesItsHandleAfterAFailureToo) {
       PendingRequest request(open());
       EXPECT_EQ(request.send(), kFine);
       EXPECT_EQ(request.receive(), kFine);
-      EXPECT_EQ(request.send(), DWORD{12029});
+      EXPECT_EQ(request.send(), CallResult::failed(12029));
     }
     EXPECT_FALSE(isNotificationDue()) << "it went before its handle reported that it had closed";
   }
@@ -205,7 +205,7 @@ TEST_F(PendingRequestTest, CancelsACallWhoseEndItCouldNotAwait) {
   windows.http.delay = std::chrono::milliseconds(20);
   PendingRequest request(open());
   windows.failOnce("WaitForSingleObject", 6);
-  EXPECT_EQ(request.send(), DWORD{6});
+  EXPECT_EQ(request.send(), CallResult::failed(6));
 }
 
 // What happens to a request before it is closed.
@@ -215,17 +215,17 @@ constexpr std::pair<const char*, Life> kLives[] = {
     {"its send does not start",
      [](SimulatedWindows& windows, PendingRequest& request) {
        windows.http.failSend(12029, ErrorBy::ReturnValue);
-       EXPECT_EQ(request.send(), DWORD{12029});
+       EXPECT_EQ(request.send(), CallResult::failed(12029));
      }},
     {"its send is refused",
      [](SimulatedWindows& windows, PendingRequest& request) {
        windows.failOnce("WinHttpSendRequest", 12030);
-       EXPECT_EQ(request.send(), DWORD{12030});
+       EXPECT_EQ(request.send(), CallResult::failed(12030));
      }},
     {"a second send starts after one that did not",
      [](SimulatedWindows& windows, PendingRequest& request) {
        windows.http.failSend(12032, ErrorBy::ReturnValue);
-       EXPECT_EQ(request.send(), DWORD{12032});
+       EXPECT_EQ(request.send(), CallResult::failed(12032));
        EXPECT_EQ(request.send(), kFine);
      }},
 };
@@ -287,9 +287,9 @@ TEST_P(WithoutNotifications, CallsFailByTheirResult) {
   windows.http.synchronous = true;
   windows.http.failSend(12029).failReceive(12002);
   PendingRequest request(open());
-  EXPECT_EQ(request.send(), DWORD{12029});
+  EXPECT_EQ(request.send(), CallResult::failed(12029));
   EXPECT_EQ(request.send(), kFine);
-  EXPECT_EQ(request.receive(), DWORD{12002});
+  EXPECT_EQ(request.receive(), CallResult::failed(12002));
 }
 
 TEST_P(WithoutNotifications, TheEndOfTheHandleIsNotAwaited) {
