@@ -39,7 +39,7 @@ def documented_lines() -> set[str]:
 
 
 def anchors_of(document: Path) -> set[str]:
-    """What a link can name behind #: the headings, as the usual viewers of Markdown write them."""
+    """What a link can name after #: the headings, as the usual viewers of Markdown write them."""
     headings = re.findall(r"^#+ (.*)$", document.read_text(), re.M)
     return {re.sub(r"[^\w\- ]", "", heading.lower()).replace(" ", "-") for heading in headings}
 
