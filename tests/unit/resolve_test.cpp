@@ -459,7 +459,7 @@ TEST_F(ResolveTest, WritesTextsIntoTheLogAsTheyAre) {
 // Whatever the host's functions throw, the last line is logged, and only then the exception leaves the procedure.
 TEST_F(ResolveTest, LetsAnExceptionOutAfterItsLastLine) {
   struct Surprise {};
-  impl::HostCallbacks callbacks{.filter = [](const impl::ProxyConfig&) -> bool { throw Surprise(); },
+  impl::ApplicationCallbacks callbacks{.filter = [](const impl::ProxyConfig&) -> bool { throw Surprise(); },
                                 .serverCred = {},
                                 .proxyCred = {},
                                 .testConnection = {},
@@ -474,7 +474,7 @@ TEST_F(ResolveTest, LetsAnExceptionOutAfterItsLastLine) {
 
 TEST_F(ResolveTest, ReadsTargetAndAgentOnlyUpToTheirLength) {
   const std::wstring url = L"http://target/";
-  impl::HostCallbacks unused;
+  impl::ApplicationCallbacks unused;
   const impl::ProxyConfig result = impl::resolveProxyConfig(
       std::wstring_view(L"http://target/and more", url.size()), std::wstring_view(L"agent and more", 5),
       std::wstring_view(L"target;rest", 6), {}, {}, unused, *support::toObject(host.logger()));
