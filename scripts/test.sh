@@ -32,14 +32,20 @@ missing_libraries() {
   (cd build/windows-x64/abi && with_wine env 'WINEDLLOVERRIDES=mscoree,mshtml,credui,crypt32=' wine missing_libraries_test.exe)
 }
 
+planted_libraries() {
+  (cd build/windows-x64/abi/planted &&
+    with_wine env 'WINEDLLOVERRIDES=mscoree,mshtml=;credui,crypt32,cryptui=n,b' wine planted_libraries_test.exe)
+}
+
 step 'Build for Windows' build windows-x64
 step 'Unit tests in Wine' in_wine build/windows-x64/bin/kiv-unit-tests.exe --gtest_brief=1
-step 'Interface of kiv.dll, from C' in_wine build/windows-x64/abi/abi_test.exe
+step 'Interface of kiv.dll, from C' with_prompt in_wine build/windows-x64/abi/abi_test.exe
 step 'Exceptions at the interface, from C++' in_wine build/windows-x64/abi/exceptions_test.exe
 step 'Libraries that the system lacks' missing_libraries
+step 'Libraries that lie beside the program' planted_libraries
 step 'Rooms of kiv-resolve' in_wine build/windows-x64/bin/kiv-tool-tests.exe --gtest_brief=1
 step 'Package, and programs that have nothing but it' scripts/test_package.sh
-step 'Examples with real servers' e2e examples.py --prompt build/windows-x64/abi
+step 'Examples with real servers' e2e examples.py --prompt build/windows-x64/abi/system
 step 'Programs that README shows' e2e readme.py --library build/windows-x64/lib/libkiv.dll.a
 step 'Scenarios with real servers' e2e run.py
 step 'kiv-resolve on a console' e2e console_test.py
