@@ -41,6 +41,7 @@ step 'Rooms of kiv-resolve' in_wine build/windows-x64/bin/kiv-tool-tests.exe --g
 step 'Package, and programs that have nothing but it' scripts/test_package.sh
 step 'Examples with real servers' e2e examples.py --prompt build/windows-x64/abi
 step 'Programs that README shows' e2e readme.py --library build/windows-x64/lib/libkiv.dll.a
+step 'NTLM of the servers of the scenarios' "$PYTHON" tests/e2e/ntlm_test.py
 step 'Scenarios with real servers' e2e run.py
 step 'kiv-resolve on a console' e2e console_test.py
 step 'Reports in a browser' e2e report_test.py
