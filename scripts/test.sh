@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds everything and runs all tests. Takes no argument, needs no network beyond the packages,
-# and leaves nothing outside build/.
+# and leaves nothing outside build/. KIV_LEAVE_OUT may name steps that are not to run, a line for each.
 . "$(dirname "$0")/lib.sh"
 . scripts/e2e-lib.sh
 install_packages "${BUILD_PACKAGES[@]}"
@@ -16,6 +16,10 @@ failed=0
 step() {
   local title=$1 log start=$SECONDS status=0 more
   shift
+  if grep -qxF -- "$title" <<<"${KIV_LEAVE_OUT:-}"; then
+    printf '%-58s         left out\n' "$title"
+    return
+  fi
   log=build/step.log
   mkdir -p build
   "$@" >"$log" 2>&1 || status=$?
