@@ -6,8 +6,8 @@
  * - A handle is an opaque pointer. Whoever receives one from a function documented to return a "new" handle owns it
  *   and releases it, once, with the _Destruct of its family.
  * - A null handle never crashes a function: predicates give false (KivProxyConfig_IsNone and KivCred_IsNone give
- *   true), accessors give null, numeric queries give -1, and procedures do nothing. The few arguments that must not be
- *   null are named where they stand.
+ *   true), accessors give null, numeric queries give -1 (KivSecStr_Size, whose result has no sign, gives 0), and
+ *   procedures do nothing. The few arguments that must not be null are named where they stand.
  * - Copying and moving take the source first and the target second.
  * - Text is UTF-16, NUL-terminated. A returned text belongs to the object that it was asked of, or to the library.
  * - A function that returns a new handle returns null when memory runs out. The interface throws no C++ exception, but
