@@ -12,6 +12,7 @@
 
 #include "unit/support/allocation_sweep.h"
 #include "unit/support/http_scenario.h"
+#include "unit/support/odd_ports.h"
 
 namespace kiv::test {
 namespace {
@@ -130,6 +131,17 @@ TEST_F(HttpClientTest, IsInvalidForAUrlOfAnotherSchemeAndForOneThatCannotBeRead)
     EXPECT_EQ(windows.count("WinHttpOpen"), 0U);
     expectInvalid(client);
   }
+}
+
+TEST_F(HttpClientTest, ReadsAPortOfOtherDigitsAsTheCLibraryDoesOrIsInvalid) {
+  forEachOddPort([&](const OddPort& port) {
+    const UniqueHttpClient client = createClient((L"http://h:" + std::wstring(port.text)).c_str());
+    ASSERT_NE(client, nullptr);
+    if (!port.value) return expectInvalid(client);
+    EXPECT_EQ(head(client), 200);
+    EXPECT_EQ(windows.requests().back().port, static_cast<DWORD>(*port.value));
+    takeLines();
+  });
 }
 
 TEST_F(HttpClientTest, IsInvalidForAUrlOfSchemeSocks5AndLogsNoDescription) {

@@ -212,6 +212,16 @@ TEST_F(RequestCycleTest, Returns401AfterItsHeadersIfThereAreNoServerCredentials)
   EXPECT_EQ(windows.count("WinHttpQueryAuthSchemes"), 0U);
 }
 
+TEST_F(RequestCycleTest, Returns401AfterItsHeadersIfThereAreCredentialsForTheProxyOnly) {
+  const UniqueHttpClient client = createClientWithProxy(L"https://example.com");
+  windows.http.respond(407).respond(401);
+  EXPECT_EQ(head(client), 401);
+  EXPECT_EQ(log.lines().back(), headersLine(401));
+  EXPECT_EQ(windows.requests().at(0).sends, 2U);
+  EXPECT_EQ(windows.credentials().size(), 1U) << "the proxy's";
+  EXPECT_EQ(windows.count("WinHttpQueryAuthSchemes"), 1U);
+}
+
 TEST_F(RequestCycleTest, Returns401WithoutHeadersIfTheServerRefusesItsCredentials) {
   const UniqueHttpClient client = createClientWithProxy(kHttpsUrl);
   windows.http.respond(401).respond(401);
