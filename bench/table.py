@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Makes the tables of docs/performance.md from what was measured: table.py FOLDER, with the figures of each program.
+"""Makes the tables of docs/internals/performance.md: table.py FOLDER, with the measured figures of each program.
 
 library-*.json  what bench_library measured, a file for each round
 scale.txt       what bench_scale measured: "<family> <size> <nanoseconds> <bytes>"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Makes the reference of the interface in build/docs/html; fails for anything that is not documented, and for a line of
-# the log that docs/log.md does not have.
+# Makes the API reference in build/docs/html, and compares the documents with the sources. Fails for a declaration that
+# is not documented, a log line that docs/reference/log.md lacks, and a link, path or test that does not exist.
 . "$(dirname "$0")/lib.sh"
 install_packages doxygen python3
 mkdir -p build/docs

@@ -18,8 +18,9 @@ install_packages() {
   as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# The toolchain for Windows, and what the tools and tests are built from.
-BUILD_PACKAGES=(cmake ninja-build g++ g++-mingw-w64-x86-64-posix libcli11-dev nlohmann-json3-dev googletest)
+# The toolchain for Windows (one compiler for the DLLs, another for all else), and what the tools and tests are built from.
+BUILD_PACKAGES=(cmake ninja-build g++ g++-mingw-w64-x86-64-win32 g++-mingw-w64-x86-64-posix clang lld llvm python3
+  libcli11-dev nlohmann-json3-dev googletest)
 
 # build PRESET [ARGUMENT...]: configures and builds; says something only when it fails.
 build() {
@@ -44,6 +45,19 @@ with_wine() {
   env WINEPREFIX="$PWD_OF_PROJECT/build/wine" WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=;credui=n,b" "$@"
 }
 PWD_OF_PROJECT=$PWD
+
+# with_prompt COMMAND...: runs it while the stand-in for the credential prompt is in the folder of that Windows where the
+# DLL looks for the system's.
+with_prompt() {
+  local place=build/wine/drive_c/windows/system32/credui.dll status=0
+  [ -d build/wine ] || with_wine wineboot --init >/dev/null 2>&1
+  # It is there already if a run was killed.
+  [ -e "$place.own" ] || mv "$place" "$place.own"
+  cp build/windows-x64/abi/system/credui.dll "$place"
+  "$@" || status=$?
+  mv -f "$place.own" "$place"
+  return "$status"
+}
 
 # Ends the Windows that in_wine started, whose prefix nobody else uses, and removes its sockets below /tmp, in a folder
 # whose name it keeps in the prefix.

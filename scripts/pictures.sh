@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes the pictures of docs/images/ anew, from what kiv-resolve prints and writes when it runs.
+# Makes docs/images/terminal.svg and docs/images/report.png again, from a run of kiv-resolve.
 . "$(dirname "$0")/lib.sh"
 . scripts/e2e-lib.sh
 install_e2e_packages

@@ -1,9 +1,9 @@
 /** @file
- * What every header of the library needs to declare its functions: linkage, and import or export. */
+ * Macros with which the other headers declare functions: linkage, and import or export. */
 #ifndef KIV_EXPORT_H
 #define KIV_EXPORT_H
 
-/** Declares a function that the DLL exports; without Windows, or with KIV_STATIC defined, one that is linked in. */
+/** Declares a function of the DLL. Outside Windows, or if KIV_STATIC is defined, the function is linked statically. */
 #if !defined(_WIN32) || defined(KIV_STATIC)
 #define KIV_API
 #elif defined(KIV_BUILDING)
@@ -13,9 +13,9 @@
 #endif
 
 /** @def KIV_BEGIN_DECLARATIONS
- * Stands before declarations with C linkage. */
+ * Begins declarations with C linkage. */
 /** @def KIV_END_DECLARATIONS
- * Stands behind them. */
+ * Ends them. */
 #ifdef __cplusplus
 #define KIV_BEGIN_DECLARATIONS extern "C" {
 #define KIV_END_DECLARATIONS }

@@ -1,19 +1,23 @@
 /** @file
- * The whole interface of kiv.dll.
+ * Includes the whole C interface of kiv.dll.
  *
- * Conventions that hold for every family:
+ * "Application" means the host application: the program that uses the library. Conventions for every family:
  *
- * - A handle is an opaque pointer. Whoever receives one from a function documented to return a "new" handle owns it
- *   and releases it, once, with the _Destruct of its family.
- * - A null handle never crashes a function: predicates give false (KivProxyConfig_IsNone and KivCred_IsNone give
- *   true), accessors give null, numeric queries give -1, and procedures do nothing. The few arguments that must not be
- *   null are named where they stand.
+ * - A handle is an opaque pointer. If a function is documented to return a "new" handle, the caller owns it and must
+ *   release it, once, with the _Destruct of its family.
+ * - A null handle crashes no function: predicates return false (KivProxyConfig_IsNone and KivCred_IsNone return true),
+ *   accessors return null, numeric queries return -1 (KivSecStr_Size, which is unsigned, returns 0), and procedures do
+ *   nothing. Each function names its arguments that must not be null.
  * - Copying and moving take the source first and the target second.
- * - Text is UTF-16, NUL-terminated. A returned text belongs to the object that it was asked of, or to the library.
- * - A function that returns a new handle returns null when memory runs out. The interface throws no C++ exception, but
- *   for one case: what a host's own log callback throws passes through the KivLogger_ function that called it.
- * - Handles carry no locks. Different handles can be used on different threads at once; one handle cannot, unless all
- *   that is done with it is reading.
+ * - Text is UTF-16, NUL-terminated. Returned text belongs to the object that returned it, or to the library.
+ * - A function that returns a new handle returns null if memory runs out.
+ * - Callbacks may throw C++ exceptions, whatever compiler built the application. The library stops them and returns
+ *   null or -1. Only what a log callback throws out of a KivLogger_ function reaches the caller of that function.
+ *   Exceptions that are not C++, such as access violations, always pass, and what the library held is not released.
+ * - Handles carry no locks. Different handles can be used on different threads at once. Several threads can read one
+ *   handle at once, but none may change it meanwhile.
+ * - The first request of a KivHttpClient, or the first C++ exception inside the library, keeps kiv.dll loaded until the
+ *   process ends; FreeLibrary does not unload it.
  */
 #ifndef KIV_KIV_H
 #define KIV_KIV_H

@@ -1,8 +1,8 @@
 /** @file
- * Log records, and the logger through which the library hands them to its host.
+ * Log records, and loggers, which pass them to the application.
  *
- * The library writes no log of its own: every line is given, synchronously, to the callback of a logger that the host
- * made. It filters nothing; what to keep, and where, is the host's decision.
+ * The library writes no log file. It passes every line to the callback of the application's logger, at once and on the
+ * same thread. It filters nothing: the application decides what to keep.
  */
 #ifndef KIV_LOG_H
 #define KIV_LOG_H
@@ -17,12 +17,12 @@ KIV_BEGIN_DECLARATIONS
 /** A log record: one of four levels, and a text. */
 typedef struct KivLog KivLog;
 
-/** A host's logger: a context, a callback, and whether it is engaged. One that is not engaged drops every line. */
+/** A logger: a context, a callback, and whether it is engaged. One that is not engaged drops every line. */
 typedef struct KivLogger KivLogger;
 
 /**
- * Receives one log record.
- * @param context what the host gave to KivLogger_Construct.
+ * Receives one log record. It may throw a C++ exception; each function that logs says what happens then.
+ * @param context as passed to KivLogger_Construct.
  * @param log     the record, owned by the library and valid only during the call; keep it with KivLog_CopyConstruct.
  */
 typedef void (*KivLogCallback)(void* context, const KivLog* log);
@@ -30,7 +30,7 @@ typedef void (*KivLogCallback)(void* context, const KivLog* log);
 /**
  * Creates a record of level Error (0).
  * @param message text, copied; must not be null (it is read without a check).
- * @return a new record, to be released with KivLog_Destruct; null when memory runs out.
+ * @return a new record, to be released with KivLog_Destruct; null if memory runs out.
  */
 KIV_API KivLog* KivLog_CreateError(const wchar_t* message);
 
@@ -55,37 +55,37 @@ KIV_API KivLog* KivLog_CopyConstruct(const KivLog* source);
 
 /**
  * Moves a record into a new one.
- * @param source keeps its level and is left with an empty text; it must still be released. May be null.
+ * @param source keeps its level and gets an empty text; it must still be released. May be null.
  * @return a new record; null if `source` is null or memory runs out (`source` is then unchanged).
  */
 KIV_API KivLog* KivLog_MoveConstruct(KivLog* source);
 
 /**
  * Makes `target` a copy of `source`, level and text. Copying a record onto itself changes nothing.
- * Does nothing if either is null; leaves `target` unchanged when memory runs out.
+ * Does nothing if either is null. If memory runs out, `target` is unchanged.
  */
 KIV_API void KivLog_Copy(const KivLog* source, KivLog* target);
 
 /**
- * Moves level and text of `source` into `target`; `source` keeps its level and is left with an empty text.
+ * Moves level and text of `source` into `target`; `source` keeps its level and gets an empty text.
  * Does nothing if either is null. Moving a record onto itself changes nothing. Cannot fail.
  */
 KIV_API void KivLog_Move(KivLog* source, KivLog* target);
 
-/** Tells whether the record's level is Error (0); false for null. */
+/** Returns whether the record's level is Error (0); false for null. */
 KIV_API bool KivLog_IsError(const KivLog* log);
 
-/** Tells whether the record's level is Warn (1); false for null. */
+/** Returns whether the record's level is Warn (1); false for null. */
 KIV_API bool KivLog_IsWarn(const KivLog* log);
 
-/** Tells whether the record's level is Info (2); false for null. */
+/** Returns whether the record's level is Info (2); false for null. */
 KIV_API bool KivLog_IsInfo(const KivLog* log);
 
-/** Tells whether the record's level is Debug (3); false for null. */
+/** Returns whether the record's level is Debug (3); false for null. */
 KIV_API bool KivLog_IsDebug(const KivLog* log);
 
 /**
- * Gives the record's text.
+ * Returns the record's text.
  * @return NUL-terminated text owned by the record, valid until the record is changed or released; never null for a
  *         record (an empty text is an empty string); null for a null record.
  */
@@ -93,13 +93,13 @@ KIV_API const wchar_t* KivLog_Message(const KivLog* log);
 
 /**
  * Creates an engaged logger.
- * @param context  any value, null included; borrowed, and passed back as the first argument of every call.
- * @param callback receives every record, on the thread that called into the library; must not be null.
- * @return a new logger, to be released with KivLogger_Destruct; null when memory runs out.
+ * @param context  any value, null included; borrowed, and passed as the first argument of every call.
+ * @param callback receives every record, on the thread that calls the library; must not be null.
+ * @return a new logger, to be released with KivLogger_Destruct; null if memory runs out.
  */
 KIV_API KivLogger* KivLogger_Construct(void* context, KivLogCallback callback);
 
-/** Releases a logger that the caller owns, without calling its callback; null is ignored. */
+/** Releases a logger that the caller owns and does not call its callback; null is ignored. */
 KIV_API void KivLogger_Destruct(KivLogger* logger);
 
 /**
@@ -111,9 +111,9 @@ KIV_API KivLogger* KivLogger_CopyConstruct(const KivLogger* source);
 
 /**
  * Moves a logger into a new one.
- * @param source if engaged, it loses context and callback but stays engaged: from then on it may only be released or
- *               be the target of KivLogger_Copy or KivLogger_Move, never be used to log. May be null.
- * @return a new logger, engaged exactly if `source` is; null if `source` is null or memory runs out (`source` is then
+ * @param source if engaged, it loses context and callback but stays engaged. From then on, release it or overwrite it
+ *               with KivLogger_Copy or KivLogger_Move, but never log with it. May be null.
+ * @return a new logger, engaged if `source` is; null if `source` is null or memory runs out (`source` is then
  *         unchanged).
  */
 KIV_API KivLogger* KivLogger_MoveConstruct(KivLogger* source);
@@ -122,7 +122,7 @@ KIV_API KivLogger* KivLogger_MoveConstruct(KivLogger* source);
 KIV_API void KivLogger_Copy(const KivLogger* source, KivLogger* target);
 
 /**
- * Moves `source` into `target`. An engaged source gives away context and callback and stays engaged, as in
+ * Moves `source` into `target`. An engaged source loses context and callback and stays engaged, as in
  * KivLogger_MoveConstruct; a source that is not engaged makes the target not engaged.
  * Does nothing if either is null. Moving a logger onto itself changes nothing. Cannot fail.
  */
@@ -131,9 +131,9 @@ KIV_API void KivLogger_Move(KivLogger* source, KivLogger* target);
 /**
  * Logs one line at level Error.
  *
- * The text reaches the callback exactly as given: nothing is added, and "%" means nothing. What the callback throws
- * passes through to the caller, after the record was destroyed. If memory runs out while the text is copied, the
- * process ends.
+ * The callback receives the text exactly as it is: nothing is added, and "%" has no meaning. If the callback throws a
+ * C++ exception, whatever compiler built it, the record is destroyed and the exception reaches the caller of this
+ * function. If memory runs out while the text is copied, the process ends.
  * @param logger  does nothing if null or not engaged.
  * @param message text; must not be null for an engaged logger (it is read without a check).
  */

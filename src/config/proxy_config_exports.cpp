@@ -69,7 +69,7 @@ void KivProxyConfig_ToString(const KivProxyConfig* config, int withScheme, int w
   guarded([&] { callApplication(sink, context, toObject(config)->toString(withScheme != 0, withCred != 0).c_str()); });
 }
 
-// The host relies on a copy being whole: running out of memory inside it ends the process.
+// The application relies on a copy being whole: running out of memory inside it ends the process.
 KivProxyConfig* KivProxyConfig_CopyConstruct(const KivProxyConfig* source) {
   const auto copied = [](const ProxyConfig& config) noexcept { return new (std::nothrow) ProxyConfig(config); };
   return source ? toHandle<KivProxyConfig>(copied(*toObject(source))) : nullptr;

@@ -42,11 +42,11 @@ std::wstring toWide(const char* answer, DWORD length) {
   return wide;
 }
 
-// What follows "file://", as written; the whole text if that does not occur.
-std::string scriptPath(const std::string& url) {
+// Leaves the script's path: what follows "file://", as written, or the whole text if that does not occur.
+void dropUpToFileScheme(std::string& url) {
   constexpr std::string_view kFile = "file://";
   const std::size_t at = url.find(kFile);
-  return at == std::string::npos ? url : url.substr(at + kFile.size());
+  if (at != std::string::npos) url.erase(0, at + kFile.size());
 }
 
 template <class Function>
@@ -59,20 +59,23 @@ Function lookUp(const support::UniqueModule& module, const char* name) {
 bool EvaluateLocalPacScript(const std::wstring& autoConfigUrl, const std::wstring& targetUrl, const std::wstring& host,
                             std::vector<ProxyListEntry>& candidates) {
   if (autoConfigUrl.empty()) return false;
-  const std::optional<std::string> scriptUrl = toNarrow(autoConfigUrl);
-  if (!scriptUrl) return false;
-  std::string path = scriptPath(*scriptUrl);
-  // Declared in front of the module, so that the engine is gone before its answer is released.
+  // Declared in the reverse of the order in which they are released: the engine first, then its answer, then the texts
+  // that it was given, which it may point into for as long as it is loaded.
+  std::optional<std::string> path = toNarrow(autoConfigUrl);
+  if (!path) return false;
+  dropUpToFileScheme(*path);
+  std::optional<std::string> name;
+  std::optional<std::string> url;
   support::UniqueGlobalText<char> answer;
   const support::UniqueModule engine(LoadLibraryW(L"jsproxy.dll"));
   if (!engine) return false;
   const auto initialize = lookUp<InitializeFn>(engine, "InternetInitializeAutoProxyDll");
-  if (!initialize || !initialize(0, path.data(), nullptr, nullptr, nullptr)) return false;
+  if (!initialize || !initialize(0, path->data(), nullptr, nullptr, nullptr)) return false;
   const auto getProxyInfo = lookUp<GetProxyInfoFn>(engine, "InternetGetProxyInfo");
   if (!getProxyInfo) return false;
 
-  const std::optional<std::string> url = toNarrow(targetUrl);
-  std::optional<std::string> name = toNarrow(host);
+  url = toNarrow(targetUrl);
+  name = toNarrow(host);
   if (!url || !name) return false;
   DWORD length = 0;
   const bool answered = getProxyInfo(url->c_str(), static_cast<DWORD>(url->size()), name->data(),

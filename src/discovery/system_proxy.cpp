@@ -69,7 +69,8 @@ WINHTTP_AUTOPROXY_OPTIONS optionsFor(const std::wstring& autoConfigUrl) {
 }
 
 struct AutoProxyAnswer {
-  DWORD error = ERROR_SUCCESS;
+  bool answered = false;
+  DWORD error = ERROR_SUCCESS;  // of a call that failed; 0 even then if the system named none
   GlobalWideText proxy;
   GlobalWideText bypass;
 };
@@ -78,22 +79,23 @@ AutoProxyAnswer askOnce(HINTERNET winHttp, const std::wstring& targetUrl, WINHTT
   WINHTTP_PROXY_INFO info{};
   const bool answered = WinHttpGetProxyForUrl(winHttp, targetUrl.c_str(), &options, &info);
   const DWORD error = answered ? ERROR_SUCCESS : GetLastError();
-  return {error, GlobalWideText(info.lpszProxy), GlobalWideText(info.lpszProxyBypass)};
+  return {answered, error, GlobalWideText(info.lpszProxy), GlobalWideText(info.lpszProxyBypass)};
 }
 
-// Automatic detection if `autoConfigUrl` is empty. Both texts of `settings` are overwritten only by an answer that has
-// one: a script that says "no proxy" leaves the user's manual list in force.
+// Automatic detection if `autoConfigUrl` is empty. Both texts of `settings` are overwritten only by a call that
+// succeeds and answers with one: a script that says "no proxy" leaves the user's manual list in force.
 DWORD GetAutoProxyForUrl(HINTERNET winHttp, const std::wstring& targetUrl, const std::wstring& autoConfigUrl,
                          Settings& settings) {
   WINHTTP_AUTOPROXY_OPTIONS options = optionsFor(autoConfigUrl);
   AutoProxyAnswer answer = askOnce(winHttp, targetUrl, options);
   if (answer.error == ERROR_WINHTTP_LOGIN_FAILURE) {
-    // WinHTTP wants the first try without the user's credentials, which it can often cache.
+    // The documentation of fAutoLogonIfChallenged says to ask first with FALSE, so that the auto-proxy service can
+    // answer from its cache, and a second time with TRUE only if the call failed with ERROR_WINHTTP_LOGIN_FAILURE.
     options.fAutoLogonIfChallenged = TRUE;
-    answer = {};
+    answer = {};  // what came with the failure is released before the system is asked again
     answer = askOnce(winHttp, targetUrl, options);
   }
-  if (answer.error != ERROR_SUCCESS) return answer.error;
+  if (!answer.answered) return answer.error;
   assignIfGiven(settings.proxyText, answer.proxy);
   assignIfGiven(settings.bypassText, answer.bypass);
   return ERROR_SUCCESS;

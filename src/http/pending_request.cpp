@@ -40,18 +40,18 @@ PendingRequest::~PendingRequest() {
   if (notified_) WaitForSingleObject(closedEvent_.get(), INFINITE);
 }
 
-std::optional<DWORD> PendingRequest::send() {
+CallResult PendingRequest::send() {
   expectNotification();
   if (!WinHttpSendRequest(request_.get(), WINHTTP_NO_ADDITIONAL_HEADERS, 0, WINHTTP_NO_REQUEST_DATA, 0, 0,
                           notified_ ? reinterpret_cast<DWORD_PTR>(this) : 0)) {
-    return GetLastError();
+    return CallResult::failed(GetLastError());
   }
   return waitFor(WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE);
 }
 
-std::optional<DWORD> PendingRequest::receive() {
+CallResult PendingRequest::receive() {
   expectNotification();
-  if (!WinHttpReceiveResponse(request_.get(), nullptr)) return GetLastError();
+  if (!WinHttpReceiveResponse(request_.get(), nullptr)) return CallResult::failed(GetLastError());
   return waitFor(WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE);
 }
 
@@ -60,13 +60,13 @@ void PendingRequest::expectNotification() noexcept {
   if (notified_) ResetEvent(finishedEvent_.get());
 }
 
-std::optional<DWORD> PendingRequest::waitFor(DWORD status) const {
-  if (!notified_) return std::nullopt;
+CallResult PendingRequest::waitFor(DWORD status) const {
+  if (!notified_) return {};
   while (WaitForSingleObject(finishedEvent_.get(), INFINITE) == WAIT_OBJECT_0) {
-    if (status_ == status) return std::nullopt;
-    if (status_ == WINHTTP_CALLBACK_STATUS_REQUEST_ERROR) return error_;
+    if (status_ == status) return {};
+    if (status_ == WINHTTP_CALLBACK_STATUS_REQUEST_ERROR) return CallResult::failed(error_);
   }
-  return GetLastError();
+  return CallResult::failed(GetLastError());
 }
 
 // Setting an event is the last thing done here: whoever waits for it may destroy this object at once.

@@ -2,8 +2,8 @@
 #pragma once
 
 #include <atomic>
-#include <optional>
 
+#include "http/call_result.h"
 #include "support/owners.h"
 #include "support/platform.h"
 
@@ -23,16 +23,16 @@ class PendingRequest {
 
   HINTERNET handle() const noexcept { return request_.get(); }
 
-  // Each starts its call and waits until it is finished; gives the error if it failed.
-  std::optional<DWORD> send();
-  std::optional<DWORD> receive();
+  // Each starts its call and waits until it is finished.
+  CallResult send();
+  CallResult receive();
 
  private:
   bool installCallback();
   static void CALLBACK onStatus(HINTERNET request, DWORD_PTR context, DWORD status, LPVOID information, DWORD length);
   void finished(DWORD status, DWORD error) noexcept;
   void expectNotification() noexcept;
-  std::optional<DWORD> waitFor(DWORD status) const;
+  CallResult waitFor(DWORD status) const;
 
   support::UniqueEvent finishedEvent_;
   support::UniqueEvent closedEvent_;

@@ -1,60 +1,54 @@
 // Printf-style formatting into a text of just the needed size.
 #include "log/format.h"
 
-#include <array>
-#include <cstdarg>
-#include <cwchar>
-
-#ifndef _WIN32
-#include <cstdio>
-#include <cstdlib>
-#endif
+#include <algorithm>
+#include <charconv>
 
 namespace kiv::impl {
 namespace {
 
-// Most lines fit, and are so written in one pass. Both C libraries answer with a negative number for one that does not.
-constexpr std::size_t kShort = 256;
+constexpr std::array<std::wstring_view, 3> kConversions = {L"%d", L"%lu", L"%ls"};
+constexpr std::wstring_view kPercent = L"%%";
 
-// Windows measures with a pass of its own. The other C library measures only by writing to a stream.
-#ifdef _WIN32
-int measure(const wchar_t* text, va_list arguments) { return _vscwprintf(text, arguments); }
-int write(wchar_t* buffer, std::size_t size, const wchar_t* text, va_list arguments) {
-  return _vsnwprintf(buffer, size, text, arguments);
+// Calls `visit` with each piece of the result, in order.
+template <class Visit>
+void forEachPiece(std::wstring_view text, std::initializer_list<FormatArgument> arguments, Visit visit) {
+  const FormatArgument* next = arguments.begin();
+  while (!text.empty()) {
+    const std::size_t plain = std::min(text.find(L'%'), text.size());
+    visit(text.substr(0, plain));
+    text.remove_prefix(plain);
+    const auto startsText = [text](std::wstring_view conversion) { return text.starts_with(conversion); };
+    const auto conversion = std::ranges::find_if(kConversions, startsText);
+    if (conversion != kConversions.end() && next != arguments.end()) {
+      visit((next++)->view());
+      text.remove_prefix(conversion->size());
+    } else {
+      visit(text.substr(0, 1));
+      text.remove_prefix(text.starts_with(kPercent) ? kPercent.size() : std::min<std::size_t>(1, text.size()));
+    }
+  }
 }
-#else
-int measure(const wchar_t* text, va_list arguments) {
-  wchar_t* written = nullptr;
-  std::size_t length = 0;
-  FILE* stream = open_wmemstream(&written, &length);
-  if (!stream) return -1;
-  const int count = std::vfwprintf(stream, text, arguments);  // NOLINT(clang-analyzer-valist.Uninitialized)
-  (void)std::fclose(stream);
-  std::free(written);
-  return count;
-}
-int write(wchar_t* buffer, std::size_t size, const wchar_t* text, va_list arguments) {
-  return std::vswprintf(buffer, size, text, arguments);
-}
-#endif
 
 }  // namespace
 
-std::wstring format(const wchar_t* text, ...) {  // NOLINT(cert-dcl50-cpp): only such an argument list can be passed on
-  std::array<wchar_t, kShort> buffer;
-  va_list arguments;
-  va_start(arguments, text);
-  const int written = write(buffer.data(), buffer.size(), text, arguments);
-  va_end(arguments);
-  if (written >= 0) return {buffer.data(), static_cast<std::size_t>(written)};
-  va_start(arguments, text);
-  const int length = measure(text, arguments);
-  va_end(arguments);
-  if (length <= 0) return {};
-  std::wstring result(static_cast<std::size_t>(length), L'\0');
-  va_start(arguments, text);
-  write(result.data(), result.size() + 1, text, arguments);
-  va_end(arguments);
+template <class Number>
+void FormatArgument::write(Number number) {
+  std::array<char, std::tuple_size_v<decltype(digits_)>> digits;
+  const char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+  length_ = static_cast<std::size_t>(end - digits.data());
+  std::copy_n(digits.begin(), length_, digits_.begin());
+}
+
+FormatArgument::FormatArgument(int number) { write(number); }
+FormatArgument::FormatArgument(unsigned long number) { write(number); }
+
+std::wstring format(std::wstring_view text, std::initializer_list<FormatArgument> arguments) {
+  std::size_t length = 0;
+  forEachPiece(text, arguments, [&](std::wstring_view piece) { length += piece.size(); });
+  std::wstring result;
+  result.reserve(length);
+  forEachPiece(text, arguments, [&](std::wstring_view piece) { result += piece; });
   return result;
 }
 

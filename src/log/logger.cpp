@@ -1,4 +1,4 @@
-// The host's logger, as the rest of the library uses it.
+// The application's logger, as the rest of the library uses it.
 #include "log/logger.h"
 
 #include <utility>

@@ -1,4 +1,4 @@
-// The host's logger, as the rest of the library uses it.
+// The application's logger, as the rest of the library uses it.
 #pragma once
 
 #include <string>
@@ -11,7 +11,7 @@
 
 namespace kiv::impl {
 
-// A logger that is not engaged drops every line; it stands in wherever a host gave none, so that nothing else tests for
+// A logger that is not engaged drops every line; it stands in where the application gave none, so that nothing else tests for
 // null. A logger that was moved from stays engaged, with nothing to call: it may only be overwritten or destroyed.
 class Logger {
  public:

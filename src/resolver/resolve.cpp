@@ -11,16 +11,14 @@
 #include "log/format.h"
 #include "resolver/system_candidates.h"
 #include "support/border.h"
+#include "support/platform.h"
 
 namespace kiv::impl {
 namespace {
 
-constexpr int kProxyAuthenticationRequired = 407;
-constexpr int kServerAuthenticationRequired = 401;
-
 bool succeeded(int status) { return status >= 200 && status <= 299; }
 
-// Frames the log of a resolution: the last line is written on every way out.
+// Frames the log of a resolution: the last line is written however it ends.
 class LogFrame {
  public:
   explicit LogFrame(const Logger& logger) : logger_(logger) {}
@@ -64,21 +62,21 @@ void logCandidates(const std::vector<ProxyConfig>& candidates, const Logger& log
   logger.debug(std::move(line));
 }
 
-// One candidate's turn.
-class Turn {
+// One attempt to connect through one candidate.
+class Attempt {
  public:
-  Turn(int number, ProxyConfig& candidate, const std::wstring& targetUrl, const HostCallbacks& host,
-       const Logger& logger)
-      : number_(number), candidate_(candidate), targetUrl_(targetUrl), host_(host), logger_(logger) {}
+  Attempt(int number, ProxyConfig& candidate, const std::wstring& targetUrl, const ApplicationCallbacks& application,
+          const Logger& logger)
+      : number_(number), candidate_(candidate), targetUrl_(targetUrl), application_(application), logger_(logger) {}
 
   // Whether the candidate works. It is left with the credentials that were obtained for it.
   bool run() {
     if (!announce()) return false;
-    host_.setServerCred(std::nullopt);
-    host_.setProxy(candidate_);
+    application_.setServerCred(std::nullopt);
+    application_.setProxy(candidate_);
     int status = test(L"No. %d: Test connection to %ls.");
-    if (status == kProxyAuthenticationRequired) status = retryWithProxyCred();
-    if (status == kServerAuthenticationRequired) status = retryWithServerCred();
+    if (status == HTTP_STATUS_PROXY_AUTH_REQ) status = retryWithProxyCred();
+    if (status == HTTP_STATUS_DENIED) status = retryWithServerCred();
     logger_.debug(succeeded(status) ? format(L"No. %d: Test connection succeeded.", number_)
                                     : format(L"No. %d: Test connection failed.", number_));
     return succeeded(status);
@@ -98,28 +96,28 @@ class Turn {
 
   int test(const wchar_t* line) {
     logger_.info(format(line, number_, targetUrl_.c_str()));
-    return host_.testConnection();
+    return application_.testConnection();
   }
 
   int retry() { return test(L"No. %d: Retry test connection to %ls."); }
 
   int retryWithProxyCred() {
     logger_.debug(format(L"No. %d: Proxy authentication required.", number_));
-    candidate_.setCred(host_.proxyCred(candidate_));
-    host_.setProxy(candidate_);
+    candidate_.setCred(application_.proxyCred(candidate_));
+    application_.setProxy(candidate_);
     return retry();
   }
 
   int retryWithServerCred() {
     logger_.debug(format(L"No. %d: Server authentication required.", number_));
-    host_.setServerCred(host_.serverCred(targetUrl_.c_str()));
+    application_.setServerCred(application_.serverCred(targetUrl_.c_str()));
     return retry();
   }
 
   int number_;
   ProxyConfig& candidate_;
   const std::wstring& targetUrl_;
-  const HostCallbacks& host_;
+  const ApplicationCallbacks& application_;
   const Logger& logger_;
 };
 
@@ -127,7 +125,7 @@ class Turn {
 
 ProxyConfig resolveProxyConfig(std::wstring_view targetUrl, std::wstring_view userAgent,
                                std::optional<std::wstring_view> bypassOverride, ProxyConfig preferred,
-                               ProxyConfig fallback, HostCallbacks host, const Logger& logger) {
+                               ProxyConfig fallback, ApplicationCallbacks application, const Logger& logger) {
   const LogFrame frame(logger);
   logger.info(L"BEGIN: ProxyResolver");
   const std::wstring url(targetUrl);
@@ -142,12 +140,12 @@ ProxyConfig resolveProxyConfig(std::wstring_view targetUrl, std::wstring_view us
     logger.info(L"No candidates found. Use direct connection.");
     return ProxyConfig::makeDirect();
   }
-  std::erase_if(candidates, [&](const ProxyConfig& candidate) { return !host.filter(candidate); });
+  std::erase_if(candidates, [&](const ProxyConfig& candidate) { return !application.filter(candidate); });
   logCandidates(candidates, logger);
 
   for (std::size_t i = 0; i < candidates.size(); ++i) {
     ProxyConfig& candidate = candidates[i];
-    if (!Turn(static_cast<int>(i), candidate, url, host, logger).run()) continue;
+    if (!Attempt(static_cast<int>(i), candidate, url, application, logger).run()) continue;
     logger.info(format(L"Proxy %ls found.", candidate.display().c_str()));
     return std::move(candidate);
   }

@@ -6,7 +6,7 @@
 
 #include "config/proxy_config.h"
 #include "log/logger.h"
-#include "resolver/host_callbacks.h"
+#include "resolver/application_callbacks.h"
 
 namespace kiv::impl {
 
@@ -15,6 +15,6 @@ namespace kiv::impl {
 // when it is empty. Whatever a callback throws, or memory running out, leaves the procedure after its last log line.
 ProxyConfig resolveProxyConfig(std::wstring_view targetUrl, std::wstring_view userAgent,
                                std::optional<std::wstring_view> bypassOverride, ProxyConfig preferred,
-                               ProxyConfig fallback, HostCallbacks host, const Logger& logger);
+                               ProxyConfig fallback, ApplicationCallbacks application, const Logger& logger);
 
 }  // namespace kiv::impl

@@ -1,4 +1,4 @@
-// The C function of a resolution: checks its arguments and turns the host's C callbacks into function objects.
+// The C function of a resolution: checks its arguments and turns the application's C callbacks into function objects.
 #include "kiv/proxy_resolver.h"
 
 #include <memory>
@@ -13,12 +13,12 @@
 
 namespace {
 
+using kiv::impl::ApplicationCallbacks;
 using kiv::impl::Cred;
-using kiv::impl::HostCallbacks;
 using kiv::impl::ProxyConfig;
 using namespace kiv::support;
 
-// What the host's callbacks borrow: a copy that ends with the call.
+// What the application's callbacks borrow: a copy that ends with the call.
 class Borrowed {
  public:
   explicit Borrowed(ProxyConfig config) : config_(std::move(config)) {}
@@ -59,7 +59,7 @@ extern "C" KivProxyConfig* KivProxyResolver_Resolve(
     ProxyConfig first = configOrNone(preferred);
     ProxyConfig last = configOrNone(fallback);
     const KivLogger* logger = callApplication(getLogger, logContext);
-    HostCallbacks host{
+    ApplicationCallbacks application{
         .filter =
             [&](const ProxyConfig& candidate) {
               return callApplication(filter, filterContext, Borrowed(candidate).handle()) != 0;
@@ -75,7 +75,8 @@ extern "C" KivProxyConfig* KivProxyResolver_Resolve(
               callApplication(setServerCred, client, newHandle<KivCred>(std::move(cred)));
             },
         .setProxy = [&](const ProxyConfig& proxy) { callApplication(setProxy, client, Borrowed(proxy).handle()); }};
-    return newHandle<KivProxyConfig>(kiv::impl::resolveProxyConfig(
-        targetUrl, userAgent, bypassOverride, std::move(first), std::move(last), std::move(host), *toObject(logger)));
+    return newHandle<KivProxyConfig>(kiv::impl::resolveProxyConfig(targetUrl, userAgent, bypassOverride,
+                                                                   std::move(first), std::move(last),
+                                                                   std::move(application), *toObject(logger)));
   });
 }

@@ -1,4 +1,4 @@
-// What every C function is made of: the one place that stops exceptions, and the passage between handles and objects.
+// What every C function is made of: the one place that stops exceptions, and the conversion of handles to objects.
 #pragma once
 
 #include <exception>
@@ -20,7 +20,7 @@ Result onException(Result fallback, Body&& body) noexcept(false) {
   }
 }
 
-// Runs `body`; no exception gets out, whatever its type.
+// Runs `body`; no exception leaves it, whatever its type.
 template <class Result, class Body>
 Result guarded(Result fallback, Body&& body) noexcept {
   try {

@@ -1,4 +1,4 @@
-// Small operations on text that several rooms need.
+// Small operations on text that several modules need.
 #include "support/text.h"
 
 #include <algorithm>

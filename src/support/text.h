@@ -1,4 +1,4 @@
-// Small operations on text that several rooms need.
+// Small operations on text that several modules need.
 #pragma once
 
 #include <array>

@@ -55,14 +55,6 @@ static void imports_system_libraries_only(void) {
   }
 }
 
-static void the_file_stays_small(void) {
-  wchar_t path[MAX_PATH];
-  WIN32_FILE_ATTRIBUTE_DATA data;
-  CHECK(GetModuleFileNameW(GetModuleHandleW(L"kiv.dll"), path, MAX_PATH) > 0);
-  CHECK(GetFileAttributesExW(path, GetFileExInfoStandard, &data));
-  CHECK(data.nFileSizeHigh == 0 && data.nFileSizeLow < 400 * 1024);
-}
-
 /* ---- One round through every family. */
 
 /* What a callback collects: lines, joined. */
@@ -247,7 +239,6 @@ static void a_mebibyte_of_text_is_read_within_a_second(void) {
 int main(void) {
   exports_exactly_the_public_functions();
   imports_system_libraries_only();
-  the_file_stays_small();
   log_records_and_loggers();
   credentials_and_protected_strings();
   proxy_configurations();

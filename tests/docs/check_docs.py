@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Holds the documents against the sources: each line of the log is listed, nothing else is, and no link leads nowhere."""
+"""Compares the documents with the sources: the log lines that they list, and the links, paths and tests that they name."""
 
 from __future__ import annotations
 
@@ -8,11 +8,18 @@ import sys
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
-# Where lines of the log are written, and what a text there looks like that is one, or the name of a call that fails.
+LOG_PAGE = "docs/reference/log.md"
+DOCUMENTS = [*ROOT.glob("*.md"), *ROOT.glob("docs/**/*.md"), *ROOT.glob("tests/*/README.md")]
+# Where log lines are written, and what a text there looks like that is one, or the name of a call that fails.
 WRITERS = ["src/resolver/resolve.cpp", "src/resolver/system_candidates.cpp", "src/http/http_client.cpp",
            "src/http/request_cycle.cpp"]
 LINE = re.compile(r'L"((?:BEGIN|END|No|Proxy|Candidates|Invalid|ERROR_|Response|WinHttp|lorv|%d |%ls is)[^"]*)"')
 FAILURE = re.compile(r"WinHttp\w+\(.*\)")
+LINK = re.compile(r"\]\(([^)#:]*)(?:#([^)]*))?\)")
+# In backticks: a path that begins with a folder of the project, and the full name of a unit test.
+PATH = re.compile(r"`(?:\./)?((?:bench|cmake|docs|examples|include|scripts|src|tests|tools)/[\w./-]*)")
+TEST = re.compile(r"`(\w+Test)\.(\w+)`")
+TEST_DEFINITION = re.compile(r"^TEST(?:_[FP])?\((\w+), (\w+)\)", re.M)
 
 
 def written_lines() -> set[str]:
@@ -26,29 +33,55 @@ def written_lines() -> set[str]:
 
 def documented_lines() -> set[str]:
     """The lines of the document, likewise. The client's description is no fixed text."""
-    cells = re.findall(r"^\| `([^`]+)` \| (?:Error|Warn|Info|Debug) \|", (ROOT / "docs/log.md").read_text(), re.M)
+    cells = re.findall(r"^\| `([^`]+)` \| (?:Error|Warn|Info|Debug) \|", (ROOT / LOG_PAGE).read_text(), re.M)
     lines = (re.sub(r"\bN\b|\b(?:URL|LIST|PROXY)\b|…", "", cell) for cell in cells if not cell.startswith("{"))
     return {re.sub(r"\s", "", line).rstrip(",") for line in lines}
 
 
-def broken_links() -> list[str]:
-    """Links between the documents that lead nowhere."""
+def anchors_of(document: Path) -> set[str]:
+    """What a link can name after #: the headings, as the usual viewers of Markdown write them."""
+    headings = re.findall(r"^#+ (.*)$", document.read_text(), re.M)
+    return {re.sub(r"[^\w\- ]", "", heading.lower()).replace(" ", "-") for heading in headings}
+
+
+def broken_links(document: Path) -> list[str]:
+    """Links whose file or heading does not exist."""
     broken = []
-    for document in [*ROOT.glob("*.md"), *ROOT.glob("docs/*.md"), *ROOT.glob("tests/*/README.md")]:
-        for target in re.findall(r"\]\(([^)#:]+)(?:#[^)]*)?\)", document.read_text()):
-            if not (document.parent / target).exists():
-                broken.append(f"{document.relative_to(ROOT)}: {target} is not there")
+    for path, anchor in LINK.findall(document.read_text()):
+        target = document.parent / path if path else document
+        if not target.exists():
+            broken.append(f"the link {path} leads nowhere")
+        elif anchor and anchor not in anchors_of(target):
+            broken.append(f"the link {path}#{anchor} names no heading")
     return broken
+
+
+def missing_paths(document: Path) -> list[str]:
+    """Files and folders of the project that are named and do not exist."""
+    return [f"{path} does not exist" for path in PATH.findall(document.read_text()) if not (ROOT / path).exists()]
+
+
+def missing_tests(document: Path) -> list[str]:
+    """Unit tests that are named and do not exist."""
+    named = set(TEST.findall(document.read_text()))
+    if not named:
+        return []
+    defined = {test for source in ROOT.glob("tests/unit/*.cpp") for test in TEST_DEFINITION.findall(source.read_text())}
+    return [f"there is no test {suite}.{name}" for suite, name in sorted(named - defined)]
 
 
 def main() -> int:
     written, documented = written_lines(), documented_lines()
-    wrong = [f"docs/log.md lacks: {line}" for line in sorted(written - documented)]
-    wrong += [f"docs/log.md has, and nothing writes: {line}" for line in sorted(documented - written)]
-    wrong += broken_links()
-    print("\n".join(wrong))
-    print(f"{3 - min(len(wrong), 3)} passed, {len(wrong)} failed")
-    return 1 if wrong or not written else 0
+    findings = [[f"{LOG_PAGE} lacks: {line}" for line in sorted(written - documented)],
+                [f"{LOG_PAGE} has, and nothing writes: {line}" for line in sorted(documented - written)]]
+    for check in (broken_links, missing_paths, missing_tests):
+        findings.append([f"{document.relative_to(ROOT)}: {problem}" for document in DOCUMENTS
+                         for problem in check(document)])
+    failed = sum(map(bool, findings))
+    for finding in findings:
+        print("".join(f"{line}\n" for line in finding), end="")
+    print(f"{len(findings) - failed} passed, {failed} failed")
+    return 1 if failed or not written else 0
 
 
 if __name__ == "__main__":

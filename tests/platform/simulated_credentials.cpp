@@ -98,8 +98,13 @@ BOOL WINAPI CredUnPackAuthenticationBufferW(DWORD flags, PVOID buffer, DWORD siz
                                             LPWSTR domain, DWORD* domainSize, LPWSTR password, DWORD* passwordSize) {
   Entry call("CredUnPackAuthenticationBufferW");
   call.flags(L"flags", flags).handle(L"buffer", buffer).number(L"size", size);
-  call.text(L"user", user ? L"set" : L"null").text(L"domain", domain ? L"set" : L"null");
-  call.text(L"password", password ? L"set" : L"null");
+  const auto recordText = [&](const wchar_t* label, const wchar_t* text, const wchar_t* sizeLabel, const DWORD* count) {
+    call.text(label, text ? L"set" : L"null");
+    call.text(sizeLabel, count ? std::to_wstring(*count).c_str() : L"null");
+  };
+  recordText(L"user", user, L"userSize", userSize);
+  recordText(L"domain", domain, L"domainSize", domainSize);
+  recordText(L"password", password, L"passwordSize", passwordSize);
   if (call.fault()) return call.fail(*call.fault(), FALSE);
   if (!checkPacked(call, buffer, size) || !userSize || !passwordSize) return call.fail(ERROR_INVALID_PARAMETER, FALSE);
   const CredentialPrompt& prompt = call.windows().prompt;
@@ -107,7 +112,7 @@ BOOL WINAPI CredUnPackAuthenticationBufferW(DWORD flags, PVOID buffer, DWORD siz
   const auto passwordNeeded = static_cast<DWORD>(prompt.password.size() + 1);
   const DWORD userRoom = std::exchange(*userSize, userNeeded);
   const DWORD passwordRoom = std::exchange(*passwordSize, passwordNeeded);
-  if (domainSize) *domainSize = 0;
+  if (domainSize) *domainSize = 1;  // the terminator of an empty text
   if (!user || !password) {
     return prompt.unpackQueryError ? call.fail(prompt.unpackQueryError, FALSE) : call.succeed(TRUE);
   }

@@ -45,7 +45,15 @@ BOOL answerAutoProxy(Entry& call, const AutoProxyAnswer& answer, WINHTTP_PROXY_I
   info.dwAccessType = answer.proxy ? WINHTTP_ACCESS_TYPE_NAMED_PROXY : WINHTTP_ACCESS_TYPE_NO_PROXY;
   info.lpszProxy = state.newText(answer.proxy);
   info.lpszProxyBypass = state.newText(answer.bypass);
-  return answer.error ? call.fail(answer.error, FALSE) : call.succeed(TRUE);
+  return answer.error || answer.failsWithoutCode ? call.fail(answer.error, FALSE) : call.succeed(TRUE);
+}
+
+// A component is asked for by a buffer or a length that is not 0.
+bool isOnlyHostAskedFor(const URL_COMPONENTS& components) {
+  return !components.lpszScheme && !components.dwSchemeLength && !components.lpszUserName &&
+         !components.dwUserNameLength && !components.lpszPassword && !components.dwPasswordLength &&
+         !components.lpszUrlPath && !components.dwUrlPathLength && !components.lpszExtraInfo &&
+         !components.dwExtraInfoLength && !components.nScheme && !components.nPort;
 }
 
 AutoProxyAnswer nextAnswer(const std::vector<AutoProxyAnswer>& answers, std::size_t& consumed) {
@@ -87,7 +95,7 @@ BOOL CALLBACK getProxyInfo(LPCSTR url, DWORD urlLength, LPSTR host, DWORD hostLe
   if (engine.answer) {
     const std::string& bytes = *engine.answer;
     *answer = static_cast<LPSTR>(call.state().newBlock(Kind::GlobalBlock, bytes.c_str(), bytes.size() + 1));
-    *length = engine.reportedLength.value_or(static_cast<DWORD>(bytes.size()));
+    if (engine.reportsLength) *length = engine.reportedLength.value_or(static_cast<DWORD>(bytes.size()));
   }
   const BOOL result = engine.getInfoResult;
   return result ? call.succeed(result) : call.fail(ERROR_GEN_FAILURE, result);
@@ -108,7 +116,10 @@ BOOL WINAPI WinHttpCrackUrl(LPCWSTR url, DWORD length, DWORD flags, LPURL_COMPON
   Entry call("WinHttpCrackUrl");
   const std::wstring_view whole = !url ? std::wstring_view() : length ? std::wstring_view(url, length) : url;
   call.text(L"url", whole).number(L"length", length).flags(L"flags", flags);
-  if (components) call.number(L"hostLength", components->dwHostNameLength);
+  if (components) {
+    call.number(L"hostLength", components->dwHostNameLength);
+    if (!isOnlyHostAskedFor(*components)) call.text(L"others", L"set");
+  }
   if (call.fault()) return call.fail(*call.fault(), FALSE);
   if (!url || !components || components->dwStructSize != sizeof(URL_COMPONENTS)) {
     return call.fail(ERROR_INVALID_PARAMETER, FALSE);
@@ -127,6 +138,7 @@ BOOL WINAPI WinHttpCrackUrl(LPCWSTR url, DWORD length, DWORD flags, LPURL_COMPON
   }
   std::ranges::copy(host, components->lpszHostName);
   components->lpszHostName[host.size()] = L'\0';
+  components->dwHostNameLength = call.windows().crackedHostLength.value_or(components->dwHostNameLength);
   return call.succeed(TRUE);
 }
 
@@ -150,7 +162,9 @@ BOOL WINAPI WinHttpGetProxyForUrl(HINTERNET session, LPCWSTR url, WINHTTP_AUTOPR
     call.number(L"flags", options->dwFlags).number(L"detect", options->dwAutoDetectFlags);
     call.text(L"configUrl", options->lpszAutoConfigUrl);
     call.number(L"autoLogon", options->fAutoLogonIfChallenged ? 1 : 0);
+    if (options->lpvReserved || options->dwReserved) call.text(L"reserved", L"set");
   }
+  if (info && (info->dwAccessType || info->lpszProxy || info->lpszProxyBypass)) call.text(L"info", L"set");
   if (call.fault()) return call.fail(*call.fault(), FALSE);
   State& state = call.state();
   if (!state.check(session, Kind::Internet, call.name())) return call.fail(ERROR_INVALID_HANDLE, FALSE);

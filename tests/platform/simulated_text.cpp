@@ -140,8 +140,18 @@ std::string punycode(const std::u32string& label) {
 
 bool isDot(wchar_t c) { return c == L'.' || c == L'\x3002' || c == L'\xFF0E' || c == L'\xFF61'; }
 
+// What nameprep maps to nothing: RFC 3454, table B.1.
+bool isDropped(wchar_t c) {
+  return std::wstring_view(L"\x00AD\x034F\x1806\x180B\x180C\x180D\x200B\x200C\x200D\x2060\xFEFF").find(c) !=
+             std::wstring_view::npos ||
+         (c >= 0xFE00 && c <= 0xFE0F);
+}
+
 // Appends one label in ASCII; false if it is empty or too long.
-bool appendLabel(std::wstring& name, std::wstring_view label) {
+bool appendLabel(std::wstring& name, std::wstring_view written) {
+  std::wstring kept(written);
+  std::erase_if(kept, isDropped);
+  std::wstring_view label = kept;
   if (label.empty() || label.size() > 63) return false;
   if (std::ranges::all_of(label, [](wchar_t c) { return c > 0 && c < 0x80; })) {
     name.append(label);

@@ -348,6 +348,7 @@ Entry::Entry(const char* name, Noise noise)
       index_(state_.calls.size()),
       quiet_(noise == Noise::Quiet) {
   state_.calls.push_back({.name = name_, .arguments = {}, .error = 0, .failed = false, .quiet = quiet_});
+  if (windows_.onCall) windows_.onCall(name_);
   fault_ = takeFault();
   if (!quiet_) ++state_.significantCalls;
 }

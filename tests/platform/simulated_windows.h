@@ -42,6 +42,7 @@ struct AutoProxyAnswer {
   DWORD error = 0;
   std::optional<std::wstring> proxy = std::nullopt;
   std::optional<std::wstring> bypass = std::nullopt;
+  bool failsWithoutCode = false;  // the call fails, but GetLastError then gives 0
 };
 
 // The engine for local scripts in "jsproxy.dll".
@@ -53,6 +54,7 @@ struct ScriptEngine {
   BOOL getInfoResult = TRUE;
   std::optional<std::string> answer = std::nullopt;  // the bytes handed out, a terminator is added behind them
   std::optional<DWORD> reportedLength = std::nullopt;
+  bool reportsLength = true;  // if not, the length stays what the caller set it to
 };
 
 struct AuthSchemes {
@@ -174,11 +176,14 @@ class SimulatedWindows {
   UserSettings user;
   std::vector<AutoProxyAnswer> autoDetection{{.error = 12180}};  // one per call, the last one repeats
   std::vector<AutoProxyAnswer> autoConfig{{.error = 12167}};
+  std::optional<DWORD> crackedHostLength = std::nullopt;  // what WinHttpCrackUrl reports in place of the truth
   ScriptEngine scriptEngine;
   HttpScript http;
   CredentialPrompt prompt;
   std::map<std::wstring, std::wstring> environment;
   std::map<std::wstring, std::wstring> environmentAfterwards;  // what a variable changes to once it was asked for
+  // If set, runs at the start of each call, under the simulator's lock: it must not call the library.
+  std::function<void(const std::string& name)> onCall = {};
 
   // Faults. A call that is made to fail does nothing else. Where several apply, the first one set wins.
   void failAlways(std::string_view name, DWORD code);

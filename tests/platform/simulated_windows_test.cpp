@@ -231,6 +231,7 @@ TEST(SimulatedWindows, AnswersForAutomaticProxiesInSequence) {
   EXPECT_EQ(GetLastError(), 12015U);
   options.fAutoLogonIfChallenged = TRUE;
   for (int repeat = 0; repeat < 2; ++repeat) {
+    info = {};
     ASSERT_TRUE(WinHttpGetProxyForUrl(session, L"http://t", &options, &info));
     EXPECT_STREQ(info.lpszProxy, L"p:1");
     GlobalFree(info.lpszProxy);

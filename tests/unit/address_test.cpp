@@ -130,6 +130,31 @@ TEST_F(AddressTest, TakesAHostThatFillsTheWholeBuffer) {
   EXPECT_EQ(parse(longest + L".").host, L"");
 }
 
+// The characters that the conversion drops do not count, however many there are; of others, 1020 are converted.
+TEST_F(AddressTest, ConvertsAHostWhateverTheNumberOfCharactersThatTheConversionDrops) {
+  for (const std::size_t dropped : {254U, 255U, 2047U, 2048U, 100'000U}) {
+    for (const wchar_t c : {L'\x00AD', L'\x034F', L'\x1806', L'\x180B', L'\x180D', L'\x200B', L'\x200D', L'\x2060',
+                            L'\xFE00', L'\xFE0F', L'\xFEFF'}) {
+      EXPECT_EQ(parse(L"h" + std::wstring(dropped, c) + L"i:1").host, L"hi") << dropped << " of " << int{c};
+    }
+  }
+}
+
+TEST_F(AddressTest, GivesAHostOfMoreThan1020CharactersNoAsciiFormWithoutAskingTheSystem) {
+  EXPECT_EQ(parse(std::wstring(1020, L'h')).host, L"");
+  EXPECT_EQ(windows.count("IdnToAscii"), 1U);
+  EXPECT_EQ(parse(std::wstring(1020, L'h') + L"\x00AD").host, L"");
+  EXPECT_EQ(windows.count("IdnToAscii"), 2U);
+  for (const wchar_t c : {L'h', L'\x00AC', L'\x00AE', L'\x0301', L'\x180A', L'\x180E', L'\x200A', L'\x200E', L'\x2061',
+                          L'\xFDFF', L'\xFE10', L'\xFEFE'}) {
+    const ParsedAddress address = parse(L"https://" + std::wstring(1021, c) + L":1");
+    EXPECT_EQ(address.host, L"") << int{c};
+    EXPECT_EQ(address.kind, AddressScheme::Https);
+    EXPECT_EQ(address.port, 1);
+  }
+  EXPECT_EQ(windows.count("IdnToAscii"), 2U);
+}
+
 TEST_F(AddressTest, GivesAHostThatHasNoAsciiFormAsEmptyAndStaysAnAddress) {
   windows.failAlways("IdnToAscii", ERROR_INVALID_NAME);
   const ParsedAddress address = parse(L"https://u:p@bad..host:1/path?query");

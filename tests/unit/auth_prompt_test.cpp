@@ -52,12 +52,15 @@ TEST_F(AuthPromptTest, AsksForSizesThenForTheTextsAndProtectsThePassword) {
   windows.prompt.user = L"sam";
   const std::optional<Cred> cred = prompt();
   const std::wstring size = std::to_wstring((4 + std::wstring_view(kPassword).size() + 1) * sizeof(wchar_t));
+  const std::wstring passwordSize = std::to_wstring(std::wstring_view(kPassword).size() + 1);
   EXPECT_THAT(transcriptOf(windows),
               ElementsAre(promptCall(L"下記サーバーの認証情報を入力してください。\n\nhttp://h", L"サーバー認証"),
                           L"CredUnPackAuthenticationBufferW(flags=0x1, buffer=task block 1, size=" + size +
-                              L", user=null, domain=null, password=null) failed: 122",
+                              L", user=null, userSize=0, domain=null, domainSize=0, password=null, passwordSize=0) "
+                              L"failed: 122",
                           L"CredUnPackAuthenticationBufferW(flags=0x1, buffer=task block 1, size=" + size +
-                              L", user=set, domain=null, password=set)",
+                              L", user=set, userSize=4, domain=null, domainSize=1, password=set, passwordSize=" +
+                              passwordSize + L")",
                           L"CryptProtectMemory(size=" +
                               std::to_wstring(protectedSize(std::wstring_view(kPassword).size())) + L", flags=0)",
                           L"CoTaskMemFree(block=task block 1)"));

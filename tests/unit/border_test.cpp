@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "platform/loaded_module.h"
 #include "unit/support/allocation_sweep.h"
 #include "unit/support/heap_test.h"
 
@@ -63,6 +64,17 @@ class BorderTest : public HeapTest {
 };
 
 int throwing(const char* what) { throw std::out_of_range(what); }
+
+TEST_F(BorderTest, AnExceptionThatItStopsKeepsTheLibraryLoaded) {
+  const std::size_t before = timesKeptLoaded();
+  guarded(7, [] { return 1; });
+  onException<std::logic_error>(7, [] { return 1; });
+  EXPECT_EQ(timesKeptLoaded(), before) << "there was no exception";
+  guarded(7, [] { return throwing("too much"); });
+  guarded([] { throwing("too much"); });
+  onException<std::logic_error>(7, [] { return throwing("too much"); });
+  EXPECT_EQ(timesKeptLoaded(), before + 3);
+}
 
 TEST_F(BorderTest, GuardedGivesWhatTheBodyReturns) {
   EXPECT_EQ(guarded(7, [] { return 1; }), 1);

@@ -177,6 +177,26 @@ TEST_F(BypassRulesTest, TakesATargetWithoutASchemeForHttp) {
   EXPECT_FALSE(bypasses(L"https://intranet", L"intranet"));
 }
 
+TEST_F(BypassRulesTest, MatchesATargetWhoseHostHasNoAsciiFormByStarsAlone) {
+  for (const wchar_t* rule : {L"*", L"**", L"http://*", L"*:80", L"h*://*:80"}) {
+    EXPECT_TRUE(bypasses(rule, L"http://bad..host/")) << rule;
+  }
+  for (const wchar_t* rule : {L"<local>", L"bad..host", L"bad*", L"*.host", L"*a*", L"https://*", L"*:81"}) {
+    EXPECT_FALSE(bypasses(rule, L"http://bad..host/")) << rule;
+  }
+}
+
+TEST_F(BypassRulesTest, ComparesTheAsciiFormOfTheTargetWithRulesAsTheyAreWritten) {
+  const std::wstring target = L"http://www.b\x00FC\x0063her.example/";
+  for (const wchar_t* rule :
+       {L"www.b\x00FC\x0063her.example", L"*.b\x00FC\x0063her.example", L"*\x00FC*", L"www.bucher.example"}) {
+    EXPECT_FALSE(bypasses(rule, target)) << rule;
+  }
+  for (const wchar_t* rule : {L"www.xn--bcher-kva.example", L"*.XN--BCHER-KVA.example", L"www.*.example"}) {
+    EXPECT_TRUE(bypasses(rule, target)) << rule;
+  }
+}
+
 TEST_F(BypassRulesTest, TakesABlankForAPartOfTheEntry) {
   ASSERT_EQ(BuildBypassRules(L"a.b c.d").size(), 1U);
   EXPECT_TRUE(bypasses(L"a.b c.d", L"a.b c.d"));

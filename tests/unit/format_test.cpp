@@ -46,6 +46,38 @@ TEST(FormatTest, KeepsCharactersOfEveryLanguage) {
   EXPECT_EQ(format(L"\u65E5 %ls \u00FC %d", text, 1), std::wstring(L"\u65E5 ") + text + L" \u00FC 1");
 }
 
+// What a C library takes for the end of a text or for half a character is a character like any other.
+TEST(FormatTest, KeepsCharactersThatAreNone) {
+  for (const unsigned unit :
+       {0xFFFFU, 0xFFFEU, 0xFEFFU, 0xD800U, 0xDBFFU, 0xDC00U, 0xDFFFU, 0xFFFDU, 0x1U, 0x7FU, 0x80U}) {
+    for (const std::size_t length : {1U, 6U, 7U, 8U, 255U, 256U, 300U, 70'000U}) {
+      const std::wstring text(length, static_cast<wchar_t>(unit));
+      EXPECT_EQ(format(L"<%ls|%ls>", text.c_str(), L"b"), L"<" + text + L"|b>") << unit << " times " << length;
+      EXPECT_EQ(format(text + L"%d" + text, 7), text + L"7" + text) << unit << " times " << length;
+    }
+  }
+  const wchar_t wrong[] = {L'a', static_cast<wchar_t>(0xDC00), static_cast<wchar_t>(0xD800), L'b', L'\0'};
+  EXPECT_EQ(format(L"%ls%%%ls", wrong, wrong), std::wstring(wrong) + L"%" + wrong);
+}
+
+TEST(FormatTest, WritesAPercentThatStartsNoConversionAsItStands) {
+  const struct {
+    std::wstring formatted;
+    const wchar_t* expected;
+  } cases[] = {
+      {format(L"100%"), L"100%"},
+      {format(L"%"), L"%"},
+      {format(L"%%%"), L"%%"},
+      {format(L"a%yb%d", 1), L"a%yb1"},
+      {format(L"%l%s%n%5d%u", 1), L"%l%s%n%5d%u"},
+      {format(L"%%d%%ls", 1, L"x"), L"%d%ls"},
+      {format(L"%d%d", 1), L"1%d"},
+      {format(L"%d", 1, 2), L"1"},
+      {format(L"% d%D%LS%L", 1), L"% d%D%LS%L"},
+  };
+  for (const auto& [formatted, expected] : cases) EXPECT_EQ(formatted, expected);
+}
+
 TEST(FormatTest, ResultIsAsLongAsItsCharactersWhateverTheLength) {
   for (const std::size_t length :
        {1U, 6U, 7U, 8U, 255U, 256U, 511U, 512U, 1023U, 1024U, 4095U, 4096U, 32768U, 65536U, 100'000U}) {

@@ -12,6 +12,7 @@
 
 #include "unit/support/allocation_sweep.h"
 #include "unit/support/http_scenario.h"
+#include "unit/support/odd_ports.h"
 
 namespace kiv::test {
 namespace {
@@ -130,6 +131,17 @@ TEST_F(HttpClientTest, IsInvalidForAUrlOfAnotherSchemeAndForOneThatCannotBeRead)
     EXPECT_EQ(windows.count("WinHttpOpen"), 0U);
     expectInvalid(client);
   }
+}
+
+TEST_F(HttpClientTest, ReadsAPortOfOtherDigitsAsTheCLibraryDoesOrIsInvalid) {
+  forEachOddPort([&](const OddPort& port) {
+    const UniqueHttpClient client = createClient((L"http://h:" + std::wstring(port.text)).c_str());
+    ASSERT_NE(client, nullptr);
+    if (!port.value) return expectInvalid(client);
+    EXPECT_EQ(head(client), 200);
+    EXPECT_EQ(windows.requests().back().port, static_cast<DWORD>(*port.value));
+    takeLines();
+  });
 }
 
 TEST_F(HttpClientTest, IsInvalidForAUrlOfSchemeSocks5AndLogsNoDescription) {
@@ -571,14 +583,16 @@ TEST(HttpClientMemoryTest, GivesMinusOneForARequestThatRunsOutOfMemoryAnywhere) 
 }
 
 TEST(HttpClientMemoryTest, GivesMinusOneForFailuresThatRunOutOfMemoryInTheirLine) {
-  const char* const functions[] = {"WinHttpOpenRequest",    "WinHttpSetOption",   "WinHttpQueryAuthSchemes",
-                                   "WinHttpSetCredentials", "WinHttpSendRequest", "WinHttpReceiveResponse"};
-  for (const char* function : functions) {
+  // The first option of a request is its context, whose failure is no failure of the request.
+  const std::pair<const char*, std::size_t> faults[] = {{"WinHttpOpenRequest", 1},      {"WinHttpSetOption", 2},
+                                                        {"WinHttpQueryAuthSchemes", 1}, {"WinHttpSetCredentials", 1},
+                                                        {"WinHttpSendRequest", 1},      {"WinHttpReceiveResponse", 1}};
+  for (const auto& [function, nth] : faults) {
     SCOPED_TRACE(function);
     forEachAllocation([&](SimulatedWindows& windows, const auto& armed) {
       windows.http.respond(407);
       const UniqueHttpClient client = createClientWithProxy(kHttpsUrl, true);
-      windows.failOnce(function, 12002);
+      windows.failNth(function, nth, 12002);
       armed([&] { EXPECT_EQ(KivHttpClient_Head(client.get(), nullptr), -1); });
     });
   }

@@ -205,6 +205,67 @@ TEST_F(LocalScriptTest, DropsATerminatorThatTheLengthCounts) {
   EXPECT_EQ(entriesOf("", 0xFFFFFFFF), Entries());
 }
 
+TEST_F(LocalScriptTest, TakesAnAnswerWhoseLengthTheEngineDoesNotTellForAnEmptyOne) {
+  windows.scriptEngine.answer = "PROXY p:8080";
+  windows.scriptEngine.reportsLength = false;
+  EXPECT_TRUE(evaluate());
+  EXPECT_EQ(candidates, Entries());
+}
+
+// The engine may look at the texts that it was given for as long as it is loaded.
+class LocalScriptTextsTest : public PlatformTest {
+ protected:
+  LocalScriptTextsTest() {
+    windows.scriptEngine.answer = "DIRECT";
+    windows.onCall = [this](const std::string& name) {
+      if (!guard_ || (name != "FreeLibrary" && name != "GlobalFree")) return;
+      const MemoryWatch::Pause pause;
+      events_.push_back(name + " with " + std::to_string(guard_->scanLiveBlocks().size()) + " texts");
+    };
+  }
+
+  // The releases: of the engine and of its answer, with the number of narrow texts that there are at that time, and
+  // then of these texts.
+  std::vector<std::string> releasesOf(bool expected) {
+    const std::wstring mark = L"in all three texts";
+    const std::wstring path = L"file://" + std::wstring(300, L'p') + mark;
+    const std::wstring url = L"http://" + std::wstring(200, L'u') + mark;
+    const std::wstring host = std::wstring(100, L'h') + mark;
+    std::vector<ProxyListEntry> candidates;
+    events_.clear();
+    guard_.emplace(mark);
+    EXPECT_EQ(impl::EvaluateLocalPacScript(path, url, host, candidates), expected);
+    const MemoryWatch::Pause pause;
+    for (const std::string& block : guard_->violations()) {
+      const std::string size = block.substr(block.find_first_of("0123456789"));
+      events_.emplace_back(std::stoi(size) > 300 ? "path" : std::stoi(size) > 200 ? "url" : "host");
+    }
+    guard_.reset();
+    return events_;
+  }
+
+ private:
+  std::optional<MemoryWatch::SecretGuard> guard_;
+  std::vector<std::string> events_;
+};
+
+TEST_F(LocalScriptTextsTest, AreReleasedAfterTheEngineAndItsAnswer) {
+  EXPECT_THAT(releasesOf(true),
+              ElementsAre("FreeLibrary with 3 texts", "GlobalFree with 3 texts", "url", "host", "path"));
+}
+
+TEST_F(LocalScriptTextsTest, AreReleasedInTheSameOrderIfTheEngineFails) {
+  windows.scriptEngine.getInfoResult = FALSE;
+  EXPECT_THAT(releasesOf(false),
+              ElementsAre("FreeLibrary with 3 texts", "GlobalFree with 3 texts", "url", "host", "path"));
+  windows.scriptEngine.hasGetInfo = false;
+  EXPECT_THAT(releasesOf(false), ElementsAre("FreeLibrary with 1 texts", "path"));
+  windows.scriptEngine.initializeResult = FALSE;
+  EXPECT_THAT(releasesOf(false), ElementsAre("FreeLibrary with 1 texts", "path"));
+  windows.scriptEngine.present = false;
+  EXPECT_THAT(releasesOf(false), ElementsAre("path"));
+}
+
 TEST_F(LocalScriptTest, ReadsAnswersInTheCodePageOfTheThread) {
   EXPECT_EQ(entriesOf("PROXY \xE6\x97\xA5\xE6\x9C\xAC:80"), (Entries{{L"PROXY", L"\x65E5\x672C", 80}}));
   EXPECT_EQ(entriesOf("PROXY \xE6\x97\xA5:80", 13), (Entries{{L"PROXY", L"\x65E5", 80}}));

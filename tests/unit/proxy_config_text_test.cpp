@@ -10,6 +10,7 @@
 #include "kiv/proxy_config.h"
 #include "platform/platform_test.h"
 #include "unit/support/handles.h"
+#include "unit/support/odd_ports.h"
 #include "unit/support/valueless.h"
 
 namespace kiv::test {
@@ -144,6 +145,14 @@ TEST_F(ProxyConfigTextTest, GivesNoneForAPortThatIsTooLong) {
   EXPECT_TRUE(KivProxyConfig_IsNone(parse(L"h:2147483648").get()));
   EXPECT_TRUE(KivProxyConfig_IsNone(parse(L"https://u:p@h:99999999999999999999").get()));
   EXPECT_THROW(ProxyConfig::parse(L"h:2147483648", std::nullopt), std::out_of_range);
+}
+
+TEST_F(ProxyConfigTextTest, ReadsAPortOfOtherDigitsAsTheCLibraryDoesOrGivesNone) {
+  forEachOddPort([](const OddPort& port) {
+    const UniqueProxyConfig config = parse((L"h:" + std::wstring(port.text)).c_str());
+    EXPECT_EQ(KivProxyConfig_IsNone(config.get()), !port.value);
+    EXPECT_EQ(KivProxyConfig_Port(config.get(), 0), port.value.value_or(-1));
+  });
 }
 
 TEST_F(ProxyConfigTextTest, IgnoresPathAndQuery) {

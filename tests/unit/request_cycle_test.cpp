@@ -39,8 +39,8 @@ TEST_F(RequestCycleTest, SendsOneRequestOverHttp) {
   calls.forget();
   EXPECT_EQ(head(client), 200);
   EXPECT_THAT(calls.take(), ElementsAre(first.open(L"HEAD", L"checkx=1", L"0x40"), first.event(), first.event(),
-                                        first.callback(), first.send(), first.receive(), first.status(),
-                                        first.headerSize(), first.headers(), first.close()));
+                                        first.callback(), first.context(), first.send(), first.receive(),
+                                        first.status(), first.headerSize(), first.headers(), first.close()));
   EXPECT_THAT(log.lines(), ElementsAre(L"D: {\"Server\": {\"URL\": \"http://example.com/check?x=1\"}, \"User Agent\": "
                                        L"\"agent\"}",
                                        headersLine(200)));
@@ -51,8 +51,8 @@ TEST_F(RequestCycleTest, SendsOneRequestOverHttps) {
   calls.forget();
   EXPECT_EQ(get(client), 200);
   EXPECT_THAT(calls.take(), ElementsAre(first.open(L"GET", L"", L"0x800040"), first.event(), first.event(),
-                                        first.callback(), first.send(), first.receive(), first.status(),
-                                        first.headerSize(), first.headers(), first.close()));
+                                        first.callback(), first.context(), first.send(), first.receive(),
+                                        first.status(), first.headerSize(), first.headers(), first.close()));
   EXPECT_THAT(log.lines(), ElementsAre(L"D: {\"Server\": {\"URL\": \"https://example.com\"}, \"User Agent\": "
                                        L"\"agent\"}",
                                        headersLine(200)));
@@ -68,7 +68,7 @@ TEST_F(RequestCycleTest, CarriesOutBothPassesInOneRequest) {
   EXPECT_THAT(calls.take(),
               ElementsAreArray(WideLines{
                   first.open(L"HEAD", L"checkx=1", L"0x800040"), first.event(), first.event(), first.callback(),
-                  L"WinHttpQueryOption(handle=request 1, option=31)",
+                  first.context(), L"WinHttpQueryOption(handle=request 1, option=31)",
                   L"WinHttpSetOption(handle=request 1, option=31, value=0x3380)",
                   L"WinHttpSetOption(handle=request 1, option=38, access=3, proxy=http://proxy.test:3128, bypass=)",
                   first.send(), first.receive(), first.status(),
@@ -126,7 +126,7 @@ TEST_F(RequestCycleTest, NeverIgnoresCertErrorsOverHttpOrUnasked) {
   EXPECT_EQ(head(createClient(L"http://example.com", true)), 200);
   EXPECT_EQ(head(createClient(L"https://example.com", false)), 200);
   EXPECT_EQ(windows.count("WinHttpQueryOption"), 0U);
-  EXPECT_EQ(windows.count("WinHttpSetOption"), 0U);
+  EXPECT_EQ(windows.count("WinHttpSetOption"), 2U) << "more than the context of each request was set";
 }
 
 TEST_F(RequestCycleTest, NamesTheProxyWithItsSchemeAndWithoutItsCredentials) {
@@ -157,7 +157,7 @@ TEST_F(RequestCycleTest, GoesDirectWithoutAProxyServer) {
     EXPECT_EQ(head(client), 407);
     EXPECT_THAT(takeLines(), ElementsAre(kBareDescription, headersLine(407)));
   }
-  EXPECT_EQ(windows.count("WinHttpSetOption"), 0U);
+  EXPECT_EQ(windows.count("WinHttpSetOption"), 2U) << "more than the context of each request was set";
   EXPECT_EQ(windows.count("WinHttpQueryAuthSchemes"), 0U);
 }
 
@@ -171,7 +171,7 @@ TEST_F(RequestCycleTest, Returns407AfterItsHeadersIfTheProxyHasNoCredentials) {
   EXPECT_EQ(head(client), 407);
   EXPECT_THAT(
       calls.take(),
-      ElementsAre(first.open(L"HEAD", L"", L"0x40"), first.event(), first.event(), first.callback(),
+      ElementsAre(first.open(L"HEAD", L"", L"0x40"), first.event(), first.event(), first.callback(), first.context(),
                   L"WinHttpSetOption(handle=request 1, option=38, access=3, proxy=http://gate:3128, bypass=)",
                   first.send(), first.receive(), first.status(), first.headerSize(), first.headers(), first.close()));
   EXPECT_EQ(log.lines().back(), headersLine(407));
@@ -212,6 +212,16 @@ TEST_F(RequestCycleTest, Returns401AfterItsHeadersIfThereAreNoServerCredentials)
   EXPECT_EQ(windows.count("WinHttpQueryAuthSchemes"), 0U);
 }
 
+TEST_F(RequestCycleTest, Returns401AfterItsHeadersIfThereAreCredentialsForTheProxyOnly) {
+  const UniqueHttpClient client = createClientWithProxy(L"https://example.com");
+  windows.http.respond(407).respond(401);
+  EXPECT_EQ(head(client), 401);
+  EXPECT_EQ(log.lines().back(), headersLine(401));
+  EXPECT_EQ(windows.requests().at(0).sends, 2U);
+  EXPECT_EQ(windows.credentials().size(), 1U) << "the proxy's";
+  EXPECT_EQ(windows.count("WinHttpQueryAuthSchemes"), 1U);
+}
+
 TEST_F(RequestCycleTest, Returns401WithoutHeadersIfTheServerRefusesItsCredentials) {
   const UniqueHttpClient client = createClientWithProxy(kHttpsUrl);
   windows.http.respond(401).respond(401);
@@ -228,7 +238,7 @@ TEST_F(RequestCycleTest, AnswersAServerWithoutAProxy) {
   EXPECT_THAT(calls.take(),
               ElementsAreArray(WideLines{
                   first.open(L"HEAD", L"checkx=1", L"0x800040"), first.event(), first.event(), first.callback(),
-                  first.send(), first.receive(), first.status(), first.schemes(),
+                  first.context(), first.send(), first.receive(), first.status(), first.schemes(),
                   L"GetEnvironmentVariableW(name=PROXYRESOLVER_ALLOW_INSECURE_AUTH_SCHEME, size=0) failed: 203",
                   first.unprotect(kServerPassword), first.credentials(L"0", L"0x1", L"sam"), first.send(),
                   first.receive(), first.status(), first.headerSize(), first.headers(), first.close()}));
@@ -365,6 +375,7 @@ TEST_F(RequestCycleTest, SendsCredentialsBeforeAnyChallengeOnceItKnowsTheSchemes
   EXPECT_THAT(calls.take(),
               ElementsAreArray(WideLines{
                   second.open(L"GET", L"checkx=1", L"0x800040"), second.event(), second.event(), second.callback(),
+                  second.context(),
                   L"WinHttpSetOption(handle=request 2, option=38, access=3, proxy=http://proxy.test:3128, bypass=)",
                   second.unprotect(kProxyPassword), second.credentials(L"1", L"0x8", L"pam"),
                   second.unprotect(kServerPassword), second.credentials(L"0", L"0x2", L"sam"), second.send(),
@@ -592,6 +603,7 @@ std::optional<Expectation> expectationFor(const Call& call, std::size_t sendsBef
   // Calls then count as synchronous, which the scenario lets them be.
   if (call.name == "CreateEventW" || call.name == "WinHttpSetStatusCallback") return undisturbed;
   if (call.name == "WinHttpQueryOption") return failed({error(L"WinHttpQueryOption(WINHTTP_OPTION_SECURITY_FLAGS)")});
+  if (call.name == "WinHttpSetOption" && has(L"option=45")) return undisturbed;
   if (call.name == "WinHttpSetOption") {
     return failed({error(has(L"option=38") ? L"WinHttpSetOption(WINHTTP_OPTION_PROXY)"
                                            : L"WinHttpSetOption(WINHTTP_OPTION_SECURITY_FLAGS)")});
@@ -650,7 +662,7 @@ std::vector<Call> runWithFault(std::optional<std::size_t> index, DWORD code, con
 TEST(RequestCycleFaultTest, EachCallThatFailsHasItsLineAndItsResult) {
   for (const DWORD code : {DWORD{ERROR_GEN_FAILURE}, DWORD{12029}, DWORD{ERROR_WINHTTP_RESEND_REQUEST}, DWORD{0}}) {
     const std::vector<Call> calls = runWithFault(std::nullopt, 0, {});
-    ASSERT_EQ(calls.size(), 28U);
+    ASSERT_EQ(calls.size(), 29U);
     std::size_t sends = 0;
     for (std::size_t index = 0; index < calls.size(); ++index) {
       SCOPED_TRACE("call " + std::to_string(index) + ", " + calls[index].name + ", fails with " + std::to_string(code));
@@ -666,7 +678,7 @@ TEST(RequestCycleFaultTest, EachCallThatFailsHasItsLineAndItsResult) {
 
 TEST_F(RequestCycleTest, FailsWhereItCannotBeNotifiedAndThePlatformIsAsynchronous) {
   const std::pair<const char*, std::size_t> faults[] = {
-      {"CreateEventW", 1}, {"CreateEventW", 2}, {"WinHttpSetStatusCallback", 1}};
+      {"CreateEventW", 1}, {"CreateEventW", 2}, {"WinHttpSetStatusCallback", 1}, {"WinHttpSetOption", 1}};
   for (const auto& [function, nth] : faults) {
     const UniqueHttpClient client = createClient(L"http://example.com");
     windows.failNth(function, nth, 8);

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include "platform/platform_test.h"
+#include "unit/support/odd_ports.h"
 #include "unit/support/scripted_host.h"
 
 namespace kiv::test {
@@ -274,6 +275,23 @@ TEST_F(ResolveTest, AnswersEachDemandOnceAtMost) {
   }
 }
 
+// A direct connection has no proxy that could ask, but a server on its way may say so; what the host answers is used.
+TEST_F(ResolveTest, AnswersAProxyDemandOnADirectConnectionLikeAnyOther) {
+  host.statuses = {407, 200};
+  host.proxyLogin = kProxyLogin;
+  const UniqueProxyConfig direct(KivProxyConfig_Direct());
+  const UniqueProxyConfig result = host.resolve(direct);
+  EXPECT_EQ(textOf(result), L"direct");
+  EXPECT_EQ(textOf(UniqueCred(KivProxyConfig_Cred(result.get())).get()), L"pam:proxy-secret");
+  EXPECT_THAT(host.transcript(),
+              ElementsAre(kBegin, L"filter direct", L"I: 1 candidates found.", L"D: Candidates: ",
+                          L"I: No. 0: Direct connection", L"setServerCred none", L"setProxy direct",
+                          L"I: No. 0: Test connection to http://target/.", L"test 407",
+                          L"D: No. 0: Proxy authentication required.", L"proxyCred direct", L"setProxy direct",
+                          L"I: No. 0: Retry test connection to http://target/.", L"test 200",
+                          L"D: No. 0: Test connection succeeded.", L"I: Proxy  found.", kEnd));
+}
+
 TEST_F(ResolveTest, RetriesWithoutCredentialsIfTheHostHasNone) {
   host.statuses = {407, 401, 200};
   const UniqueProxyConfig preferred = parsed(L"http://old:word@a:1");
@@ -418,6 +436,29 @@ TEST_F(ResolveTest, SkipsTheBypassCheckForATargetThatIsNoAddress) {
                           L"D: No. 0: Test connection succeeded.", L"I: Proxy http://a:1 found.", kEnd));
 }
 
+TEST_F(ResolveTest, SendsATargetWhoseHostHasNoAsciiFormDirectByAStarButNotAsALocalOne) {
+  windows.user.proxy = L"a:1";
+  host.targetUrl = L"http://bad..host/";
+  EXPECT_EQ(textOf(host.resolve(nullptr, nullptr, L"*")), L"direct");
+  EXPECT_EQ(textOf(host.resolve(nullptr, nullptr, L"<local>")), L"http://a:1");
+}
+
+// See odd_ports.h.
+TEST_F(ResolveTest, GivesNullForABypassRuleWhosePortCannotBeReadAndDropsOneWhosePortIsNone) {
+  windows.user.proxy = L"a:1";
+  forEachOddPort([&](const OddPort& port) {
+    const std::wstring list = L"target:" + std::wstring(port.text);
+    host.forget();
+    host.targetUrl = L"http://target:9/";
+    EXPECT_EQ(textOf(host.resolve(nullptr, nullptr, list.c_str())), port.isUnreadable() ? L"null" : L"http://a:1");
+    EXPECT_EQ(host.lines().back(), kEnd);
+    if (port.isUnreadable()) return;
+    const std::wstring url = L"http://target:" + std::to_wstring(port.value.value_or(0)) + L"/";
+    host.targetUrl = url.c_str();
+    EXPECT_EQ(textOf(host.resolve(nullptr, nullptr, list.c_str())), port.value ? L"direct" : L"http://a:1");
+  });
+}
+
 TEST_F(ResolveTest, GivesNullAfterItsLastLineForABypassRuleWithAPortTooLarge) {
   windows.user.proxy = L"a:1";
   EXPECT_EQ(textOf(host.resolve(nullptr, nullptr, L"other:4294967295")), L"http://a:1");
@@ -459,7 +500,7 @@ TEST_F(ResolveTest, WritesTextsIntoTheLogAsTheyAre) {
 // Whatever the host's functions throw, the last line is logged, and only then the exception leaves the procedure.
 TEST_F(ResolveTest, LetsAnExceptionOutAfterItsLastLine) {
   struct Surprise {};
-  impl::HostCallbacks callbacks{.filter = [](const impl::ProxyConfig&) -> bool { throw Surprise(); },
+  impl::ApplicationCallbacks callbacks{.filter = [](const impl::ProxyConfig&) -> bool { throw Surprise(); },
                                 .serverCred = {},
                                 .proxyCred = {},
                                 .testConnection = {},
@@ -474,7 +515,7 @@ TEST_F(ResolveTest, LetsAnExceptionOutAfterItsLastLine) {
 
 TEST_F(ResolveTest, ReadsTargetAndAgentOnlyUpToTheirLength) {
   const std::wstring url = L"http://target/";
-  impl::HostCallbacks unused;
+  impl::ApplicationCallbacks unused;
   const impl::ProxyConfig result = impl::resolveProxyConfig(
       std::wstring_view(L"http://target/and more", url.size()), std::wstring_view(L"agent and more", 5),
       std::wstring_view(L"target;rest", 6), {}, {}, unused, *support::toObject(host.logger()));

@@ -283,13 +283,35 @@ TEST_F(SystemProxyTest, AsksTheNextSourceAfterATolerableFailureAndNoneAfterAnoth
   for (const DWORD code : others) expectAfter(code, false);
 }
 
-TEST_F(SystemProxyTest, TakesAFailureWithoutACodeForAnAnswerWithoutTexts) {
+TEST_F(SystemProxyTest, EndsTheSearchAtAFailureWithoutACode) {
   windows.user = {.autoDetect = true, .autoConfigUrl = L"http://conf/p.pac", .proxy = L"manual:1", .bypass = L"m"};
   windows.failOnce("WinHttpGetProxyForUrl", 0);
   EXPECT_TRUE(discover());
   EXPECT_EQ(candidates, (Entries{{L"", L"manual", 1}}));
   EXPECT_EQ(bypass, L"m");
   EXPECT_THAT(transcript(), ElementsAre(kCrack, kUser, asked(kDetect, 0)));
+}
+
+TEST_F(SystemProxyTest, DropsTheTextsThatComeWithAFailureWithoutACode) {
+  const AutoProxyAnswer failure = {.proxy = L"bad:1", .bypass = L"bad", .failsWithoutCode = true};
+  windows.user = {.autoDetect = true, .autoConfigUrl = L"http://conf/p.pac", .proxy = L"manual:1", .bypass = L"m"};
+  windows.autoDetection = windows.autoConfig = {failure};
+  for (const bool detect : {true, false}) {
+    windows.user.autoDetect = detect;
+    EXPECT_TRUE(discover());
+    EXPECT_EQ(candidates, (Entries{{L"", L"manual", 1}}));
+    EXPECT_EQ(bypass, L"m");
+  }
+  EXPECT_THAT(transcript(), ElementsAre(kCrack, kUser, asked(kDetect, 0), kCrack, kUser, asked(kScript, 0)));
+  expectAllTextsReleased(2 * 5);
+}
+
+TEST_F(SystemProxyTest, DropsTheTextsOfARetryThatFailsWithoutACode) {
+  windows.user = {.autoDetect = true, .proxy = L"manual:1", .bypass = L"m"};
+  windows.autoDetection = {{.error = 12015}, {.proxy = L"bad:1", .bypass = L"bad", .failsWithoutCode = true}};
+  EXPECT_TRUE(discover());
+  EXPECT_EQ(candidates, (Entries{{L"", L"manual", 1}}));
+  EXPECT_EQ(bypass, L"m");
 }
 
 TEST_F(SystemProxyTest, DoesNotConsultTheManualListWhenANameWasNotResolved) {
@@ -429,6 +451,26 @@ TEST_F(SystemProxyTest, TakesHostsOfUpTo2047Characters) {
                                                            L", hostLength=2047");
   EXPECT_FALSE(discover(L"http://" + std::wstring(2048, L'a') + L"/"));
   expectUntouched();
+}
+
+// The host ends where the system says and at the buffer's first null, whichever comes first.
+TEST_F(SystemProxyTest, TakesTheHostUpToTheReportedLengthAndTheFirstNull) {
+  struct Case {
+    DWORD reported;
+    const wchar_t* host;
+  };
+  windows.user = {.autoConfigUrl = L"file://C:/p.pac"};
+  windows.autoConfig = {{.error = 12006}};
+  windows.scriptEngine.answer = "DIRECT";
+  std::size_t nth = 0;
+  for (const Case& c : {Case{0, L""}, Case{1, L"t"}, Case{5, L"targe"}, Case{6, L"target"}, Case{7, L"target"},
+                        Case{2048, L"target"}}) {
+    windows.crackedHostLength = c.reported;
+    EXPECT_TRUE(discover());
+    EXPECT_EQ(windows.arguments("InternetGetProxyInfo", ++nth), L"url=http://target/x, urlLength=15, host=" +
+                                                                    std::wstring(c.host) + L", hostLength=" +
+                                                                    std::to_wstring(std::wstring_view(c.host).size()));
+  }
 }
 
 TEST_F(SystemProxyTest, LeavesTheSessionToItsOwner) {

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import base64
 import re
 import socket
 import socketserver
@@ -10,9 +11,10 @@ import threading
 import time
 from collections.abc import Callable
 from dataclasses import dataclass
+from weakref import WeakKeyDictionary
 
-from harness.servers import Server
-
+from harness.ntlm import TYPE_1, Examiner, message_type
+from harness.servers import SERVER_PASSWORD, SERVER_USER, Server
 
 HOSTILE_MARKUP = """</style></title></svg>'"><script>document.title="taken"</script><img src=x onerror=alert(1)>"""
 """What must be shown as it is, and never become part of a page."""
@@ -200,10 +202,14 @@ def markup(_: Request, connection: Connection) -> str:
 
 
 class OddWeb:
-    """A web server whose path says what happens: /status/CODE, /challenge/SCHEME, /slow/… and /huge/script.pac."""
+    """A web server whose path says what happens: /status/CODE, /challenge/SCHEME, /slow/… and /huge/script.pac.
+
+    Negotiate is carried out, with NTLM, which belongs to a connection; of Basic any password is right.
+    """
 
     def __init__(self, script_delay: float = 3.0, script_size: int = 5 * 1024 * 1024) -> None:
         self.script = ""
+        self._examiners: WeakKeyDictionary[Connection, Examiner] = WeakKeyDictionary()
         self._script_delay = script_delay
         self._script_size = script_size
 
@@ -228,14 +234,25 @@ class OddWeb:
         location = ["Location: /status/200"] if code in ("301", "302") else []
         return answer(connection, f"{code} As Asked", *location)
 
-    @staticmethod
-    def _challenge(scheme: str, request: Request, connection: Connection) -> str:
+    def _challenge(self, subject: str, request: Request, connection: Connection) -> str:
         challenges = {"basic": ['Basic realm="odd"'], "digest": ['Digest realm="odd", nonce="0", qop="auth"'],
                       "ntlm": ["NTLM"], "negotiate": ["Negotiate"], "many": ["Negotiate", 'Basic realm="odd"']}
-        if "authorization" in request.headers and scheme == "basic":
-            return answer(connection, "200 OK")
-        return answer(connection, "401 Unauthorized",
-                      *(f"WWW-Authenticate: {challenge}" for challenge in challenges.get(scheme, [])))
+        offered = challenges.get(subject, [])
+        scheme, _, given = request.headers.get("authorization", "").partition(" ")
+        done = "401 Unauthorized"
+        if scheme == "Negotiate":
+            done, offered = self._negotiate(base64.b64decode(given), connection, offered)
+        elif scheme == "Basic":
+            done = "200 OK"
+        said = answer(connection, done, *(f"WWW-Authenticate: {challenge}" for challenge in offered))
+        return f"{scheme} {said}".lstrip()
+
+    def _negotiate(self, message: bytes, connection: Connection, offered: list[str]) -> tuple[str, list[str]]:
+        """The status and the challenges with which a client's message is answered."""
+        examiner = self._examiners.setdefault(connection, Examiner({SERVER_USER: SERVER_PASSWORD}))
+        if message_type(message) == TYPE_1:
+            return "401 Unauthorized", [f"Negotiate {base64.b64encode(examiner.ask()).decode()}"]
+        return ("200 OK", []) if examiner.known_user(message) else ("401 Unauthorized", offered)
 
     @staticmethod
     def _serve_script(script: str, request: Request, connection: Connection) -> str:

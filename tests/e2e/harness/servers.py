@@ -9,6 +9,7 @@ import re
 import shutil
 import signal
 import subprocess
+import sys
 from pathlib import Path
 from typing import ClassVar
 
@@ -16,6 +17,8 @@ from harness.processes import Processes, clean_environment, free_port, wait_unti
 
 PROXY_USER, PROXY_PASSWORD = "alice", "opensesame"
 SERVER_USER, SERVER_PASSWORD = "bob", "letmein"
+
+NTLM_HELPER = Path(__file__).resolve().parents[1] / "ntlm_helper.py"
 
 
 def find_program(name: str) -> str:
@@ -199,7 +202,10 @@ class Squid(DebianServer):
         return f"{self.helpers / 'digest_file_auth'} -c {passwords}"
 
     def _ntlm(self) -> str:
-        return str(self.helpers / "ntlm_fake_auth")
+        passwords = self.folder / "passwords"
+        passwords.write_text(f"{PROXY_USER}:{PROXY_PASSWORD}\n")
+        # Without compiled files, which would be squid's user's.
+        return f"{sys.executable} -B {NTLM_HELPER} {passwords}"
 
     def read_access(self, line: str) -> str | None:
         # The harness's own look whether squid listens yet is logged as a transaction without a request.

@@ -83,6 +83,8 @@ class WineUser:
 
     def __init__(self, folder: Path, processes: Processes) -> None:
         self.prefix = folder / "prefix"
+        self._samba = folder / "smb.conf"
+        self._kerberos = folder / "krb5.conf"
         self._folder = folder
         self._processes = processes
         self._server: subprocess.Popen[bytes] | None = None
@@ -92,11 +94,16 @@ class WineUser:
     def environment(self, **additions: str) -> dict[str, str]:
         return clean_environment(
             HOME=str(self._folder / "home"), WINEPREFIX=str(self.prefix), WINEDEBUG="-all",
-            WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d;winhttp,credui=n,b", **additions)
+            WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d;winhttp,credui=n,b",
+            SMB_CONF_PATH=str(self._samba), KRB5_CONFIG=str(self._kerberos), **additions)
 
     def create(self, model: Path | None = None) -> None:
         """Makes the prefix if it is not there, from another one if `model` names it, which must be at rest."""
         (self._folder / "home").mkdir(parents=True, exist_ok=True)
+        # Wine answers NTLM with Samba's client, and Negotiate with that or Kerberos. How this machine has set them up
+        # must not matter.
+        self._samba.write_text("[global]\n")
+        self._kerberos.write_text("[libdefaults]\ndns_lookup_kdc = false\ndns_lookup_realm = false\n")
         # A run that was killed may have left its server behind.
         self._end_programs()
         made = self.prefix / ".made"

@@ -1,7 +1,7 @@
 """Proxies: those that want to know who asks, and those that do not do what a proxy should."""
 
 from harness.scenario import NONE, WRONG_PASSWORD, Scenario
-from harness.servers import PROXY_PASSWORD, PROXY_USER
+from harness.servers import PROXY_PASSWORD, PROXY_USER, SERVER_USER
 from harness.wine import Settings
 
 URL = "http://localhost:{web}/ok"
@@ -30,9 +30,12 @@ SCENARIOS = [
     Scenario("squid_basic_right", URL + RIGHT, "http://127.0.0.1:{squid_basic}", via("squid_basic")),
     Scenario("squid_basic_wrong", URL + WRONG, NONE, via("squid_basic")),
     Scenario("squid_basic_none", URL, NONE, via("squid_basic")),
-    # Wine has no answer to Digest, and none to NTLM without helpers that are not installed here.
+    # Wine has no answer to Digest.
     Scenario("squid_digest_right", URL + RIGHT, NONE, via("squid_digest")),
-    Scenario("squid_ntlm_right", URL + RIGHT, NONE, via("squid_ntlm")),
+    Scenario("squid_ntlm_right", URL + RIGHT, "http://127.0.0.1:{squid_ntlm}", via("squid_ntlm")),
+    Scenario("squid_ntlm_wrong_password", URL + WRONG, NONE, via("squid_ntlm")),
+    Scenario("squid_ntlm_wrong_user", f"{URL} --proxy-cred {SERVER_USER}:{PROXY_PASSWORD}", NONE, via("squid_ntlm")),
+    Scenario("squid_ntlm_none", URL, NONE, via("squid_ntlm")),
     Scenario("squid_digest_then_basic", URL + RIGHT, "http://127.0.0.1:{squid_basic}",
              via("squid_digest", "squid_basic")),
 

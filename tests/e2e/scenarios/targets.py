@@ -33,8 +33,12 @@ SCENARIOS = [
              environment=INSECURE_ALLOWED),
     # Wine has no answer to Digest.
     Scenario("http_digest", "http://localhost:{web}/digest/ok" + RIGHT, NONE, VIA_PROXY),
-    Scenario("http_negotiate_before_basic", "http://localhost:{odd}/challenge/many" + RIGHT + TESTED_DIRECTLY, NONE,
+    # Both are offered, and Basic would do: of Basic the server takes any password.
+    Scenario("http_negotiate_before_basic", "http://localhost:{odd}/challenge/many" + RIGHT + TESTED_DIRECTLY, DIRECT,
              environment=INSECURE_ALLOWED),
+    Scenario("http_negotiate_wrong_password", "http://localhost:{odd}/challenge/many" + WRONG + TESTED_DIRECTLY, NONE,
+             environment=INSECURE_ALLOWED),
+    Scenario("http_negotiate_without_password", "http://localhost:{odd}/challenge/negotiate" + TESTED_DIRECTLY, NONE),
     Scenario("http_challenge_without_scheme", "http://localhost:{odd}/challenge/none" + RIGHT, NONE, VIA_PROXY),
     Scenario("https_basic_wrong", "https://localhost:{web_tls}/basic/ok --ignore-cert-errors" + WRONG, NONE, VIA_PROXY),
     Scenario("https_digest", "https://localhost:{web_tls}/digest/ok --ignore-cert-errors" + RIGHT, NONE, VIA_PROXY),

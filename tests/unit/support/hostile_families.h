@@ -123,6 +123,7 @@ inline std::vector<HostileFamily> hostileFamilies() {
       hostileAddress("AddressOfOneWord", L"", L"h", L""),
       hostileAddress("AddressOfManyLabels", L"", L"a.", L"b:80"),
       hostileAddress("AddressOfIdeographs", L"", L"\x4E2D", L".example"),
+      hostileAddress("AddressOfDroppedCharacters", L"h", L"\xAD", L".example"),
       hostileAddress("AddressOfManySchemes", L"", L"s://", L"h"),
       hostileAddress("AddressOfManyUsers", L"", L"u:p@", L"h"),
       hostileAddress("AddressOfManyPorts", L"h", L":1", L""),

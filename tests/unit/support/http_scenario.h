@@ -80,6 +80,7 @@ struct RequestCalls {
          << std::uppercase << kNotifications << L", reserved=0)";
     return line.str();
   }
+  std::wstring context() const { return L"WinHttpSetOption(handle=" + handle + L", option=45, value=set)"; }
   std::wstring send() const {
     return L"WinHttpSendRequest(request=" + handle +
            L", headers=null, length=0, optional=null, length=0, total=0, context=set)";

@@ -1,4 +1,4 @@
-// What a resolution asks of its host, as function objects: the procedure sees neither handles nor C functions.
+// What a resolution asks of the application, as function objects: the procedure sees neither handles nor C functions.
 #pragma once
 
 #include <functional>
@@ -16,7 +16,7 @@ using TestConnectionFn = std::function<int()>;
 using SetServerCredFn = std::function<void(std::optional<Cred>&& cred)>;
 using SetProxyFn = std::function<void(const ProxyConfig& proxy)>;
 
-struct HostCallbacks {
+struct ApplicationCallbacks {
   CandidateFilterFn filter;
   ServerCredFn serverCred;
   ProxyCredFn proxyCred;
