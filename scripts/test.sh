@@ -47,6 +47,7 @@ step 'Interface of kiv.dll, from C' with_prompt in_wine build/windows-x64/abi/ab
 step 'Callbacks that throw, from C++ of GCC' in_wine build/windows-x64/abi/throwing_gcc.exe
 step 'Callbacks that throw, from C++ as Visual C++ has it' in_wine build/windows-x64/abi/throwing_visual_c.exe
 step 'Callbacks that raise C++ exceptions, from C' in_wine build/windows-x64/abi/throwing_c.exe
+step 'Unloading after reading a text' in_wine build/windows-x64/abi/unloading_test.exe parse
 step 'Unloading after a request' in_wine build/windows-x64/abi/unloading_test.exe request
 step 'Unloading after an exception' in_wine build/windows-x64/abi/unloading_test.exe throw
 step 'Threads of a resolution' in_wine build/windows-x64/abi/threads_test.exe

@@ -94,6 +94,7 @@ static KivLogger* get_logger(const void* context) {
 static int test_connection(const void* client, const void* context) {
   static const int answers[] = {407, 401, 200};
   struct application* self = (struct application*)client;
+  KivLogger_Info(self->logger, L"the application logs as well");
   call_back(context, TEST_CONNECTION);
   if (!self->call->request) return answers[self->tests++ % 3];
   self->requesting = 1;
