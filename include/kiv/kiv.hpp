@@ -408,12 +408,12 @@ class Logger : public detail::Value<KivLogger> {
     deliver();
   }
 
-  template <class Log>
-  void log(Log log, std::wstring_view message) const {
+  template <class Function>
+  void log(Function function, std::wstring_view message) const {
     if (!handle()) return;
     const detail::Text text(message);
     detail::Border border;
-    log(handle(), text.c_str());
+    function(handle(), text.c_str());
     border.rethrow();
   }
 
@@ -447,10 +447,10 @@ class HttpClient : public detail::Owner<KivHttpClient> {
   int get(const Logger& logger = {}) { return send(KivHttpClient_Get, logger); }
 
  private:
-  template <class Send>
-  int send(Send send, const Logger& logger) {
+  template <class Function>
+  int send(Function function, const Logger& logger) {
     detail::Border border;
-    const int status = send(handle(), logger.handle());
+    const int status = function(handle(), logger.handle());
     border.rethrow();
     return status;
   }
