@@ -28,6 +28,8 @@ kept=$PWD/build/second-ground
 base=$kept/$release.tar
 mkdir -p "$kept/archives/partial"
 root=$(mktemp -d "$kept/root.XXXXXX")
+# Not everything that runs there is root.
+chmod 755 "$root"
 runner=
 
 # What is mounted below the folder is so only for the processes that run there, and they are gone before it is removed.
