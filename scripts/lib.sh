@@ -19,8 +19,8 @@ install_packages() {
 }
 
 # The toolchain for Windows (one compiler for the DLLs, another for all else), and what the tools and tests are built from.
-BUILD_PACKAGES=(cmake ninja-build g++ g++-mingw-w64-x86-64-win32 g++-mingw-w64-x86-64-posix llvm python3 libcli11-dev
-  nlohmann-json3-dev googletest)
+BUILD_PACKAGES=(cmake ninja-build g++ g++-mingw-w64-x86-64-win32 g++-mingw-w64-x86-64-posix clang lld llvm python3
+  libcli11-dev nlohmann-json3-dev googletest)
 
 # build PRESET [ARGUMENT...]: configures and builds; says something only when it fails.
 build() {

@@ -44,7 +44,12 @@ planted_libraries() {
 step 'Build for Windows' build windows-x64
 step 'Unit tests in Wine' in_wine build/windows-x64/bin/kiv-unit-tests.exe --gtest_brief=1
 step 'Interface of kiv.dll, from C' with_prompt in_wine build/windows-x64/abi/abi_test.exe
-step 'Exceptions at the interface, from C++' in_wine build/windows-x64/abi/exceptions_test.exe
+step 'Callbacks that throw, from C++ of GCC' in_wine build/windows-x64/abi/throwing_gcc.exe
+step 'Callbacks that throw, from C++ as Visual C++ has it' in_wine build/windows-x64/abi/throwing_visual_c.exe
+step 'Callbacks that raise C++ exceptions, from C' in_wine build/windows-x64/abi/throwing_c.exe
+step 'Unloading after a request' in_wine build/windows-x64/abi/unloading_test.exe request
+step 'Unloading after an exception' in_wine build/windows-x64/abi/unloading_test.exe throw
+step 'Threads of a resolution' in_wine build/windows-x64/abi/threads_test.exe
 step 'Libraries that the system lacks' missing_libraries
 step 'Libraries that lie beside the program' planted_libraries
 step 'Rooms of kiv-resolve' in_wine build/windows-x64/bin/kiv-tool-tests.exe --gtest_brief=1
