@@ -37,7 +37,7 @@ step 'Unit tests in Wine' in_wine build/windows-x64/bin/kiv-unit-tests.exe --gte
 step 'Interface of kiv.dll, from C' in_wine build/windows-x64/abi/abi_test.exe
 step 'Exceptions at the interface, from C++' in_wine build/windows-x64/abi/exceptions_test.exe
 step 'Libraries that the system lacks' missing_libraries
-step 'Rooms of kiv-resolve' in_wine build/windows-x64/bin/kiv-tool-tests.exe --gtest_brief=1
+step 'Unit tests of kiv-resolve in Wine' in_wine build/windows-x64/bin/kiv-tool-tests.exe --gtest_brief=1
 step 'Package, and programs that have nothing but it' scripts/test_package.sh
 step 'Examples with real servers' e2e examples.py --prompt build/windows-x64/abi
 step 'Programs that README shows' e2e readme.py --library build/windows-x64/lib/libkiv.dll.a
