@@ -52,7 +52,7 @@ step 'Unloading after an exception' in_wine build/windows-x64/abi/unloading_test
 step 'Threads of a resolution' in_wine build/windows-x64/abi/threads_test.exe
 step 'Libraries that the system lacks' missing_libraries
 step 'Libraries that lie beside the program' planted_libraries
-step 'Rooms of kiv-resolve' in_wine build/windows-x64/bin/kiv-tool-tests.exe --gtest_brief=1
+step 'Unit tests of kiv-resolve in Wine' in_wine build/windows-x64/bin/kiv-tool-tests.exe --gtest_brief=1
 step 'Package, and programs that have nothing but it' scripts/test_package.sh
 step 'Examples with real servers' e2e examples.py --prompt build/windows-x64/abi/system
 step 'Programs that README shows' e2e readme.py --library build/windows-x64/lib/libkiv.dll.a
