@@ -1,7 +1,8 @@
 # Shared by what runs end-to-end scenarios; to be sourced after lib.sh.
 
-# Wine with what its TLS and its NTLM (the program ntlm_auth) need, the servers, and the language of the scenario runner.
-E2E_PACKAGES=(wine wine64 libgnutls30 winbind python3 python3-jsonschema openssl tinyproxy-bin squid lighttpd lighttpd-mod-openssl)
+# Wine with what its NTLM (the program ntlm_auth) and its TLS (a library that comes with that, and is called differently
+# in every release) need, the servers, and the language of the scenario runner.
+E2E_PACKAGES=(wine wine64 winbind python3 python3-jsonschema openssl tinyproxy-bin squid lighttpd lighttpd-mod-openssl)
 
 # What looks at a report as people do: a browser, and the means to drive it.
 BROWSER_PACKAGES=(chromium chromium-driver python3-selenium fonts-dejavu-core)

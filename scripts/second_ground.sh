@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Builds and tests the last commit in Debian 13, whose compilers, linker, Wine and servers are newer than those of Debian 12:
-# a clean system in a folder below build/, which is removed at the end, however that comes.
+# Builds and tests the last commit in Debian 13, whose compilers, linker, Wine and servers are newer than those of Debian
+# 12: a clean system in a folder below build/, which is removed at the end, whether that is success, failure or a signal.
 #
 #   sudo ./scripts/second_ground.sh [COMMAND...]
 #
-# Runs scripts/test.sh there without the steps that look at the layout or depend on clang's version, or the given command.
+# Runs scripts/test.sh there, without the steps that look at the layout or depend on clang's version, or COMMAND.
 # Needs root (chroot), the network and 10 GB; is not part of test.sh. The bare system and the packages that were fetched
 # are kept in build/second-ground/ for the next time. Exit status: the command's.
 . "$(dirname "$0")/lib.sh"
@@ -65,8 +65,9 @@ in_background() {
 
 make_base() {
   echo "Fetching Debian's $release"
-  in_background debootstrap --variant=minbase --include=ca-certificates "$release" "$root" >"$kept/debootstrap.log" 2>&1 || {
-    cat "$kept/debootstrap.log" >&2
+  local log=$kept/debootstrap.log
+  in_background debootstrap --variant=minbase --include=ca-certificates "$release" "$root" >"$log" 2>&1 || {
+    cat "$log" >&2
     fail 'debootstrap failed'
   }
   tar -C "$root" -cf "$base.part" .

@@ -48,9 +48,10 @@ exported_names() {
   grep -oE 'X\(Kiv[A-Za-z_0-9]+\)' tests/abi/exports.h | sed -E 's/X\((.*)\)/\1/' | LC_ALL=C sort
 }
 
+# (objdump of binutils 2.44 writes "[   0] +base[   1]  0000 NAME" where that of 2.40 writes "[   0] NAME".)
 names_its_exports() {
   diff <(exported_names) <(x86_64-w64-mingw32-objdump -p "$kiv/bin/kiv.dll" |
-    sed -nE 's/^\s+\[ *[0-9]+\] (Kiv.*)$/\1/p' | LC_ALL=C sort) &&
+    sed -nE 's/^\s+\[ *[0-9]+\] .*\b(Kiv\w+)$/\1/p' | LC_ALL=C sort) &&
     diff <(exported_names) <(sed -n 's/^    //p' "$kiv/lib/kiv.def")
 }
 

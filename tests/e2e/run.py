@@ -7,6 +7,7 @@ import argparse
 import shutil
 import sys
 
+from harness.differences import wine_version, with_differences
 from harness.runner import EXPECTED, benches, command_line, run_all
 from scenarios import SCENARIOS
 
@@ -29,7 +30,8 @@ def stale_transcripts() -> list[str]:
 
 def main() -> int:
     options = arguments()
-    chosen = [scenario for scenario in SCENARIOS if options.filter in scenario.name]
+    scenarios = with_differences(SCENARIOS, wine_version())
+    chosen = [scenario for scenario in scenarios if options.filter in scenario.name]
     if options.list:
         print("\n".join(scenario.name for scenario in chosen))
         return 0
