@@ -7,6 +7,7 @@ import argparse
 import shutil
 import sys
 
+from harness.results import report
 from harness.runner import EXPECTED, benches, command_line, run_all
 from scenarios import SCENARIOS
 
@@ -45,7 +46,7 @@ def main() -> int:
     if not options.keep:
         for folder in options.work.glob("bench-*/servers"):
             shutil.rmtree(folder)
-    return 1 if failed else 0
+    return report(len(chosen) - failed, failed)
 
 
 if __name__ == "__main__":
