@@ -2,7 +2,7 @@
 # Checks layout (clang-format) and habits (clang-tidy) against the configuration at the root, and that other compilers
 # take the code (scripts/portability.sh).
 . "$(dirname "$0")/lib.sh"
-install_packages "${BUILD_PACKAGES[@]}" clang-format clang-tidy
+scripts/setup.sh build lint
 find bench examples include src tests tools -regex '.*\.\(h\|hpp\|c\|cpp\)' -print0 | xargs -0 clang-format --dry-run -Werror
 
 # clang-tidy reads the native build's commands: it knows that compiler, and the code is the same, but for the files that
@@ -12,3 +12,4 @@ find src -name '*.cpp' ! -name delay_load.cpp ! -name terminate.cpp ! -name modu
   sed '/warnings generated\.$/d; /^Suppressed /d; /^Use -header-filter/d'
 
 scripts/portability.sh
+report 1 0

@@ -3,7 +3,7 @@
 # that are classes, as Visual C++'s are, and kiv.hpp in C++17 and C++20, also as strictly as Visual C++ with /permissive-.
 # What that compiler's own library says of it cannot be had here.
 . "$(dirname "$0")/lib.sh"
-install_packages "${BUILD_PACKAGES[@]}" clang
+scripts/setup.sh build
 work=build/portability
 mkdir -p "$work/class-iterators"
 # Lays out the headers that the tool is compiled with.

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Packs, unpacks elsewhere, and builds and runs programs that have nothing but the package.
 . "$(dirname "$0")/lib.sh"
-install_packages "${BUILD_PACKAGES[@]}" wine wine64 pkgconf unzip clang lld
+scripts/setup.sh build package wine consumer
 trap stop_wine EXIT
 
 version=$(project_version)
@@ -181,5 +181,4 @@ check 'A project for another system is told so' refuses 'library for 64-bit Wind
 check 'A project that wants another version is told so' refuses "kivConfig.cmake, version: $version" "${windows[@]}" \
   -DKIV_WANTED=2.0
 
-echo "$passed passed, $failed failed"
-[ "$failed" = 0 ]
+report "$passed" "$failed"

@@ -9,6 +9,7 @@ from collections.abc import Sequence
 from pathlib import Path
 
 from harness.console import Cell, Screen, as_svg, run_on_console
+from harness.results import report
 from harness.runner import Bench, benches, command_line
 from harness.scenario import Scenario
 from harness.servers import PROXY_PASSWORD, PROXY_USER
@@ -145,8 +146,7 @@ def main() -> int:
             except AssertionError as error:
                 failed += 1
                 print(f"FAIL  {check.__name__}\n{error}", flush=True)
-    print(f"{len(checks) - failed} passed, {failed} failed")
-    return 1 if failed else 0
+    return report(len(checks) - failed, failed)
 
 
 if __name__ == "__main__":

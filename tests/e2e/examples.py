@@ -11,6 +11,7 @@ from collections.abc import Iterator, Sequence
 from dataclasses import dataclass
 from pathlib import Path
 
+from harness.results import report
 from harness.runner import Bench, benches, command_line
 from harness.scenario import INSECURE_ALLOWED, WRONG_PASSWORD, Scenario, complaints, with_names
 from harness.servers import PROXY_PASSWORD, PROXY_USER, SERVER_PASSWORD, SERVER_USER, Server
@@ -144,8 +145,7 @@ def main() -> int:
             shutil.copy2(options.bin / f"{program}.exe", stage)
         with in_system_folder(options.prompt / "credui.dll", bench):
             failed = run_all(cases, bench, stage)
-    print(f"{len(cases) - failed} passed, {failed} failed")
-    return 1 if failed else 0
+    return report(len(cases) - failed, failed)
 
 
 if __name__ == "__main__":

@@ -13,6 +13,7 @@ from pathlib import Path
 
 from harness.browser import Browser
 from harness.odd_servers import HOSTILE_MARKUP
+from harness.results import report
 from harness.runner import Bench, benches, command_line
 from harness.scenario import DIRECT, NONE, Scenario, answering, complaints
 from harness.servers import PROXY_PASSWORD, PROXY_USER
@@ -266,8 +267,7 @@ def main() -> int:
     with (benches(1, options.bin, options.bridge, options.work) as (bench,), Browser(pictures) as browser):
         good = [passes(check, Look(browser, bench, pictures)) for check in CHECKS]
     print(f"the reports and pictures of them are in {pictures}")
-    print(f"{sum(good)} passed, {len(good) - sum(good)} failed")
-    return 0 if all(good) else 1
+    return report(sum(good), len(good) - sum(good))
 
 
 if __name__ == "__main__":

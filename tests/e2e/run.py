@@ -8,6 +8,7 @@ import shutil
 import sys
 
 from harness.differences import wine_version, with_differences
+from harness.results import report
 from harness.runner import EXPECTED, benches, command_line, run_all
 from scenarios import SCENARIOS
 
@@ -47,7 +48,7 @@ def main() -> int:
     if not options.keep:
         for folder in options.work.glob("bench-*/servers"):
             shutil.rmtree(folder)
-    return 1 if failed else 0
+    return report(len(chosen) - failed, failed)
 
 
 if __name__ == "__main__":

@@ -125,7 +125,7 @@ TEST_F(ResolveTest, GoesDirectWithoutACallOfTheHostIfThereIsNoCandidate) {
   EXPECT_THAT(host.transcript(), ElementsAre(kBegin, L"I: No candidates found. Use direct connection.", kEnd));
 }
 
-TEST_F(ResolveTest, TakesNoneFromTheCallerForNoCandidate) {
+TEST_F(ResolveTest, TreatsNoneFromTheCallerAsNoCandidate) {
   const UniqueProxyConfig none(KivProxyConfig_None());
   EXPECT_EQ(textOf(host.resolve(none.get(), none.get())), L"direct");
   EXPECT_THAT(host.transcript(), ElementsAre(kBegin, L"I: No candidates found. Use direct connection.", kEnd));

@@ -214,5 +214,4 @@ def run_all(scenarios: Sequence[Scenario], ready: Sequence[Bench], accept: bool)
             print(report.text, flush=True)
     finally:
         executor.shutdown(wait=False, cancel_futures=True)
-    print(f"{len(scenarios) - failed} passed, {failed} failed", flush=True)
     return failed
