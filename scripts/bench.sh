@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Prints what the library costs next to others, as medians of rounds in which all have their turn, and draws
+# Prints what the library costs next to others, as medians of alternating rounds, and draws
 # docs/images/scale.svg; with an argument, how the time of the families of hostile texts whose names hold it grows with
 # their size: ./scripts/bench.sh [PART OF A FAMILY'S NAME]
 . "$(dirname "$0")/lib.sh"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and shows kiv-resolve finding its way out past real servers on loopback.
+# Installs what is missing, builds, and shows kiv-resolve at work with real servers on loopback.
 . "$(dirname "$0")/lib.sh"
 scripts/setup.sh build e2e
 ./scripts/build.sh

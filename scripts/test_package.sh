@@ -162,11 +162,11 @@ check 'A program of the kind of Visual C++ is built by pkg-config' link_by_lld v
 about=(in_wine "$work/c/consumer_c.exe" socks5://gate)
 resource=$'\nCompanyName kiv\nFileDescription '
 check 'The program in C runs, and sees the version of the DLL' same_lines \
-  "proxy socks5://gate"$'\n'"file $version product $version${resource}Finds a way out to a URL that works"$'\nOriginalFilename kiv.dll' \
+  "proxy socks5://gate"$'\n'"file $version product $version${resource}Finds out how to connect to a URL"$'\nOriginalFilename kiv.dll' \
   "${about[@]}" kiv.dll
 cp "$kiv/bin/kiv-resolve.exe" "$work/c"
 check 'It sees the version of kiv-resolve' same_lines \
-  "proxy socks5://gate"$'\n'"file $version product $version${resource}Finds the way out to a URL, and shows why"$'\nOriginalFilename kiv-resolve.exe' \
+  "proxy socks5://gate"$'\n'"file $version product $version${resource}Finds the proxy that works for a URL, and shows why"$'\nOriginalFilename kiv-resolve.exe' \
   "${about[@]}" kiv-resolve.exe
 outcome=$'http://living:8080 as pam\nthe client broke'
 check 'The program in C++17 runs' same_lines "$outcome" in_wine "$work/cpp/consumer_cpp.exe"

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/platform_test.h"
-#include "unit/support/scripted_host.h"
+#include "unit/support/scripted_application.h"
 
 namespace kiv::test {
 namespace {

@@ -5,7 +5,7 @@
 
 #include "platform/platform_test.h"
 #include "unit/support/recorded_log.h"
-#include "unit/support/scripted_host.h"
+#include "unit/support/scripted_application.h"
 #include "unit/support/transcript.h"
 
 namespace kiv::test {

@@ -171,7 +171,7 @@ def command_line(description: str | None) -> argparse.ArgumentParser:
 
 @contextlib.contextmanager
 def benches(count: int, binaries: Path, bridge: Path, work: Path) -> Iterator[list[Bench]]:
-    """Sets up benches below `work`, and takes them down on every way out, a signal included."""
+    """Sets up benches below `work`, and takes them down however the run ends, by a signal too."""
     require_localhost()
     work = work.resolve()
     work.mkdir(parents=True, exist_ok=True)

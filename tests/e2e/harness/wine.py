@@ -30,7 +30,7 @@ class Settings:
     bypass: str = ""
 
     def encoded(self) -> bytes:
-        """The registry's form: version, counter, flags, three texts with their lengths, and room that is never used."""
+        """The registry's form: version, counter, flags, three texts with their lengths, and space that is never used."""
         flags = 1 | (2 if self.manual else 0) | (4 if self.script_url else 0) | (8 if self.detect else 0)
         texts = (text.encode("cp1252") for text in (self.manual, self.bypass, self.script_url))
         return (struct.pack("<III", 0x46, 0, flags)
