@@ -1,6 +1,6 @@
 // kiv-resolve: diagnoses how the current user reaches a URL, with kiv.dll.
 #include <algorithm>
-#include <new>
+#include <exception>
 #include <optional>
 #include <string>
 #include <variant>
@@ -20,7 +20,7 @@ using namespace kiv::tool;
 
 constexpr int kFound = 0;
 constexpr int kNoneFound = 2;
-constexpr int kOutOfMemory = 71;
+constexpr int kOutOfResources = 71;
 constexpr int kFileNotWritten = 74;
 
 void complain(const std::wstring& problem) { print(Stream::Error, L"kiv-resolve: " + problem + L"\n"); }
@@ -101,7 +101,7 @@ int wmain(int count, wchar_t** arguments) try {
     return exit->code;
   }
   return run(std::get<Options>(parsed));
-} catch (const std::bad_alloc&) {
-  complain(L"out of memory");
-  return kOutOfMemory;
+} catch (const std::exception& failure) {
+  complain(L"cannot continue: " + toWide(failure.what()));
+  return kOutOfResources;
 }

@@ -134,7 +134,7 @@ class CommandLine {
         "Passwords on the command line can be read by other programs of this user while\n"
         "kiv-resolve runs, and are not erased from its memory. --prompt avoids both.\n"
         "Exit codes: 0 a route was found, 2 none was found (for at least one URL),\n"
-        "            64 wrong usage, 71 out of memory, 74 a file could not be written.");
+        "            64 wrong usage, 71 out of resources, 74 a file could not be written.");
   }
 
   // Throws what CLI11 throws.

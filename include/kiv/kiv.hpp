@@ -496,7 +496,7 @@ struct ProxyAuthDialog {
         KivDialogAuthUi_ProxyAuthUi(kiv::detail::Text(target).c_str(), kiv::detail::Text(detail).c_str(), parent)));
   }
   /** Likewise; shows the proxy without its credentials. */
-  Credential operator()(const ProxyConfig& proxy) const { return (*this)(proxy.to_string()); }
+  Credential operator()(const ProxyConfig& proxy) const { return (*this)(proxy.display_string()); }
 };
 
 /** The input of a resolution. The callables are called on the thread that calls kiv::resolve, before it returns. */

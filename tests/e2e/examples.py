@@ -51,7 +51,7 @@ UNTOUCHED = ("web", "")
 
 CASES = [
     *(Case(program, scenario, asked) for program in ("resolve", "resolve_cpp") for scenario, asked in (
-        (Scenario(f"{program}_direct", URL, "direct"), (UNTOUCHED,)),
+        (Scenario(f"{program}_direct", URL, "DIRECT"), (UNTOUCHED,)),
         (Scenario(f"{program}_through_a_proxy", URL, proxied("squid"), via("squid")), (("squid", OK), SERVED)),
         (Scenario(f"{program}_past_a_dead_proxy", URL, proxied("squid"),
                   Settings(manual="127.0.0.1:{dead};127.0.0.1:{squid}")), (("squid", OK),)),
@@ -60,7 +60,7 @@ CASES = [
     )),
 
     # The built-in client's bridge plays no part in these: WinINet finds the proxy on its own.
-    Case("own_client", Scenario("own_client_direct", URL, "direct"), (UNTOUCHED,)),
+    Case("own_client", Scenario("own_client_direct", URL, "DIRECT"), (UNTOUCHED,)),
     Case("own_client", Scenario("own_client_through_a_proxy", URL, proxied("squid"), via("squid")),
          (("squid", OK), SERVED)),
     Case("own_client", Scenario("own_client_past_a_dead_proxy", URL, proxied("squid"),

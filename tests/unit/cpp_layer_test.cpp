@@ -479,6 +479,11 @@ TEST_F(CppDialogTest, ReturnWhatWasTyped) {
   EXPECT_EQ(windows.arguments("CredUIPromptForWindowsCredentialsW", 2).find(L"word"), std::wstring::npos);
 }
 
+TEST_F(CppDialogTest, NameADirectConnectionToo) {
+  ProxyAuthDialog{}(ProxyConfig::direct());
+  EXPECT_NE(windows.arguments("CredUIPromptForWindowsCredentialsW", 1).find(L"DIRECT"), std::wstring::npos);
+}
+
 TEST_F(CppDialogTest, PassDetailAndWindowOn) {
   ServerAuthDialog{L"my program", reinterpret_cast<void*>(0xABCD0)}(L"http://target/");
   ProxyAuthDialog{L"my program", reinterpret_cast<void*>(0xABCD0)}(L"gate");

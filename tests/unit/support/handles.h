@@ -8,13 +8,13 @@
 namespace kiv::test {
 
 template <class Handle>
-using Unique = std::unique_ptr<Handle, kiv::detail::Destruct>;
+using UniqueHandle = std::unique_ptr<Handle, kiv::detail::Destruct>;
 
-using UniqueLog = Unique<KivLog>;
-using UniqueLogger = Unique<KivLogger>;
-using UniqueCred = Unique<KivCred>;
-using UniqueSecStr = Unique<KivSecStr>;
-using UniqueProxyConfig = Unique<KivProxyConfig>;
-using UniqueHttpClient = Unique<KivHttpClient>;
+using UniqueLog = UniqueHandle<KivLog>;
+using UniqueLogger = UniqueHandle<KivLogger>;
+using UniqueCred = UniqueHandle<KivCred>;
+using UniqueSecStr = UniqueHandle<KivSecStr>;
+using UniqueProxyConfig = UniqueHandle<KivProxyConfig>;
+using UniqueHttpClient = UniqueHandle<KivHttpClient>;
 
 }  // namespace kiv::test
