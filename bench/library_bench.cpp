@@ -12,10 +12,10 @@
 #include <vector>
 
 #include "allocation_count.h"
+#include "application.h"
 #include "config/address.h"
 #include "discovery/bypass_rules.h"
 #include "discovery/proxy_list.h"
-#include "host.h"
 #include "inputs.h"
 #include "kiv/kiv.h"
 #include "log/logger.h"
@@ -160,13 +160,14 @@ void winHttpListByKiv(State& state) {
 // -- whole resolutions
 
 void resolve(State& state, bool keepsLog) {
-  Host host(state.range(0), bypassText(state.range(1)), keepsLog ? Host::Log::Kept : Host::Log::Dropped);
-  host.resolve();
+  Application application(state.range(0), bypassText(state.range(1)),
+                          keepsLog ? Application::Log::Kept : Application::Log::Dropped);
+  application.resolve();
   const std::size_t before = allocations();
-  for (auto _ : state) host.resolve();
+  for (auto _ : state) application.resolve();
   state.counters["allocations"] =
       benchmark::Counter(static_cast<double>(allocations() - before), benchmark::Counter::kAvgIterations);
-  state.counters["lines"] = static_cast<double>(host.lines());
+  state.counters["lines"] = static_cast<double>(application.lines());
 }
 
 void resolutionDiscardingItsLog(State& state) { resolve(state, false); }

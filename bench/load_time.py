@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Measures processes that load a DLL and end, in turns: load_time.py PROGRAM DLL... prints one line of JSON."""
+"""Measures processes that load a DLL and end, alternating: load_time.py PROGRAM DLL... prints one line of JSON."""
 
 from __future__ import annotations
 

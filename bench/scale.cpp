@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "host.h"
+#include "application.h"
 #include "inputs.h"
 #include "peak_memory.h"
 
@@ -41,12 +41,12 @@ const Family kFamilies[] = {
 };
 
 // How long one run takes, of as many as make a time that a clock can tell.
-double nanosecondsOf(Host& host) {
+double nanosecondsOf(Application& application) {
   constexpr std::chrono::milliseconds kLeast{5};
-  host.resolve();
+  application.resolve();
   const Clock::time_point start = Clock::now();
   std::size_t runs = 0;
-  for (; Clock::now() - start < kLeast; ++runs) host.resolve();
+  for (; Clock::now() - start < kLeast; ++runs) application.resolve();
   return std::chrono::duration<double, std::nano>(Clock::now() - start).count() / static_cast<double>(runs);
 }
 
@@ -56,16 +56,16 @@ double medianOf(std::vector<double> figures) {
   return *middle;
 }
 
-// The sizes in turns, so that what else the machine does is spread over all of them.
+// The sizes alternate, so that what else the machine does is spread over all of them.
 void measure(const Family& family) {
   constexpr int kRounds = 9;
   std::map<std::size_t, std::vector<double>> times;
   std::map<std::size_t, std::size_t> peaks;
   for (int round = 0; round < kRounds; ++round) {
     for (const std::size_t size : family.sizes) {
-      Host host(family.candidates(size), family.bypassList(size), Host::Log::Dropped);
-      peaks[size] = peakBytesOf([&] { host.resolve(); });
-      times[size].push_back(nanosecondsOf(host));
+      Application application(family.candidates(size), family.bypassList(size), Application::Log::Dropped);
+      peaks[size] = peakBytesOf([&] { application.resolve(); });
+      times[size].push_back(nanosecondsOf(application));
     }
   }
   for (const auto& [size, figures] : times) {

@@ -38,7 +38,7 @@ MOST_EXPONENT = 1.05
 # Below, what does not depend on the size is most of the time.
 LEAST_SIZE_FITTED = 100
 TYPICAL = "resolution/keeping/3/50"
-# A block for each line, and beyond that for copies of the candidates, which the host's callbacks are given, and texts.
+# A block for each line, and beyond that for copies of the candidates, which the application's callbacks are given, and texts.
 MOST_MICROSECONDS, MOST_OTHER_ALLOCATIONS = 30, 40
 MOST_KILOBYTES = 300
 MOST_LOAD_RATIO = 1.10

@@ -1,8 +1,8 @@
-// A host that tests candidates with the HTTP client that it uses anyway, here WinINet, in place of the library's.
+// An application that tests candidates with its own HTTP client, here WinINet, instead of the library's.
 //
-// What a client owes the resolution: test() sends one request, through the proxy and with the credentials that were
-// installed last, and gives the HTTP status, 401 and 407 included, or a negative number if there was no answer. The
-// resolution does the rest: which proxy comes next, and who is asked for credentials.
+// What a client has to do: test() sends one request, with the proxy and the credentials that were set last, and returns
+// the HTTP status, 401 and 407 included, or a negative number if there was no response. The library does the rest: it
+// chooses the next proxy and asks for credentials.
 #include <windows.h>
 #include <wininet.h>
 
@@ -35,7 +35,7 @@ class WinInetClient {
     parts.dwHostNameLength = parts.dwUrlPathLength = parts.dwExtraInfoLength = 1;
     if (!InternetCrackUrlW(url_.c_str(), 0, 0, &parts)) return -1;
     const std::wstring host(parts.lpszHostName, parts.dwHostNameLength);
-    // A query stands right behind its path.
+    // The query follows the path in the same text.
     const std::wstring object(parts.lpszUrlPath, parts.dwUrlPathLength + parts.dwExtraInfoLength);
 
     const Internet session = open_session();
@@ -51,11 +51,11 @@ class WinInetClient {
   }
 
  private:
-  // No answer may come from a cache, and nobody but the resolution asks the user.
+  // No response may come from a cache, and only the resolution asks for credentials.
   static constexpr DWORD kFlags = INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE | INTERNET_FLAG_NO_COOKIES |
                                   INTERNET_FLAG_NO_UI | INTERNET_FLAG_KEEP_CONNECTION;
 
-  // A session of its own for each request: one keeps the proxy that it was opened with, and logins that once worked.
+  // A new session for each request: a session keeps the proxy that it was opened with, and credentials that worked.
   Internet open_session() const {
     if (!proxy_.is_valid()) return Internet(InternetOpenW(L"example", INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0));
     const std::wstring server = std::wstring(proxy_.is_http() ? L"http://" : L"socks=").append(proxy_.host()) + L":" +
@@ -84,13 +84,13 @@ class WinInetClient {
   kiv::Credential cred_;
 };
 
-// One login for whoever asks; a program of yours knows better.
+// The same login for the proxy and the server, to keep the example short.
 int resolve(const wchar_t* url, const kiv::Credential& login) {
   WinInetClient client(url);
   kiv::Request request;
   request.url = url;
   request.user_agent = L"example";
-  // This client speaks to proxies in HTTP and SOCKS 4, and to none of the others.
+  // This client supports HTTP and SOCKS 4 proxies only.
   request.filter = [](const kiv::ProxyConfig& candidate) { return !candidate.is_https() && !candidate.is_socks5(); };
   request.test = [&] { return client.head(); };
   request.set_proxy = [&](const kiv::ProxyConfig& proxy) { client.set_proxy(proxy); };
@@ -101,7 +101,7 @@ int resolve(const wchar_t* url, const kiv::Credential& login) {
 
   const kiv::ProxyConfig found = kiv::resolve(request);
   if (found.is_none()) return 2;
-  std::wprintf(L"%ls\n", found.is_direct() ? L"direct" : found.to_string().c_str());
+  std::wprintf(L"%ls\n", found.display_string().c_str());
   return 0;
 }
 

@@ -1,4 +1,4 @@
-// The host of resolve.c in C++: finds how this user gets out to a URL, with the library's own HTTP client as the test.
+// A complete application in C++: finds the proxy that reaches a URL, and tests with the library's own HTTP client.
 //
 //   x86_64-w64-mingw32-g++ -municode -static -Iinclude examples/resolve.cpp build/windows-x64/lib/libkiv.dll.a
 #include <cstdio>
@@ -17,7 +17,7 @@ int resolve(const wchar_t* url) {
   };
   const kiv::ProxyConfig found = kiv::resolve_with_client(request);
   if (found.is_none()) return 2;
-  std::wprintf(L"%ls\n", found.is_direct() ? L"direct" : found.to_string().c_str());
+  std::wprintf(L"%ls\n", found.display_string().c_str());
   return 0;
 }
 

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Prints what the library costs next to others, as medians of rounds in which all have their turn, and draws
+# Prints what the library costs next to others, as medians of alternating rounds, and draws
 # docs/images/scale.svg; with an argument, how the time of the families of hostile texts whose names hold it grows with
 # their size: ./scripts/bench.sh [PART OF A FAMILY'S NAME]
 . "$(dirname "$0")/lib.sh"
-install_packages "${BUILD_PACKAGES[@]}" python3 pkgconf libbenchmark-dev libcurl4-openssl-dev libglib2.0-dev gnuplot-nox wine wine64
+scripts/setup.sh build wine bench
 figures=build/bench/figures
 mkdir -p "$figures"
 if [ $# != 0 ]; then

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Prints which share of src/'s lines and branches the unit tests reach; fails below 98 % of the lines.
 . "$(dirname "$0")/lib.sh"
-install_packages "${BUILD_PACKAGES[@]}" gcovr
+scripts/setup.sh build coverage
 build native-coverage
 find build/native-coverage -name '*.gcda' -delete
 build/native-coverage/bin/kiv-unit-tests --gtest_brief=1 >build/native-coverage/tests.log 2>&1 ||
@@ -11,3 +11,4 @@ gcovr --root . --filter 'src/' --object-directory build/native-coverage --exclud
   --exclude-unreachable-branches --branches --print-summary --fail-under-line 98 --txt build/native-coverage/branches.txt \
   --html-details build/native-coverage/coverage.html
 cat build/native-coverage/branches.txt
+report 1 0

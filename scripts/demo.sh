@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and shows kiv-resolve finding its way out past real servers on loopback.
+# Installs what is missing, builds, and shows kiv-resolve at work with real servers on loopback.
 . "$(dirname "$0")/lib.sh"
-. scripts/e2e-lib.sh
-install_e2e_packages
+scripts/setup.sh build e2e
 ./scripts/build.sh
 cmake --build --preset windows-x64 --target winhttp_bridge
 e2e demo.py

@@ -2,7 +2,7 @@
 # Runs each fuzz target from its corpus, two at a time: ./scripts/fuzz.sh [SECONDS of each, 30 if not given] [TARGET...]
 # Inputs that lead somewhere new are kept in build/fuzz/; a finding is kept there too, printed, and fails the run.
 . "$(dirname "$0")/lib.sh"
-install_packages "${BUILD_PACKAGES[@]}" clang libclang-rt-14-dev
+scripts/setup.sh build fuzz
 seconds=${1:-30}
 shift || true
 build fuzz
@@ -22,7 +22,5 @@ fuzz_one() {
     "$(sed -nE 's/.* cov: ([0-9]+) .*/\1/p' "$folder/log" | tail -n 1) places reached"
 }
 export -f fuzz_one
-status=0
-printf '%s\n' "${targets[@]}" | xargs -P 2 -I{} bash -c 'fuzz_one "$@"' fuzz {} "$seconds" || status=1
-[ "$status" = 0 ] && echo "${#targets[@]} passed, 0 failed" || echo "0 passed, 1 failed"
-exit $status
+printf '%s\n' "${targets[@]}" | xargs -P 2 -I{} bash -c 'fuzz_one "$@"' fuzz {} "$seconds" || report 0 1
+report "${#targets[@]}" 0

@@ -1,26 +1,6 @@
-# Shared by the scripts: stands in the project's root, and installs Debian packages that are missing.
+# Shared by the scripts: stands in the project's root.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
-
-as_root() {
-  if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi
-}
-
-# install_packages NAME...: installs those that are not there yet.
-install_packages() {
-  local missing=() name
-  for name in "$@"; do
-    dpkg-query -W -f '${db:Status-Status}\n' "$name" 2>/dev/null | grep -qx installed || missing+=("$name")
-  done
-  [ ${#missing[@]} -gt 0 ] || return 0
-  echo "Installing ${missing[*]}"
-  as_root apt-get update -qq
-  as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
-}
-
-# The toolchain for Windows (one compiler for the DLLs, another for all else), and what the tools and tests are built from.
-BUILD_PACKAGES=(cmake ninja-build g++ g++-mingw-w64-x86-64-win32 g++-mingw-w64-x86-64-posix clang lld llvm python3
-  libcli11-dev nlohmann-json3-dev googletest)
 
 # build PRESET [ARGUMENT...]: configures and builds; says something only when it fails.
 build() {
@@ -41,16 +21,23 @@ in_wine() {
   (cd "$folder" && with_wine wine "$(basename "$program")" "$@")
 }
 
+# with_wine COMMAND...: runs it with that Windows, where KIV_RESULTS is a path on its drive Z.
 with_wine() {
-  env WINEPREFIX="$PWD_OF_PROJECT/build/wine" WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=;credui=n,b" "$@"
+  env WINEPREFIX="$PWD_OF_PROJECT/build/wine" WINEDEBUG=-all WINEDLLOVERRIDES="$DLL_OVERRIDES" \
+    ${KIV_RESULTS:+"KIV_RESULTS=Z:$KIV_RESULTS"} "$@"
 }
+DLL_OVERRIDES='mscoree,mshtml=;credui=n,b'
 PWD_OF_PROJECT=$PWD
+
+# Makes that Windows, if nothing has run in it yet.
+start_wine() {
+  [ -d build/wine ] || with_wine wineboot --init >/dev/null 2>&1
+}
 
 # with_prompt COMMAND...: runs it while the stand-in for the credential prompt is in the folder of that Windows where the
 # DLL looks for the system's.
 with_prompt() {
   local place=build/wine/drive_c/windows/system32/credui.dll status=0
-  [ -d build/wine ] || with_wine wineboot --init >/dev/null 2>&1
   # It is there already if a run was killed.
   [ -e "$place.own" ] || mv "$place" "$place.own"
   cp build/windows-x64/abi/system/credui.dll "$place"
@@ -72,4 +59,20 @@ stop_wine() {
 # The one version number, from where the build takes it.
 project_version() {
   sed -nE 's/^project\(kiv VERSION ([0-9.]+) .*/\1/p' CMakeLists.txt
+}
+
+# report PASSED FAILED: prints how many checks passed and failed, and writes it to the file that KIV_RESULTS names, for
+# run_tests.py. Fails if a check did, or if there were none.
+report() {
+  echo "$1 passed, $2 failed"
+  [ -z "${KIV_RESULTS:-}" ] || echo "{\"passed\": $1, \"failed\": $2}" >"$KIV_RESULTS"
+  [ "$1" != 0 ] && [ "$2" = 0 ]
+}
+
+# e2e PROGRAM [ARGUMENT...]: runs a program of tests/e2e/ on what was built, with Debian's own Python, which sees Debian's
+# packages, whatever else is called python3 here.
+e2e() {
+  local program=$1
+  shift
+  /usr/bin/python3 "tests/e2e/$program" --bin build/windows-x64/bin --bridge build/windows-x64/e2e --work build/e2e "$@"
 }

@@ -1,11 +1,15 @@
 #!/usr/bin/env bash
-# Checks layout (clang-format) and habits (clang-tidy) against the configuration at the root.
+# Checks layout (clang-format) and habits (clang-tidy) against the configuration at the root, and that other compilers
+# take the code (scripts/portability.sh).
 . "$(dirname "$0")/lib.sh"
-install_packages "${BUILD_PACKAGES[@]}" clang-format clang-tidy
+scripts/setup.sh build lint
 find bench examples include src tests tools -regex '.*\.\(h\|hpp\|c\|cpp\)' -print0 | xargs -0 clang-format --dry-run -Werror
 
 # clang-tidy reads the native build's commands: it knows that compiler, and the code is the same, but for the files that
-# only a DLL on Windows has.
+# only the DLL has.
 cmake --preset native-asan --log-level=WARNING >/dev/null
-find src -name '*.cpp' ! -name on_demand.cpp ! -name module.cpp ! -name foreign_exceptions.cpp -print0 | xargs -0 -P "$(nproc)" -n 4 clang-tidy --quiet -p build/native-asan 2>&1 |
+find src -name '*.cpp' ! -name delay_load.cpp ! -name terminate.cpp ! -name module.cpp ! -name foreign_exceptions.cpp -print0 | xargs -0 -P "$(nproc)" -n 4 clang-tidy --quiet -p build/native-asan 2>&1 |
   sed '/warnings generated\.$/d; /^Suppressed /d; /^Use -header-filter/d'
+
+scripts/portability.sh
+report 1 0

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Builds build/kiv-VERSION-windows-x64.zip: headers, kiv.dll, its import library, kiv-resolve, and documentation.
+# Builds build/kiv-VERSION-windows-x64.zip: headers, kiv.dll, its import libraries, kiv-resolve, and documentation.
 # The same files give the same archive.
 . "$(dirname "$0")/lib.sh"
-install_packages "${BUILD_PACKAGES[@]}" zip
+scripts/setup.sh build package
 build windows-x64 --target kiv kiv-resolve
 version=$(project_version)
 name=kiv-$version-windows-x64

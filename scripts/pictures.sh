@@ -1,9 +1,7 @@
 #!/usr/bin/env bash
 # Makes docs/images/terminal.svg and docs/images/report.png again, from a run of kiv-resolve.
 . "$(dirname "$0")/lib.sh"
-. scripts/e2e-lib.sh
-install_e2e_packages
-install_packages "${BROWSER_PACKAGES[@]}"
+scripts/setup.sh build e2e browser
 ./scripts/build.sh
 cmake --build --preset windows-x64 --target winhttp_bridge
 e2e console_test.py

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Packs, unpacks elsewhere, and builds and runs programs that have nothing but the package.
 . "$(dirname "$0")/lib.sh"
-install_packages "${BUILD_PACKAGES[@]}" wine wine64 pkgconf unzip clang lld
+scripts/setup.sh build package wine consumer
 trap stop_wine EXIT
 
 version=$(project_version)
@@ -48,9 +48,10 @@ exported_names() {
   grep -oE 'X\(Kiv[A-Za-z_0-9]+\)' tests/abi/exports.h | sed -E 's/X\((.*)\)/\1/' | LC_ALL=C sort
 }
 
+# (objdump of binutils 2.44 writes "[   0] +base[   1]  0000 NAME" where that of 2.40 writes "[   0] NAME".)
 names_its_exports() {
   diff <(exported_names) <(x86_64-w64-mingw32-objdump -p "$kiv/bin/kiv.dll" |
-    sed -nE 's/^\s+\[ *[0-9]+\] (Kiv.*)$/\1/p' | LC_ALL=C sort) &&
+    sed -nE 's/^\s+\[ *[0-9]+\] .*\b(Kiv\w+)$/\1/p' | LC_ALL=C sort) &&
     diff <(exported_names) <(sed -n 's/^    //p' "$kiv/lib/kiv.def")
 }
 
@@ -161,11 +162,11 @@ check 'A program of the kind of Visual C++ is built by pkg-config' link_by_lld v
 about=(in_wine "$work/c/consumer_c.exe" socks5://gate)
 resource=$'\nCompanyName kiv\nFileDescription '
 check 'The program in C runs, and sees the version of the DLL' same_lines \
-  "proxy socks5://gate"$'\n'"file $version product $version${resource}Finds a way out to a URL that works"$'\nOriginalFilename kiv.dll' \
+  "proxy socks5://gate"$'\n'"file $version product $version${resource}Finds out how to connect to a URL"$'\nOriginalFilename kiv.dll' \
   "${about[@]}" kiv.dll
 cp "$kiv/bin/kiv-resolve.exe" "$work/c"
 check 'It sees the version of kiv-resolve' same_lines \
-  "proxy socks5://gate"$'\n'"file $version product $version${resource}Finds the way out to a URL, and shows why"$'\nOriginalFilename kiv-resolve.exe' \
+  "proxy socks5://gate"$'\n'"file $version product $version${resource}Finds the proxy that works for a URL, and shows why"$'\nOriginalFilename kiv-resolve.exe' \
   "${about[@]}" kiv-resolve.exe
 outcome=$'http://living:8080 as pam\nthe client broke'
 check 'The program in C++17 runs' same_lines "$outcome" in_wine "$work/cpp/consumer_cpp.exe"
@@ -180,5 +181,4 @@ check 'A project for another system is told so' refuses 'library for 64-bit Wind
 check 'A project that wants another version is told so' refuses "kivConfig.cmake, version: $version" "${windows[@]}" \
   -DKIV_WANTED=2.0
 
-echo "$passed passed, $failed failed"
-[ "$failed" = 0 ]
+report "$passed" "$failed"

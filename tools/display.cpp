@@ -1,10 +1,9 @@
-// What people see on standard error while URLs are resolved: the log or a line per candidate, and the table at the end.
+// What standard error shows while URLs are resolved: the log or a line per candidate, and the table at the end.
 #include "display.h"
 
 #include <array>
 #include <string>
 
-#include "console.h"
 #include "table.h"
 #include "wording.h"
 
@@ -15,7 +14,7 @@ namespace {
 constexpr std::array<const wchar_t*, 4> kColours = {L"\x1b[31m", L"\x1b[33m", L"\x1b[32m", L"\x1b[90m"};
 constexpr const wchar_t* kPlain = L"\x1b[0m";
 
-// Response headers come as lines: each goes on its own, indented under the record.
+// A record of response headers has several lines: all but the first are indented.
 std::wstring indented(const std::wstring& message) {
   std::wstring text;
   for (const wchar_t c : message) {
@@ -25,25 +24,29 @@ std::wstring indented(const std::wstring& message) {
   return text;
 }
 
-std::wstring turnText(std::size_t number, const Candidate& candidate) {
+std::wstring testText(std::size_t number, const Candidate& candidate) {
   return L"Testing No. " + std::to_wstring(number) + L": " + candidate.text;
 }
 
 }  // namespace
 
 Display::Display(Detail detail)
-    : detail_(detail), coloured_(detail != Detail::Nothing && showsColours(Stream::Error)), live_(coloured_) {}
+    : detail_(detail),
+      console_(detail == Detail::Nothing ? std::nullopt : std::make_optional<StyledConsole>()),
+      coloured_(console_ && console_->showsColours()),
+      hasLiveLine_(console_ && console_->understandsMoves()),
+      live_(hasLiveLine_) {}
 
 void Display::discoveryBegins(const Resolution& resolution) {
-  if (detail_ == Detail::Brief) print(Stream::Error, L"Finding a way out to " + resolution.url + L"\n");
-  live_.begin(L"Asking the system's settings");
+  if (detail_ == Detail::Brief) print(Stream::Error, L"Finding a route to " + resolution.url + L"\n");
+  live_.begin(L"Finding candidates (settings, WPAD, PAC script)");
 }
 
 void Display::testBegins(std::size_t number, const Candidate& candidate) {
-  // On a console the live line says so, with the time.
+  // On a console the live line shows it, with the time.
   const bool retried = !candidate.requests.empty();
-  if (detail_ == Detail::Brief && !coloured_ && !retried) print(Stream::Error, turnText(number, candidate) + L"\n");
-  live_.begin(turnText(number, candidate));
+  if (detail_ == Detail::Brief && !hasLiveLine_ && !retried) print(Stream::Error, testText(number, candidate) + L"\n");
+  live_.begin(testText(number, candidate));
 }
 
 void Display::record(const Record& record) {
@@ -59,7 +62,7 @@ void Display::finished(const Resolution& resolution) {
   live_.end();
   if (detail_ == Detail::Nothing) return;
   const std::wstring summary = summaryText(resolution, coloured_);
-  // The table stands apart from the log above it.
+  // A blank line separates the table from the log above it.
   print(Stream::Error, detail_ == Detail::Log ? L"\n" + summary : summary);
 }
 

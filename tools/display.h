@@ -1,15 +1,14 @@
-// What people see on standard error while URLs are resolved: the log or a line per candidate, and the table at the end.
+// What standard error shows while URLs are resolved: the log or a line per candidate, and the table at the end.
 #pragma once
 
-#include <cstdint>
+#include <optional>
 
+#include "choices.h"
+#include "console.h"
 #include "live_line.h"
 #include "resolution.h"
 
 namespace kiv::tool {
-
-// Nothing, a line per candidate and the table, or the log and the table.
-enum class Detail : std::uint8_t { Nothing, Brief, Log };
 
 class Display {
  public:
@@ -23,7 +22,9 @@ class Display {
 
  private:
   Detail detail_;
+  std::optional<StyledConsole> console_;  // nothing if nothing is shown
   bool coloured_;
+  bool hasLiveLine_;
   LiveLine live_;
 };
 

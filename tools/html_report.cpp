@@ -1,4 +1,4 @@
-// A report on resolutions as one HTML page that needs nothing else: no network, no script.
+// A report on resolutions: one self-contained HTML page, without scripts.
 #include "html_report.h"
 
 #include <algorithm>
@@ -7,13 +7,13 @@
 #include "console.h"
 #include "markup.h"
 #include "report_style.h"
-#include "road_picture.h"
+#include "route_picture.h"
 #include "wording.h"
 
 namespace kiv::tool {
 namespace {
 
-// Even if something slipped through the escaping, a browser would neither run nor fetch it.
+// If text escaped the escaping, a browser would neither run nor load it.
 constexpr const wchar_t* kPolicy =
     L"default-src 'none'; style-src 'unsafe-inline'; base-uri 'none'; form-action 'none'";
 
@@ -24,11 +24,11 @@ struct OutcomeWords {
 
 // In the order of the kinds.
 constexpr std::array<OutcomeWords, 5> kOutcomes = {{
-    {L"good", L"Way out found"},
-    {L"good", L"Way out found"},
-    {L"bad", L"No way out"},
+    {L"good", L"Route found"},
+    {L"good", L"Route found"},
+    {L"bad", L"No route found"},
     {L"off", L"Not tested"},
-    {L"bad", L"Not carried out"},
+    {L"bad", L"Not completed"},
 }};
 
 constexpr std::array<const wchar_t*, 4> kLevelTexts = {L"Errors", L"Warnings", L"Info", L"Debug"};
@@ -52,21 +52,21 @@ std::size_t testedCount(const Resolution& resolution) {
       resolution.candidates, [](const Candidate& candidate) { return !candidate.requests.empty(); }));
 }
 
-// How it came to the outcome, in a sentence.
-std::wstring storyOf(const Resolution& resolution) {
+// The reason for the outcome, in a sentence.
+std::wstring reasonOf(const Resolution& resolution) {
   const std::wstring remarked = remark(resolution);
   if (resolution.candidates.empty()) return remarked;
   const std::wstring count = counted(resolution.candidates.size(), L"candidate");
-  std::wstring story;
+  std::wstring reason;
   if (const auto winner = resolution.winner()) {
-    story = L"Candidate No. " + std::to_wstring(*winner) + L" works. " + count + L", " +
-            std::to_wstring(testedCount(resolution)) + L" tested.";
+    reason = L"Candidate No. " + std::to_wstring(*winner) + L" works. " + count + L", " +
+             std::to_wstring(testedCount(resolution)) + L" tested.";
   } else if (resolution.outcome.kind == OutcomeKind::NotTested) {
-    story = count + L", none tested, as asked.";
+    reason = count + L", none tested, as requested.";
   } else {
-    story = counted(testedCount(resolution), L"candidate") + L" tested, and none works.";
+    reason = counted(testedCount(resolution), L"candidate") + L" tested, none works.";
   }
-  return remarked.empty() ? story : story + L" " + remarked;
+  return remarked.empty() ? reason : reason + L" " + remarked;
 }
 
 Markup outcomeSection(const Resolution& resolution) {
@@ -76,11 +76,11 @@ Markup outcomeSection(const Resolution& resolution) {
   return classed(
       "section", std::wstring(L"outcome ") + words.kind,
       classed("p", L"badge", words.badge) + answer + classed("h1", L"target", L"to " + resolution.url) +
-          classed("p", L"story", storyOf(resolution)) +
+          classed("p", L"reason", reasonOf(resolution)) +
           classed("p", L"when", timeText(resolution.began) + L", took " + durationText(resolution.duration)));
 }
 
-// The time that all tests took, which bars are drawn against.
+// The time of all tests: the scale of the bars.
 struct Span {
   milliseconds begin{};
   milliseconds length{1};
@@ -104,12 +104,12 @@ const wchar_t* kindOf(const Request& request) {
 }
 
 std::wstring requestText(const Request& request) {
-  return answerText(request) + L", " + durationText(request.duration);
+  return responseWithErrorText(request) + L", " + durationText(request.duration);
 }
 
 Markup barOf(const Candidate& candidate, const Span& span) {
   constexpr long long kWidth = 1000;
-  constexpr long long kLeast = 8;  // what took no time at all is still there to be seen
+  constexpr long long kLeast = 8;  // so that a request without duration can be seen
   Markup parts;
   for (const Request& request : candidate.requests) {
     const long long width = std::max<long long>(kLeast, kWidth * request.duration / span.length);
@@ -123,7 +123,7 @@ Markup barOf(const Candidate& candidate, const Span& span) {
 }
 
 Markup requestOf(const Request& request) {
-  Markup line = classed("span", std::wstring(L"status ") + kindOf(request), answerText(request)) +
+  Markup line = classed("span", std::wstring(L"status ") + kindOf(request), responseWithErrorText(request)) +
                 classed("span", L"time", durationText(request.duration));
   if (request.status < 0 && !request.failure.empty()) line += classed("span", L"failure", request.failure);
   return element("li", line);
@@ -161,7 +161,7 @@ Markup candidatesSection(const Resolution& resolution) {
           ? Markup()
           : classed("p", L"scale",
                     element("span", L"first test") + element("span", durationText(span.length) + L" later"));
-  return section(L"candidates", L"Candidates, in their order", scale + classed("ol", L"rows", rows));
+  return section(L"candidates", L"Candidates in test order", scale + classed("ol", L"rows", rows));
 }
 
 Markup fact(const wchar_t* name, const std::wstring& value) {
@@ -172,17 +172,17 @@ Markup fact(const wchar_t* name, const std::wstring& value) {
 Markup settingsSection(const Resolution& resolution) {
   const UserSettings& user = resolution.settings;
   const std::wstring source = resolution.bypass.given ? L" (from --bypass)" : L"";
-  return section(
-      L"settings", user.found ? L"The user's settings" : L"The user's settings (none are stored)",
-      element("dl", fact(L"Automatic detection", user.automaticDetection ? L"on" : L"off") +
-                        fact(L"Script", user.scriptUrl) + fact(L"Manual list", user.manualList) +
-                        fact(L"Bypass list", user.bypassList) +
-                        fact(L"Bypass list in force", resolution.bypass.list + source) +
-                        fact(L"Asking them took", durationText(resolution.discoveryDuration) +
-                                                      (resolution.discoveryFailed ? L", and failed" : L""))));
+  return section(L"settings",
+                 user.found ? L"The user's proxy settings" : L"The user's proxy settings (none are stored)",
+                 element("dl", fact(L"Automatic detection (WPAD)", user.automaticDetection ? L"on" : L"off") +
+                                   fact(L"PAC script", user.scriptUrl) + fact(L"Manual proxy list", user.manualList) +
+                                   fact(L"Bypass list", user.bypassList) +
+                                   fact(L"Bypass list used", resolution.bypass.list + source) +
+                                   fact(L"Discovery", (resolution.discoveryFailed ? L"failed after " : L"took ") +
+                                                          durationText(resolution.discoveryDuration))));
 }
 
-Markup filterOf(const std::wstring& group, Level level) {
+Markup filterOf(const std::wstring& group, LogLevel level) {
   const std::wstring name = toWide(idOf(level));
   const std::wstring id = group + name;
   return emptyElement("input", {{"type", L"checkbox"}, {"id", id}, {"class", L"filter " + name}, {"checked", L""}}) +
@@ -198,10 +198,11 @@ Markup recordOf(const Record& record) {
                      classed("span", L"message", record.message));
 }
 
-// The check boxes stand beside the list, so that the style alone can hide what is not wanted.
+// The check boxes are siblings of the list, so that the style alone can hide records.
 Markup logSection(const Resolution& resolution, const std::wstring& group) {
   Markup content;
-  for (const Level level : {Level::Error, Level::Warn, Level::Info, Level::Debug}) content += filterOf(group, level);
+  for (const LogLevel level : {LogLevel::Error, LogLevel::Warn, LogLevel::Info, LogLevel::Debug})
+    content += filterOf(group, level);
   Markup records;
   for (const Record& record : resolution.log) records += recordOf(record);
   return section(L"log", L"Log", content + classed("ol", L"records", records));
@@ -212,7 +213,7 @@ std::wstring idOfArticle(std::size_t number) { return L"url-" + std::to_wstring(
 Markup article(std::size_t number, const Resolution& resolution) {
   const std::wstring id = idOfArticle(number);
   return element("article", {{"id", id}},
-                 outcomeSection(resolution) + section(L"taken", L"The road taken", roadPicture(resolution)) +
+                 outcomeSection(resolution) + section(L"taken", L"Route", routePicture(resolution)) +
                      candidatesSection(resolution) + settingsSection(resolution) + logSection(resolution, id + L"-"));
 }
 

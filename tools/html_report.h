@@ -1,4 +1,4 @@
-// A report on resolutions as one HTML page that needs nothing else: no network, no script.
+// A report on resolutions: one self-contained HTML page, without scripts.
 #pragma once
 
 #include <string>

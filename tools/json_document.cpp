@@ -1,4 +1,4 @@
-// Resolutions for programs: one JSON document, whose form docs/kiv-resolve.schema.json describes, and a trace line.
+// Resolutions for programs: a JSON document, which docs/kiv-resolve.schema.json describes, and trace lines.
 #include "json_document.h"
 
 #include <array>
@@ -15,7 +15,7 @@ using Json = nlohmann::ordered_json;
 
 constexpr std::array<std::string_view, 3> kTaskIds = {"resolve", "settings", "candidates"};
 
-// What is not there, as null rather than as an empty text.
+// An empty text as null.
 Json textOrNull(std::wstring_view text) { return text.empty() ? Json(nullptr) : Json(toUtf8(text)); }
 
 Json settingsOf(const UserSettings& settings) {
@@ -47,7 +47,7 @@ Json candidateOf(std::size_t number, const Candidate& candidate) {
           {"candidate", toUtf8(candidate.text)},
           {"origin", idOf(candidate.origin)},
           {"verdict", idOf(candidate.verdict())},
-          {"explanation", toUtf8(verdictText(candidate))},
+          {"explanation", toUtf8(explanationText(candidate))},
           {"milliseconds", candidate.duration().count()},
           {"requests", requests}};
 }

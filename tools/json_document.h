@@ -1,17 +1,17 @@
-// Resolutions for programs: one JSON document, whose form docs/kiv-resolve.schema.json describes, and a trace line.
+// Resolutions for programs: a JSON document, which docs/kiv-resolve.schema.json describes, and trace lines.
 #pragma once
 
 #include <string>
 #include <vector>
 
-#include "options.h"
+#include "choices.h"
 #include "resolution.h"
 
 namespace kiv::tool {
 
 std::string jsonDocument(Task task, const std::vector<Resolution>& resolutions);
 
-// A log record as one line: when, how grave, for which URL, what.
+// A log record as one line: its time, level, URL and message.
 std::string traceLine(const Resolution& resolution, const Record& record);
 
 }  // namespace kiv::tool

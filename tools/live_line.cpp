@@ -1,4 +1,4 @@
-// A line at the bottom of a console that shows what is under way and for how long.
+// A line at the bottom of a console that shows what is being done and for how long.
 #include "live_line.h"
 
 #include <condition_variable>
@@ -47,9 +47,9 @@ void LiveLine::resume() {
 void LiveLine::draw(std::size_t frame) const {
   const std::wstring time = elapsedText(std::chrono::steady_clock::now() - began_);
   std::wstring line = std::wstring(1, kFrames[frame % kFrames.size()]) + L" " + text_;
-  // A line that wraps could not be taken away.
-  const std::size_t room = std::max<std::size_t>(consoleWidth(Stream::Error), 24) - time.size() - 4;
-  if (line.size() > room) line = line.substr(0, room - 3) + L"...";
+  // A line that wraps could not be cleared.
+  const std::size_t limit = std::max<std::size_t>(consoleWidth(Stream::Error), 24) - time.size() - 4;
+  if (line.size() > limit) line = line.substr(0, limit - 3) + L"...";
   print(Stream::Error, L"\r" + line + L"  " + time + L"\x1b[K");
 }
 

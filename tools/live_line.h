@@ -1,4 +1,4 @@
-// A line at the bottom of a console that shows what is under way and for how long.
+// A line at the bottom of a console that shows what is being done and for how long.
 #pragma once
 
 #include <chrono>
@@ -18,7 +18,7 @@ class LiveLine {
   void begin(std::wstring text);
   void end();
 
-  // Takes the line away while something else is printed.
+  // Clears the line while something else is printed.
   void pause();
   void resume();
 
@@ -27,7 +27,7 @@ class LiveLine {
   void run(const std::stop_token& stop) const;
 
   bool enabled_;
-  std::wstring text_;  // empty while nothing is under way
+  std::wstring text_;  // empty while nothing is being done
   std::chrono::steady_clock::time_point began_;
   std::jthread ticker_;
 };

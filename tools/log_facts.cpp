@@ -1,4 +1,4 @@
-// What the library's log lines say, for those facts that no callback tells.
+// Facts that only the library's log lines contain, because no callback reports them.
 #include "log_facts.h"
 
 #include <string>
@@ -9,11 +9,11 @@ namespace {
 constexpr std::wstring_view kDiscoveryFailed = L"lorvResolveProxy() returned error status.";
 constexpr std::wstring_view kBypassList = L"Proxy bypass list: ";
 constexpr std::wstring_view kBypassed = L" is matched to the bypass list (";
-constexpr std::wstring_view kTurn = L"No. ";
+constexpr std::wstring_view kAttempt = L"No. ";
 constexpr std::wstring_view kInvalid = L": Invalid proxy";
 constexpr std::wstring_view kErrorCode = L" failed. ErrorCode = ";
 
-// The number at the front of a text, which is taken off; nothing if there is none of a sane length.
+// Removes and returns the number at the beginning of a text; nothing if there is none, or one of too many digits.
 std::optional<unsigned> takeNumber(std::wstring_view& text) {
   constexpr std::size_t kMostDigits = 9;
   const std::size_t digits = std::min(text.find_first_not_of(L"0123456789"), text.size());
@@ -24,17 +24,17 @@ std::optional<unsigned> takeNumber(std::wstring_view& text) {
   return number;
 }
 
-Fact turnOf(std::wstring_view message) {
-  message.remove_prefix(kTurn.size());
+Fact attemptOf(std::wstring_view message) {
+  message.remove_prefix(kAttempt.size());
   const std::optional<unsigned> number = takeNumber(message);
   if (!number || !message.starts_with(L": ")) return {};
-  return {message == kInvalid ? FactKind::InvalidCandidate : FactKind::Turn, *number};
+  return {message == kInvalid ? FactKind::InvalidCandidate : FactKind::Attempt, *number};
 }
 
 }  // namespace
 
 Fact factOf(std::wstring_view message, std::wstring_view url) {
-  if (message.starts_with(kTurn)) return turnOf(message);
+  if (message.starts_with(kAttempt)) return attemptOf(message);
   if (message == kDiscoveryFailed) return {FactKind::DiscoveryFailed};
   if (message.starts_with(kBypassList)) return {FactKind::BypassList, 0, message.substr(kBypassList.size())};
   if (message.starts_with(url) && message.substr(url.size()).starts_with(kBypassed)) return {FactKind::Bypassed};

@@ -1,4 +1,4 @@
-// What the library's log lines say, for those facts that no callback tells.
+// Facts that only the library's log lines contain, because no callback reports them.
 #pragma once
 
 #include <cstddef>
@@ -11,10 +11,10 @@ namespace kiv::tool {
 enum class FactKind : std::uint8_t {
   Other,
   DiscoveryFailed,
-  BypassList,        // text: the list in force
-  Bypassed,          // the list names the target
-  Turn,              // number: the candidate that the line is about
-  InvalidCandidate,  // number: the candidate that cannot be tried
+  BypassList,        // text: the list that is used
+  Bypassed,          // the list matches the target
+  Attempt,           // number: the candidate that is being tested
+  InvalidCandidate,  // number: the candidate that cannot be tested
 };
 
 struct Fact {
@@ -26,7 +26,7 @@ struct Fact {
 // `url` is the resolution's target. Views into `message`.
 Fact factOf(std::wstring_view message, std::wstring_view url);
 
-// The system's error code at the end of a line about a call that failed.
+// The Windows error code at the end of a line about a failed call.
 std::optional<unsigned> errorCodeOf(std::wstring_view message);
 
 }  // namespace kiv::tool

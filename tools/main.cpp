@@ -1,18 +1,18 @@
-// kiv-resolve: finds how the current user gets out to a URL, with kiv.dll, and shows why.
-#include <windows.h>
-
+// kiv-resolve: diagnoses how the current user reaches a URL, with kiv.dll.
 #include <algorithm>
+#include <exception>
 #include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
 #include "console.h"
-#include "host.h"
 #include "html_report.h"
 #include "json_document.h"
 #include "options.h"
+#include "resolution_run.h"
 #include "table.h"
+#include "wording.h"
 
 namespace {
 
@@ -20,11 +20,12 @@ using namespace kiv::tool;
 
 constexpr int kFound = 0;
 constexpr int kNoneFound = 2;
+constexpr int kOutOfResources = 71;
 constexpr int kFileNotWritten = 74;
 
 void complain(const std::wstring& problem) { print(Stream::Error, L"kiv-resolve: " + problem + L"\n"); }
 
-// With several URLs each line of the answer says which one it is about.
+// With several URLs each line of the output begins with its URL.
 std::wstring underUrl(const Resolution& resolution, const std::wstring& lines) {
   std::wstring text;
   for (std::size_t at = 0; at < lines.size();) {
@@ -35,7 +36,7 @@ std::wstring underUrl(const Resolution& resolution, const std::wstring& lines) {
   return text;
 }
 
-std::wstring answerOf(const Options& options, const Resolution& resolution) {
+std::wstring outputOf(const Options& options, const Resolution& resolution) {
   if (options.task == Task::ShowSettings) return settingsText(resolution);
   const std::wstring lines =
       options.task == Task::ListCandidates ? candidatesText(resolution) : resolution.outcome.text + L"\n";
@@ -46,7 +47,7 @@ int exitCodeOf(const Outcome& outcome) {
   return outcome.kind == OutcomeKind::None || outcome.kind == OutcomeKind::NotCarriedOut ? kNoneFound : kFound;
 }
 
-// Files are created before anything is asked: whoever wants a report shall not learn at the end that there is none.
+// Creates the files before the first resolution, so that a wrong file name is reported immediately.
 class Files {
  public:
   explicit Files(const Options& options) {
@@ -57,7 +58,7 @@ class Files {
   OutputFile* trace() { return trace_ ? &*trace_ : nullptr; }
   OutputFile* report() { return report_ ? &*report_ : nullptr; }
 
-  // Whether all is well; complains if not.
+  // Whether all files could be written; complains if not.
   bool check() {
     bool good = true;
     for (const OutputFile* file : {trace(), report()}) {
@@ -80,11 +81,11 @@ int run(const Options& options) {
   std::vector<Resolution> resolutions;
   int worst = kFound;
   for (const Target& target : options.targets) {
-    resolutions.push_back(Host(options, target, display, files.trace()).resolve());
+    resolutions.push_back(ResolutionRun(options, target, display, files.trace()).resolve());
     const Resolution& resolution = resolutions.back();
     worst = std::max(worst, exitCodeOf(resolution.outcome));
-    if (resolution.outcome.kind == OutcomeKind::NotCarriedOut) complain(L"the resolution could not be carried out");
-    if (!options.json) print(Stream::Output, answerOf(options, resolution));
+    if (resolution.outcome.kind == OutcomeKind::NotCarriedOut) complain(kNotCompleted);
+    if (!options.json) print(Stream::Output, outputOf(options, resolution));
   }
   if (options.json) print(Stream::Output, toWide(jsonDocument(options.task, resolutions)));
   if (files.report()) files.report()->write(htmlReport(resolutions));
@@ -93,13 +94,14 @@ int run(const Options& options) {
 
 }  // namespace
 
-int wmain(int count, wchar_t** arguments) {
-  std::vector<std::string> texts;
-  for (int i = 1; i < count; ++i) texts.push_back(toUtf8(arguments[i]));
-  const auto parsed = parseCommandLine(std::move(texts));
+int wmain(int count, wchar_t** arguments) try {
+  const auto parsed = parseCommandLine({arguments + std::min(count, 1), arguments + count});
   if (const auto* const exit = std::get_if<Exit>(&parsed)) {
     print(exit->code == 0 ? Stream::Output : Stream::Error, toWide(exit->text));
     return exit->code;
   }
   return run(std::get<Options>(parsed));
+} catch (const std::exception& failure) {
+  complain(L"cannot continue: " + toWide(failure.what()));
+  return kOutOfResources;
 }

@@ -1,4 +1,4 @@
-// HTML that cannot be injected into: text becomes markup only by being escaped.
+// HTML without injection: text becomes markup only by being escaped.
 #include "markup.h"
 
 #include "console.h"
@@ -36,7 +36,7 @@ std::string escaped(std::wstring_view text) {
 
 Markup::Markup(std::wstring_view text) : html_(escaped(text)) {}
 
-// The only maker of what is not text.
+// The only creator of markup that is not escaped text.
 class Element {
  public:
   Element(std::string_view name, Attributes attributes) : name_(name) {

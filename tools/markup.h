@@ -1,4 +1,4 @@
-// HTML that cannot be injected into: text becomes markup only by being escaped.
+// HTML without injection: text becomes markup only by being escaped.
 #pragma once
 
 #include <initializer_list>

@@ -1,29 +1,31 @@
 // The command line of kiv-resolve.
 #include "options.h"
 
-#include <windows.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 
+#include "arguments.h"
 #include "console.h"
 
 namespace kiv::tool {
 namespace {
 
-// In place of a URL: they stand in standard input.
-constexpr std::string_view kFromInput = "-";
+// Instead of a URL: the URLs are in standard input.
+constexpr std::wstring_view kFromInput = L"-";
+
+// A value of the command line. It stays where it is: it can hold a password.
+using Value = std::optional<std::wstring_view>;
 
 // The options as written.
 struct Written {
-  std::string url;
-  std::string userAgent = "kiv-resolve/" KIV_VERSION;
-  std::string bypass;
-  std::string preferred;
-  std::string fallback;
-  std::string proxyCred;
-  std::string serverCred;
-  std::string method = "head";
+  Value url;
+  Value userAgent;
+  Value bypass;
+  Value preferred;
+  Value fallback;
+  Value proxyCred;
+  Value serverCred;
+  Value method;
   bool ignoreCertErrors = false;
   bool prompt = false;
   bool quiet = false;
@@ -31,99 +33,156 @@ struct Written {
   bool json = false;
   bool showSettings = false;
   bool candidatesOnly = false;
-  std::string trace;
-  std::string report;
-
-  ~Written() {
-    for (std::string* text : {&url, &preferred, &fallback, &proxyCred, &serverCred}) {
-      SecureZeroMemory(text->data(), text->size());
-    }
-  }
+  Value trace;
+  Value report;
 };
 
-UniqueProxyConfig parseProxy(const std::string& text) {
-  return UniqueProxyConfig(KivProxyConfig_Parse(toWide(text).c_str(), nullptr));
+ProxyConfig readCandidate(Value text) {
+  if (!text || text->empty()) return {};
+  return *text == L"direct" ? ProxyConfig::direct() : ProxyConfig::parse(*text);
 }
 
-UniqueProxyConfig readCandidate(const std::string& text) {
-  if (text.empty()) return nullptr;
-  if (text == "direct") return UniqueProxyConfig(KivProxyConfig_Direct());
-  return parseProxy(text);
-}
+// What is wrong with a value; empty if nothing is. Must not quote the value, which can hold a password.
+using Check = std::string (*)(std::wstring_view);
 
-// What the validators say must not quote their text, which can hold a password.
+std::string mustBeUrl(std::wstring_view text) { return text == kFromInput ? std::string() : problemOfUrl(text); }
 
-std::string mustBeUrl(const std::string& text) { return text == kFromInput ? std::string() : problemOfUrl(text); }
-
-std::string mustBeCandidate(const std::string& text) {
-  if (!KivProxyConfig_IsNone(readCandidate(text).get())) return {};
+std::string mustBeCandidate(std::wstring_view text) {
+  if (!readCandidate(text).is_none()) return {};
   return "must be direct or [scheme://][user:password@]host[:port], with scheme http, https, socks4 or socks5";
 }
 
-std::string mustBeUserAndPassword(const std::string& text) {
-  return text.find(':') == std::string::npos ? "must be USER:PASS" : std::string();
+std::string mustBeUserAndPassword(std::wstring_view text) {
+  return text.find(L':') == std::wstring_view::npos ? "must be USER:PASS" : std::string();
 }
 
-std::string mustNameAFile(const std::string& text) { return text.empty() ? "must name a file" : std::string(); }
-
-void declareRequests(CLI::App& app, Written& written) {
-  app.add_option("URL", written.url, "The http or https URL to reach; - reads standard input")
-      ->required()
-      ->check(mustBeUrl)
-      ->type_name("");
-  app.add_option("--user-agent", written.userAgent, "Agent name of the requests")->type_name("TEXT");
-  app.add_option("--bypass", written.bypass, "Bypass list in place of the system's; empty: none")->type_name("LIST");
-  app.add_option("--prefer", written.preferred, "Candidate to try first: a proxy, or direct")
-      ->type_name("PROXY")
-      ->check(mustBeCandidate);
-  app.add_option("--fallback", written.fallback, "Candidate to try last: a proxy, or direct")
-      ->type_name("PROXY")
-      ->check(mustBeCandidate);
-  app.add_option("--proxy-cred", written.proxyCred, "For a proxy that asks for them (407)")
-      ->type_name("USER:PASS")
-      ->check(mustBeUserAndPassword);
-  app.add_option("--server-cred", written.serverCred, "For a server that asks for them (401)")
-      ->type_name("USER:PASS")
-      ->check(mustBeUserAndPassword);
-  app.add_option("--method", written.method, "Test request (head if not given)")
-      ->type_name("head|get")
-      ->check(CLI::IsMember({"head", "get"}).description(""));
-  app.add_flag("--ignore-cert-errors", written.ignoreCertErrors, "Accept any certificate of the server");
-  app.add_flag("--prompt", written.prompt, "Ask for credentials not given, in a dialog");
+std::string mustBeMethod(std::wstring_view text) {
+  return text == L"head" || text == L"get" ? std::string() : "must be head or get";
 }
 
-void declareAnswers(CLI::App& app, Written& written) {
-  app.add_flag("--show-settings", written.showSettings, "Print what the settings say; test nothing");
-  app.add_flag("--candidates-only", written.candidatesOnly, "Print the candidates in order; test nothing");
-  app.add_flag("--brief", written.brief, "No log: a line per candidate, and the table");
-  app.add_flag("--quiet", written.quiet, "Print the outcome alone");
-  app.add_flag("--json", written.json, "Print one JSON document instead of all else");
-  app.add_option("--trace", written.trace, "Write the log's records as JSON lines")
-      ->type_name("FILE")
-      ->check(mustNameAFile);
-  app.add_option("--report", written.report, "Write a report to be read in a browser")
-      ->type_name("FILE")
-      ->check(mustNameAFile);
+std::string mustNameAFile(std::wstring_view text) { return text.empty() ? "must name a file" : std::string(); }
+
+std::string anything(std::wstring_view /*text*/) { return {}; }
+
+// An option with a value, or the URL.
+struct ValueOption {
+  std::string_view name;
+  Value Written::*value;
+  const char* type;
+  Check check;
+  const char* help;
+};
+
+struct Flag {
+  const char* name;
+  bool Written::*value;
+  const char* help;
+};
+
+// --help has them in this order: those of the requests, then those of the output.
+constexpr ValueOption kRequestOptions[] = {
+    {"URL", &Written::url, "", mustBeUrl, "The http or https URL to reach; - reads URLs from standard input"},
+    {"--user-agent", &Written::userAgent, "TEXT", anything, "User-Agent of the requests"},
+    {"--bypass", &Written::bypass, "LIST", anything, "Replace the user's bypass list; empty: no list"},
+    {"--prefer", &Written::preferred, "PROXY", mustBeCandidate, "Test this candidate first: a proxy, or direct"},
+    {"--fallback", &Written::fallback, "PROXY", mustBeCandidate, "Test this candidate last: a proxy, or direct"},
+    {"--proxy-cred", &Written::proxyCred, "USER:PASS", mustBeUserAndPassword, "Credentials if a proxy asks (407)"},
+    {"--server-cred", &Written::serverCred, "USER:PASS", mustBeUserAndPassword, "Credentials if the server asks (401)"},
+    {"--method", &Written::method, "head|get", mustBeMethod, "Test with HEAD or GET requests (default: head)"},
+};
+constexpr Flag kRequestFlags[] = {
+    {"--ignore-cert-errors", &Written::ignoreCertErrors, "Accept any certificate of the server"},
+    {"--prompt", &Written::prompt, "Ask for missing credentials in a dialog"},
+};
+constexpr Flag kOutputFlags[] = {
+    {"--show-settings", &Written::showSettings, "Print the proxy settings and candidates; test nothing"},
+    {"--candidates-only", &Written::candidatesOnly, "Print the candidates in order; test nothing"},
+    {"--brief", &Written::brief, "Show a line per candidate instead of the log"},
+    {"--quiet", &Written::quiet, "Print the outcome and nothing else"},
+    {"--json", &Written::json, "Print one JSON document and nothing else"},
+};
+constexpr ValueOption kOutputOptions[] = {
+    {"--trace", &Written::trace, "FILE", mustNameAFile, "Write the log to a file, as JSON lines"},
+    {"--report", &Written::report, "FILE", mustNameAFile, "Write an HTML report to a file"},
+};
+
+bool takesValue(std::string_view option) {
+  const auto has = [&](const auto& options) {
+    return std::ranges::find(options, option, &ValueOption::name) != std::ranges::end(options);
+  };
+  return has(kRequestOptions) || has(kOutputOptions);
 }
 
-void declare(CLI::App& app, Written& written) {
-  app.allow_windows_style_options(false);
-  app.get_formatter()->column_width(26);
-  declareRequests(app, written);
-  declareAnswers(app, written);
-  app.set_version_flag("--version", "kiv-resolve " KIV_VERSION, "Print the version and exit");
-  app.footer(
-      "Standard output: the outcome, a proxy, DIRECT or NONE (behind its URL with -).\n"
-      "Standard error: the log, and a table of the candidates.\n"
-      "Exit codes: 0 a way out was found, 2 none was (for one URL at least),\n"
-      "            64 bad usage, 74 a file could not be written.");
-}
+// The declarations for CLI11, and what CLI11 has found.
+class CommandLine {
+ public:
+  explicit CommandLine(const Arguments& arguments) : arguments_(arguments) {
+    app_.allow_windows_style_options(false);
+    app_.get_formatter()->column_width(26);
+    for (const ValueOption& option : kRequestOptions) declare(option);
+    for (const Flag& flag : kRequestFlags) declare(flag);
+    for (const Flag& flag : kOutputFlags) declare(flag);
+    for (const ValueOption& option : kOutputOptions) declare(option);
+    app_.get_option("URL")->required();
+    app_.set_version_flag("--version", "kiv-resolve " KIV_VERSION, "Print the version and exit");
+    app_.footer(
+        "The candidates come from --prefer, the user's proxy settings (automatic detection\n"
+        "with WPAD, PAC script, manual proxy list) and --fallback.\n"
+        "Standard output: the outcome: a proxy, DIRECT or NONE (with -, after the URL).\n"
+        "Standard error: the log and a table of the candidates, without colours if the\n"
+        "environment variable NO_COLOR is not empty.\n"
+        "Passwords on the command line can be read by other programs of this user while\n"
+        "kiv-resolve runs, and are not erased from its memory. --prompt avoids both.\n"
+        "Exit codes: 0 a route was found, 2 none was found (for at least one URL),\n"
+        "            64 wrong usage, 71 out of resources, 74 a file could not be written.");
+  }
 
-// Said here rather than to CLI11, whose help would tell it on lines of its own.
-void refuseContradictions(const Written& written) {
-  if (written.showSettings && written.candidatesOnly) throw CLI::ExcludesError("--show-settings", "--candidates-only");
-  if (written.brief && written.quiet) throw CLI::ExcludesError("--brief", "--quiet");
-}
+  // Throws what CLI11 throws.
+  const Written& parse() {
+    std::vector<std::string> forParser = arguments_.forParser();
+    std::ranges::reverse(forParser);  // as CLI11 takes them
+    app_.parse(std::move(forParser));
+    refuseContradictions();
+    return written_;
+  }
+
+  std::string help() const { return app_.help(); }
+
+  // CLI11 would quote the placeholders of values. An unknown option may have its value in the same argument.
+  std::string unexpected() const {
+    for (const std::string& argument : app_.remaining()) {
+      if (argument.starts_with("-")) return "unknown option " + argument.substr(0, argument.find_first_of("=:"));
+    }
+    return "more than one URL";
+  }
+
+ private:
+  void declare(const ValueOption& option) {
+    const auto store = [this, &option](const std::string& placeholder) {
+      written_.*option.value = arguments_.valueOf(placeholder);
+    };
+    const auto check = [this, &option](const std::string& placeholder) {
+      return option.check(arguments_.valueOf(placeholder));
+    };
+    app_.add_option_function<std::string>(std::string(option.name), store, option.help)
+        ->type_name(option.type)
+        ->check(check);
+  }
+
+  void declare(const Flag& flag) { app_.add_flag(flag.name, written_.*flag.value, flag.help)->disable_flag_override(); }
+
+  // Checked here because CLI11's help would mention them on lines of their own.
+  void refuseContradictions() const {
+    if (written_.showSettings && written_.candidatesOnly) {
+      throw CLI::ExcludesError("--show-settings", "--candidates-only");
+    }
+    if (written_.brief && written_.quiet) throw CLI::ExcludesError("--brief", "--quiet");
+  }
+
+  const Arguments& arguments_;
+  Written written_;
+  CLI::App app_{"Finds the proxy that works for a URL, or a direct connection, and shows why.", "kiv-resolve"};
+};
 
 Task taskOf(const Written& written) {
   if (written.showSettings) return Task::ShowSettings;
@@ -135,69 +194,54 @@ Detail detailOf(const Written& written) {
   return written.brief ? Detail::Brief : Detail::Log;
 }
 
-std::vector<Target> readTargets(const std::string& url) {
+std::vector<Target> readTargets(std::wstring_view url) {
   std::vector<Target> targets;
   if (url != kFromInput) {
     targets.push_back(readTarget(url));
     return targets;
   }
-  std::string input = readInput();
-  auto read = readTargetList(input);
-  SecureZeroMemory(input.data(), input.size());
+  auto read = readTargetList(viewOf(readInput()));
   if (const auto* const problem = std::get_if<std::string>(&read)) throw CLI::ValidationError(*problem);
   return std::get<std::vector<Target>>(std::move(read));
 }
 
-Options read(const CLI::App& app, const Written& written) {
+Options read(const Written& written) {
   return Options{
-      .targets = readTargets(written.url),
+      .targets = readTargets(*written.url),
       .targetsFromInput = written.url == kFromInput,
-      .userAgent = toWide(written.userAgent),
-      .bypass = app.count("--bypass") > 0 ? std::optional(toWide(written.bypass)) : std::nullopt,
+      .userAgent = std::wstring(written.userAgent.value_or(L"kiv-resolve/" KIV_VERSION)),
+      .bypass = written.bypass ? std::optional<std::wstring>(*written.bypass) : std::nullopt,
       .preferred = readCandidate(written.preferred),
       .fallback = readCandidate(written.fallback),
-      .proxyCred = readCred(written.proxyCred),
-      .serverCred = readCred(written.serverCred),
-      .method = written.method == "get" ? Method::Get : Method::Head,
+      .proxyCred = readCred(written.proxyCred.value_or(L"")),
+      .serverCred = readCred(written.serverCred.value_or(L"")),
+      .method = written.method == L"get" ? Method::Get : Method::Head,
       .ignoreCertErrors = written.ignoreCertErrors,
       .prompt = written.prompt,
       .task = taskOf(written),
       .detail = detailOf(written),
       .json = written.json,
-      .traceFile = toWide(written.trace),
-      .reportFile = toWide(written.report),
+      .traceFile = std::wstring(written.trace.value_or(L"")),
+      .reportFile = std::wstring(written.report.value_or(L"")),
   };
-}
-
-// CLI11 would quote the arguments that it could not place, and one of them may be the password behind a mistyped
-// option.
-std::string unexpected(const CLI::App& app) {
-  for (const std::string& argument : app.remaining()) {
-    if (argument.starts_with("-")) return "unknown option " + argument.substr(0, argument.find('='));
-  }
-  return "more than one URL";
 }
 
 }  // namespace
 
-std::variant<Options, Exit> parseCommandLine(std::vector<std::string> arguments) {
-  CLI::App app("Finds how this user gets out to a URL, and tells why.", "kiv-resolve");
-  Written written;
-  declare(app, written);
+std::variant<Options, Exit> parseCommandLine(std::span<const wchar_t* const> arguments) {
+  const Arguments given(arguments, takesValue);
+  CommandLine commandLine(given);
   const auto badUsage = [](const std::string& problem) {
     return Exit{kBadUsage, "kiv-resolve: " + problem + " (see --help)\n"};
   };
   try {
-    std::ranges::reverse(arguments);  // as CLI11 takes them
-    app.parse(std::move(arguments));
-    refuseContradictions(written);
-    return read(app, written);
+    return read(commandLine.parse());
   } catch (const CLI::CallForHelp&) {
-    return Exit{0, app.help()};
+    return Exit{0, commandLine.help()};
   } catch (const CLI::CallForVersion& version) {
     return Exit{0, std::string(version.what()) + "\n"};
   } catch (const CLI::ExtrasError&) {
-    return badUsage(unexpected(app));
+    return badUsage(commandLine.unexpected());
   } catch (const CLI::ParseError& error) {
     return badUsage(error.what());
   }

@@ -1,32 +1,27 @@
 // The command line of kiv-resolve.
 #pragma once
 
-#include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <variant>
 #include <vector>
 
-#include "display.h"
-#include "handles.h"
+#include "choices.h"
+#include "kiv/kiv.hpp"
 #include "targets.h"
 
 namespace kiv::tool {
-
-enum class Method { Head, Get };
-
-// What to find out: a way that works, or only what there is to try, without a request.
-enum class Task : std::uint8_t { Resolve, ShowSettings, ListCandidates };
 
 struct Options {
   std::vector<Target> targets;
   bool targetsFromInput = false;
   std::wstring userAgent;
-  std::optional<std::wstring> bypass;  // given, it replaces the system's list, also when empty
-  UniqueProxyConfig preferred;         // null if not given
-  UniqueProxyConfig fallback;          // null if not given
-  UniqueCred proxyCred;                // null if not given
-  UniqueCred serverCred;               // null if not given
+  std::optional<std::wstring> bypass;  // replaces the user's bypass list, also when empty
+  ProxyConfig preferred;               // none if not given
+  ProxyConfig fallback;                // none if not given
+  Credential proxyCred;                // none if not given
+  Credential serverCred;               // none if not given
   Method method = Method::Head;
   bool ignoreCertErrors = false;
   bool prompt = false;
@@ -45,7 +40,7 @@ struct Exit {
 
 constexpr int kBadUsage = 64;
 
-// `arguments` in UTF-8, without the program's name. Reads standard input if the URLs stand there.
-std::variant<Options, Exit> parseCommandLine(std::vector<std::string> arguments);
+// `arguments` without the program's name; they must outlive the call. Reads standard input if the URLs are there.
+std::variant<Options, Exit> parseCommandLine(std::span<const wchar_t* const> arguments);
 
 }  // namespace kiv::tool

@@ -1,7 +1,5 @@
-// A file that is written, whose first failure is kept until somebody asks.
+// An output file that keeps its first error until it is asked for.
 #include "output_file.h"
-
-#include <windows.h>
 
 #include <array>
 
@@ -19,15 +17,13 @@ std::wstring systemText(DWORD error) {
 
 }  // namespace
 
-void OutputFile::Closer::operator()(void* handle) const noexcept { CloseHandle(handle); }
-
 OutputFile::OutputFile(std::wstring path) : path_(std::move(path)) {
   HANDLE handle = CreateFileW(path_.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
                               FILE_ATTRIBUTE_NORMAL, nullptr);
   if (handle == INVALID_HANDLE_VALUE) {
     fail();
   } else {
-    handle_.reset(handle);
+    *handle_.receive() = handle;
   }
 }
 

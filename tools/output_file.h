@@ -1,10 +1,10 @@
-// A file that is written, whose first failure is kept until somebody asks.
+// An output file that keeps its first error until it is asked for.
 #pragma once
 
-#include <memory>
 #include <string>
 #include <string_view>
-#include <type_traits>
+
+#include "support/owners.h"
 
 namespace kiv::tool {
 
@@ -14,19 +14,15 @@ class OutputFile {
   explicit OutputFile(std::wstring path);
 
   void write(std::string_view utf8);
-  // What went wrong, for people, with the file's name; empty if nothing did.
+  // What failed, for users, with the file's name; empty if nothing did.
   const std::wstring& problem() const { return problem_; }
 
  private:
-  struct Closer {
-    void operator()(void* handle) const noexcept;
-  };
-
   void fail();
 
   std::wstring path_;
   std::wstring problem_;
-  std::unique_ptr<void, Closer> handle_;
+  support::Unique<HANDLE, support::CloseKernelHandle> handle_;
 };
 
 }  // namespace kiv::tool

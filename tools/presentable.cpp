@@ -6,13 +6,13 @@ namespace {
 
 constexpr wchar_t kReplacement = L'\xFFFD';
 
-// Controls of both kinds, and those that turn the direction of what is read.
+// Control characters, and those that change the direction of text.
 bool isControl(wchar_t c) {
   return c < 0x20 || (c >= 0x7F && c < 0xA0) || (c >= 0x202A && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069);
 }
 
-// What stands in front of an "@" is taken back to the last character that no user name holds: rather too much is masked
-// than too little.
+// Everything between a ":" and an "@" is masked, back to the last character that no user name contains: too much is
+// masked rather than too little.
 std::wstring withoutPasswords(std::wstring_view text) {
   constexpr std::wstring_view kBefore = L" \t\r\n/\"";
   std::wstring masked;

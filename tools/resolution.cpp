@@ -1,4 +1,4 @@
-// What one resolution taught: the user's settings, each candidate's requests, the outcome and the log.
+// What is known of one resolution: the user's settings, each candidate's requests, the outcome and the log.
 #include "resolution.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// What one resolution taught: the user's settings, each candidate's requests, the outcome and the log.
+// What is known of one resolution: the user's settings, each candidate's requests, the outcome and the log.
 #pragma once
 
 #include <chrono>
@@ -8,20 +8,20 @@
 #include <string>
 #include <vector>
 
+#include "kiv/kiv.hpp"
+
 namespace kiv::tool {
 
 using std::chrono::milliseconds;
 using WallTime = std::chrono::system_clock::time_point;
 
-enum class Level : std::uint8_t { Error, Warn, Info, Debug };
-
 struct Record {
   WallTime time;
-  Level level = Level::Error;
+  LogLevel level = LogLevel::Error;
   std::wstring message;  // presentable, lines separated by "\n"
 };
 
-// The user's proxy settings, as Windows hands them to every program.
+// The user's proxy settings, as Windows returns them to every program.
 struct UserSettings {
   bool found = false;
   bool automaticDetection = false;
@@ -33,9 +33,9 @@ struct UserSettings {
 struct Request {
   milliseconds began{};  // since the resolution began
   milliseconds duration{};
-  int status = -1;  // negative if there was no answer
+  int status = -1;  // negative if there was no response
   std::optional<unsigned> error{};
-  std::wstring failure{};  // what the library said about it
+  std::wstring failure{};  // what the library logged about it
 };
 
 enum class Origin : std::uint8_t { Preferred, System, Fallback };
@@ -54,8 +54,8 @@ struct Candidate {
   std::wstring text{};  // without credentials
   Origin origin = Origin::System;
   bool invalid = false;
-  bool proxyCredGiven = false;   // after it asked for some
-  bool serverCredGiven = false;  // after the server behind it asked for some
+  bool proxyCredGiven = false;   // after a 407
+  bool serverCredGiven = false;  // after a 401
   std::vector<Request> requests{};
 
   Verdict verdict() const;
@@ -71,7 +71,7 @@ struct Outcome {
 
 struct Bypass {
   std::wstring list{};
-  bool given = false;  // by the caller, in place of the system's
+  bool given = false;  // with --bypass, instead of the user's
   bool matches = false;
 };
 
@@ -87,7 +87,7 @@ struct Resolution {
   Outcome outcome;
   std::vector<Record> log;
 
-  // Which candidate won; nothing if none did.
+  // The number of the candidate that works; nothing if none does.
   std::optional<std::size_t> winner() const;
 };
 

@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t kColumns = 5;
 using Row = std::array<std::wstring, kColumns>;
 
-// Columns of numbers stand to the right.
+// Columns of numbers are right-aligned.
 constexpr std::array<bool, kColumns> kRight = {true, false, false, true, false};
 constexpr const wchar_t* kGap = L"  ";
 constexpr const wchar_t* kBold = L"\x1b[1m";
@@ -21,12 +21,12 @@ constexpr const wchar_t* kGood = L"\x1b[32m";
 constexpr const wchar_t* kPlain = L"\x1b[0m";
 
 Row rowOf(std::size_t number, const Candidate& candidate) {
-  return {std::to_wstring(number), candidate.text, answersText(candidate),
-          candidate.requests.empty() ? L"-" : durationText(candidate.duration()), verdictText(candidate)};
+  return {std::to_wstring(number), candidate.text, responsesText(candidate),
+          candidate.requests.empty() ? L"-" : durationText(candidate.duration()), explanationText(candidate)};
 }
 
 std::vector<Row> rowsOf(const Resolution& resolution) {
-  std::vector<Row> rows = {{L"No.", L"candidate", L"answered", L"time", L"verdict"}};
+  std::vector<Row> rows = {{L"No.", L"candidate", L"responses", L"time", L"verdict"}};
   for (std::size_t i = 0; i < resolution.candidates.size(); ++i) rows.push_back(rowOf(i, resolution.candidates[i]));
   return rows;
 }
@@ -69,7 +69,7 @@ std::wstring bypassText(const Resolution& resolution) {
   const Bypass& bypass = resolution.bypass;
   const wchar_t* const source = bypass.given ? L" (from --bypass)" : L"";
   if (bypass.list.empty()) return std::wstring(L"no list") + source;
-  return (bypass.matches ? L"names the target: " : L"does not name the target: ") + bypass.list + source;
+  return (bypass.matches ? L"matches the URL: " : L"does not match the URL: ") + bypass.list + source;
 }
 
 std::wstring discoveryText(const Resolution& resolution) {
@@ -90,17 +90,17 @@ std::wstring summaryText(const Resolution& resolution, bool coloured) {
 
 std::wstring settingsText(const Resolution& resolution) {
   const UserSettings& user = resolution.settings;
-  std::wstring text = user.found ? L"The user's settings\n" : L"The user's settings (none are stored)\n";
-  text += std::wstring(L"  automatic detection  ") + (user.automaticDetection ? L"on" : L"off") + L'\n';
-  text += L"  script               " + orNone(user.scriptUrl) + L'\n';
-  text += L"  manual list          " + orNone(user.manualList) + L'\n';
-  text += L"  bypass list          " + orNone(user.bypassList) + L'\n';
+  std::wstring text = user.found ? L"The user's proxy settings\n" : L"The user's proxy settings (none are stored)\n";
+  text += std::wstring(L"  automatic detection (WPAD)  ") + (user.automaticDetection ? L"on" : L"off") + L'\n';
+  text += L"  PAC script                  " + orNone(user.scriptUrl) + L'\n';
+  text += L"  manual proxy list           " + orNone(user.manualList) + L'\n';
+  text += L"  bypass list                 " + orNone(user.bypassList) + L'\n';
   text += L"For " + resolution.url + L'\n';
-  text += L"  discovery            " + discoveryText(resolution) + L'\n';
-  text += L"  bypass               " + bypassText(resolution) + L'\n';
+  text += L"  discovery                   " + discoveryText(resolution) + L'\n';
+  text += L"  bypass                      " + bypassText(resolution) + L'\n';
   for (std::size_t i = 0; i < resolution.candidates.size(); ++i) {
     const Candidate& candidate = resolution.candidates[i];
-    text += i == 0 ? L"  candidates           " : L"                       ";
+    text += i == 0 ? L"  candidates                  " : L"                              ";
     text += candidate.text + L"  " + std::wstring(originText(candidate.origin)) + L'\n';
   }
   return text;

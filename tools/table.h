@@ -10,7 +10,7 @@ namespace kiv::tool {
 // A remark if there is one, and the table unless there is no candidate.
 std::wstring summaryText(const Resolution& resolution, bool coloured);
 std::wstring settingsText(const Resolution& resolution);
-// Each candidate on a line; DIRECT if the matter is settled without any.
+// Each candidate on a line; DIRECT if none is needed.
 std::wstring candidatesText(const Resolution& resolution);
 
 }  // namespace kiv::tool

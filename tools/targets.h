@@ -1,29 +1,30 @@
-// The URLs to reach, and the credentials that stand in them.
+// The URLs to reach, and the credentials in them.
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
-#include "handles.h"
+#include "kiv/kiv.hpp"
 
 namespace kiv::tool {
 
 struct Target {
-  std::wstring url;  // without user name and password: the library logs it as it is given
-  UniqueCred cred;   // those of the URL; null if it has none
+  std::wstring url;  // without user name and password: the library logs it unchanged
+  Credential cred;   // those of the URL; none if it has none
 };
 
 // What is wrong with a URL; empty if nothing is. Does not quote the text, which can hold a password.
-std::string problemOfUrl(const std::string& url);
+std::string problemOfUrl(std::wstring_view url);
 
-// Of a URL that has no problem.
-Target readTarget(const std::string& url);
+// From a URL that has no problem.
+Target readTarget(std::wstring_view url);
 
-// From "user:password"; null for a text without a colon.
-UniqueCred readCred(const std::string& userAndPassword);
+// From "user:password"; none for a text without a colon.
+Credential readCred(std::wstring_view userAndPassword);
 
-// One URL per line, blank lines and those that begin with "#" left out; or what is wrong, and where.
-std::variant<std::vector<Target>, std::string> readTargetList(std::string_view lines);
+// One URL per line, without blank lines and lines that begin with "#"; or what is wrong, and where.
+std::variant<std::vector<Target>, std::string> readTargetList(std::wstring_view lines);
 
 }  // namespace kiv::tool

@@ -1,19 +1,15 @@
-// Reads the user's proxy settings, which the library reads as well but tells nobody.
+// Reads the user's proxy settings. The library reads them too, but does not report them.
 #include "user_settings.h"
 
-#include <windows.h>
-#include <winhttp.h>
-
 #include "presentable.h"
+#include "support/owners.h"
 
 namespace kiv::tool {
 namespace {
 
 std::wstring take(wchar_t* text) {
-  if (!text) return {};
-  std::wstring taken = presentable(text);
-  GlobalFree(text);
-  return taken;
+  const support::UniqueGlobalText<wchar_t> owned(text);
+  return owned ? presentable(owned.get()) : std::wstring();
 }
 
 }  // namespace
@@ -22,7 +18,7 @@ UserSettings readUserSettings() {
   WINHTTP_CURRENT_USER_IE_PROXY_CONFIG config{};
   UserSettings settings;
   settings.found = WinHttpGetIEProxyConfigForCurrentUser(&config) != FALSE;
-  // A user without settings has automatic detection on, as the system assumes.
+  // For a user without settings Windows assumes automatic detection.
   settings.automaticDetection = !settings.found || config.fAutoDetect;
   settings.scriptUrl = take(config.lpszAutoConfigUrl);
   settings.manualList = take(config.lpszProxy);

@@ -1,4 +1,4 @@
-// Reads the user's proxy settings, which the library reads as well but tells nobody.
+// Reads the user's proxy settings. The library reads them too, but does not report them.
 #pragma once
 
 #include "resolution.h"

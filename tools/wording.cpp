@@ -1,4 +1,4 @@
-// The words for what was learned, which the table, the JSON document and the report share.
+// The words for results, which the table, the JSON document and the report share.
 #include "wording.h"
 
 #include <array>
@@ -17,11 +17,11 @@ struct VerdictWords {
 // In the order of the enumerators, as all tables here.
 constexpr std::array<VerdictWords, 7> kVerdicts = {{
     {"works", L"works"},
-    {"proxy-wants-credentials", L"proxy wants credentials"},
-    {"server-wants-credentials", L"server wants credentials"},
-    {"no-success", L"answers, but without success"},
-    {"no-answer", L"no answer"},
-    {"invalid", L"not a proxy that can be tried"},
+    {"proxy-wants-credentials", L"proxy requires credentials"},
+    {"server-wants-credentials", L"server requires credentials"},
+    {"no-success", L"status is not 2xx"},
+    {"no-answer", L"no response"},
+    {"invalid", L"not a valid proxy"},
     {"not-tested", L"not tested"},
 }};
 
@@ -35,8 +35,12 @@ const auto& at(const Table& table, Enumerator enumerator) {
   return table[static_cast<std::size_t>(enumerator)];
 }
 
+std::wstring errorSuffix(const Request& request) {
+  return request.status < 0 && request.error ? L": " + errorText(*request.error) : std::wstring();
+}
+
 std::wstring bypassRemark(const Bypass& bypass) {
-  return L"The bypass list (" + bypass.list + L") names the target: direct, without a test.";
+  return L"The bypass list (" + bypass.list + L") matches the URL: direct connection, not tested.";
 }
 
 }  // namespace
@@ -44,26 +48,31 @@ std::wstring bypassRemark(const Bypass& bypass) {
 std::string_view idOf(Verdict verdict) { return at(kVerdicts, verdict).id; }
 std::string_view idOf(Origin origin) { return at(kOriginIds, origin); }
 std::string_view idOf(OutcomeKind kind) { return at(kOutcomeIds, kind); }
-std::string_view idOf(Level level) { return at(kLevelIds, level); }
+std::string_view idOf(LogLevel level) { return at(kLevelIds, level); }
 std::wstring_view originText(Origin origin) { return at(kOriginTexts, origin); }
 
 std::wstring verdictText(const Candidate& candidate) {
   const Verdict verdict = candidate.verdict();
-  if (verdict == Verdict::ProxyWantsCredentials && candidate.proxyCredGiven) return L"proxy refuses the credentials";
-  if (verdict == Verdict::ServerWantsCredentials && candidate.serverCredGiven) return L"server refuses the credentials";
+  if (verdict == Verdict::ProxyWantsCredentials && candidate.proxyCredGiven) return L"proxy rejects the credentials";
+  if (verdict == Verdict::ServerWantsCredentials && candidate.serverCredGiven) return L"server rejects the credentials";
   const std::wstring_view meaning = verdict == Verdict::NoAnswer ? meaningOf(candidate.requests.back()) : L"";
   return std::wstring(meaning.empty() ? at(kVerdicts, verdict).text : meaning);
 }
 
-std::wstring answerText(const Request& request) {
-  if (request.status >= 0) return std::to_wstring(request.status);
-  return request.error ? L"failed (" + std::to_wstring(*request.error) + L")" : L"failed";
+std::wstring explanationText(const Candidate& candidate) {
+  return verdictText(candidate) + (candidate.requests.empty() ? L"" : errorSuffix(candidate.requests.back()));
 }
 
-std::wstring answersText(const Candidate& candidate) {
+std::wstring responseText(const Request& request) {
+  return request.status >= 0 ? std::to_wstring(request.status) : L"failed";
+}
+
+std::wstring responseWithErrorText(const Request& request) { return responseText(request) + errorSuffix(request); }
+
+std::wstring responsesText(const Candidate& candidate) {
   if (candidate.requests.empty()) return L"-";
   std::wstring text;
-  for (const Request& request : candidate.requests) text += (text.empty() ? L"" : L", ") + answerText(request);
+  for (const Request& request : candidate.requests) text += (text.empty() ? L"" : L", ") + responseText(request);
   return text;
 }
 
@@ -84,11 +93,13 @@ std::wstring timeText(WallTime time) {
 }
 
 std::wstring remark(const Resolution& resolution) {
-  if (resolution.outcome.kind == OutcomeKind::NotCarriedOut) return L"The resolution could not be carried out.";
+  if (resolution.outcome.kind == OutcomeKind::NotCarriedOut) return kNotCompleted;
   if (resolution.bypass.matches) return bypassRemark(resolution.bypass);
   if (resolution.discoveryFailed)
-    return L"Asking the system's settings failed: what they name is not among the candidates.";
-  if (resolution.candidates.empty()) return L"Nothing names a proxy for this URL: direct, without a test.";
+    return L"Discovery failed: automatic detection (WPAD), the PAC script or the settings gave an error. No candidate "
+           L"is "
+           L"from the settings.";
+  if (resolution.candidates.empty()) return L"No proxy is configured for this URL: direct connection, not tested.";
   return {};
 }
 

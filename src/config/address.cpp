@@ -25,7 +25,7 @@ constexpr std::array kSchemeWords = {
 };
 
 std::optional<AddressScheme> kindOf(std::wstring_view scheme, bool acceptProxyWord) {
-  const auto* const found = std::ranges::find(kSchemeWords, scheme, &SchemeWord::word);
+  const auto found = std::ranges::find(kSchemeWords, scheme, &SchemeWord::word);
   if (found == kSchemeWords.end() || (found->forProxiesOnly && !acceptProxyWord)) return std::nullopt;
   return found->kind;
 }

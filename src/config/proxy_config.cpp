@@ -43,7 +43,7 @@ ProxyKind kindOf(std::wstring_view scheme) {
   const auto isScheme = [&](std::wstring_view word) {
     return std::ranges::equal(scheme, word, {}, [](wchar_t c) { return support::toLower(c); });
   };
-  const auto* const found = std::ranges::find_if(kSchemeWords, isScheme, &SchemeWord::word);
+  const auto found = std::ranges::find_if(kSchemeWords, isScheme, &SchemeWord::word);
   return found == kSchemeWords.end() ? ProxyKind::None : found->kind;
 }
 

@@ -34,7 +34,7 @@ bool allowsInsecure() {
 }  // namespace
 
 std::optional<DWORD> chooseScheme(DWORD supported) {
-  const auto* const found = std::ranges::find_if(kPreference, [&](DWORD scheme) { return (supported & scheme) != 0; });
+  const auto found = std::ranges::find_if(kPreference, [&](DWORD scheme) { return (supported & scheme) != 0; });
   if (found == kPreference.end()) return std::nullopt;
   return *found;
 }

@@ -21,9 +21,19 @@ INT_PTR WINAPI no() { return FALSE; }
 // and the library counts as missing.
 HMODULE loadFromSystem(const char* name) { return LoadLibraryExA(name, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32); }
 
+// The helper stores the function's address where the next call finds it. GNU's linker puts that place among the
+// ordinary imports, and the one of binutils 2.44 makes all of these read-only, which the one of 2.40 did not: the
+// helper's write would be an access violation. The place may lie across two pages; "a 2-byte range straddling a page
+// boundary causes the protection attributes of both pages to be changed" ("VirtualProtect function").
+void makeWritable(FARPROC* place) {
+  DWORD former = 0;
+  VirtualProtect(place, sizeof(*place), PAGE_READWRITE, &former);
+}
+
 // A null result would let the helper go on to LoadLibrary, so a library that is missing is replaced by one that has
 // none of its functions.
 FARPROC WINAPI beforeEachStep(unsigned step, PDelayLoadInfo wanted) {
+  if (step == dliNotePreGetProcAddress) makeWritable(wanted->ppfn);
   if (step != dliNotePreLoadLibrary) return nullptr;
   const HMODULE library = loadFromSystem(wanted->szDll);
   return reinterpret_cast<FARPROC>(library ? library : GetModuleHandleW(L"kernel32.dll"));

@@ -14,9 +14,10 @@ std::wstring toLower(std::wstring_view text) {
 
 Decimal::Decimal(int number) {
   std::array<char, std::tuple_size_v<decltype(digits_)>> digits;
-  const char* const end = std::to_chars(digits.begin(), digits.end(), number).ptr;
-  std::copy(digits.cbegin(), end, digits_.begin());
-  length_ = static_cast<std::size_t>(end - digits.begin());
+  char* const begin = digits.data();
+  char* const end = std::to_chars(begin, begin + digits.size(), number).ptr;
+  std::copy(begin, end, digits_.begin());
+  length_ = static_cast<std::size_t>(end - begin);
 }
 
 }  // namespace kiv::support

@@ -1,4 +1,4 @@
-/* A plain C11 host over the shipped kiv.dll: its export and import tables, and one round through every family. */
+/* A plain C11 application over the shipped kiv.dll: its export and import tables, and one round through every family. */
 #include <stdlib.h>
 #include <string.h>
 #include <wchar.h>
@@ -207,7 +207,7 @@ static void a_resolution_hands_back_the_first_that_works(void) {
   KivLogger_Destruct(logger);
 }
 
-/* A long text must neither crash the host, on the stack that Windows gives by default, nor keep it waiting. */
+/* A long text must neither crash the application, on the stack that Windows gives by default, nor keep it waiting. */
 static void a_mebibyte_of_text_is_read_within_a_second(void) {
   enum { LENGTH = 1 << 20 };
   static const wchar_t* const repeated[] = {L"a",    L" ",      L":",      L"*a", L"a;", L"1",

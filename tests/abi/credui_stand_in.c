@@ -1,6 +1,6 @@
 /* Stands in for the system's credential prompt, which Wine does not have: answers at once, with the texts of the
  * environment variables KIV_PROMPT_USER and KIV_PROMPT_PASSWORD, or else with the caption as the user name and the
- * message as the password, so that a host sees what it would have been shown. */
+ * message as the password, so that an application sees what it would have been shown. */
 #define CREDUIAPI __declspec(dllexport)
 
 #include <stdlib.h>

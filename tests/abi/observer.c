@@ -14,6 +14,8 @@
 #include <winhttp.h>
 #include <winternl.h>
 
+#include "results.h"
+
 /* Checks. */
 
 static char current_case[256];
@@ -37,11 +39,7 @@ void check(int holds, const char* statement) {
   fflush(stderr);
 }
 
-int report_checks(void) {
-  printf("%d passed, %d failed\n", passed_checks, failed_checks);
-  fflush(stdout);
-  return failed_checks == 0 ? 0 : 1;
-}
+int report_checks(void) { return report_results(passed_checks, failed_checks); }
 
 /* What kiv.dll obtains and releases. */
 

@@ -19,7 +19,7 @@ extern "C" {
 OBSERVER void begin_case(const char* format, ...);
 OBSERVER void check(int holds, const char* statement);
 #define CHECK(condition) check((condition) ? 1 : 0, #condition)
-/* Prints the sum; gives the exit code. */
+/* Tells the sum; gives the exit code. */
 OBSERVER int report_checks(void);
 
 /* From here on counts what kiv.dll, which must be loaded, obtains and releases. Tells whether it can. */

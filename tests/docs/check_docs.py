@@ -3,6 +3,8 @@
 
 from __future__ import annotations
 
+import json
+import os
 import re
 import sys
 from pathlib import Path
@@ -80,7 +82,10 @@ def main() -> int:
     failed = sum(map(bool, findings))
     for finding in findings:
         print("".join(f"{line}\n" for line in finding), end="")
-    print(f"{len(findings) - failed} passed, {failed} failed")
+    passed = len(findings) - failed
+    print(f"{passed} passed, {failed} failed")
+    if name := os.environ.get("KIV_RESULTS"):
+        Path(name).write_text(json.dumps({"passed": passed, "failed": failed}), encoding="utf-8")
     return 1 if failed or not written else 0
 
 

@@ -1,13 +1,15 @@
 #!/usr/bin/env python3
-"""Runs the tool on a console and checks what a person sees there while it works and when it has ended."""
+"""Runs the tool on a console: what a person sees while it works and afterwards, and what it reads from there."""
 
 from __future__ import annotations
 
 import re
 import sys
+from collections.abc import Sequence
 from pathlib import Path
 
 from harness.console import Cell, Screen, as_svg, run_on_console
+from harness.results import report
 from harness.runner import Bench, benches, command_line
 from harness.scenario import Scenario
 from harness.servers import PROXY_PASSWORD, PROXY_USER
@@ -17,22 +19,31 @@ URL = "http://localhost:{web}/ok"
 PROXIES = ("dead", "silent", "bad_gateway", "tinyproxy_basic", "tinyproxy")
 SETTINGS = Settings(manual=";".join(f"127.0.0.1:{{{proxy}}}" for proxy in PROXIES), bypass="*.corp.example;10.*")
 PATIENCE = {"KIV_E2E_RESPONSE_TIMEOUT": "1200"}
+UNTOUCHED = "exit=0,mode=unchanged,then=restored"
 LIVE = re.compile(r"[|/\\-] Testing No\. 1: \S+  (\d+\.\d) s")
 
 
 class Console:
     """The tool on a console of some width."""
 
-    def __init__(self, bench: Bench, tool: Path) -> None:
+    def __init__(self, bench: Bench, tool: Path, parent: Path) -> None:
         self._bench = bench
         self._tool = tool
+        self._parent = parent
 
-    def run(self, options: str, columns: int = 100) -> str:
-        scenario = Scenario("console", f"{URL} --proxy-cred {PROXY_USER}:{PROXY_PASSWORD} {options}", "*", SETTINGS)
+    def run(self, options: str, columns: int = 120, **environment: str) -> str:
+        command = f"{URL} --proxy-cred {PROXY_USER}:{PROXY_PASSWORD} {options}"
+        return self._run(Scenario("console", command, "*", SETTINGS, environment=environment), (), columns)
+
+    def run_under_parent(self, command: str, settings: Settings, *parent_options: str) -> str:
+        """Runs the tool as the child of a program that types, sends Ctrl-C and tells what became of the console."""
+        return self._run(Scenario("console", command, "*", settings), (str(self._parent), *parent_options), 120)
+
+    def _run(self, scenario: Scenario, parent: Sequence[str], columns: int) -> str:
         self._bench.prepare(scenario)
         arguments = [self._bench.catalogue.fill_in(argument) for argument in scenario.arguments]
-        environment = self._bench.user.environment(TERM="xterm-256color", **PATIENCE)
-        return run_on_console(["wine", str(self._tool), *arguments], environment, columns)
+        environment = self._bench.user.environment(TERM="xterm-256color", **PATIENCE, **scenario.environment)
+        return run_on_console(["wine", *parent, str(self._tool), *arguments], environment, columns)
 
 
 def screen_of(written: str) -> Screen:
@@ -44,16 +55,17 @@ def screen_of(written: str) -> Screen:
 def brief_shows_time_passing(console: Console) -> Screen:
     written = console.run("--brief")
     times = [float(time) for time in LIVE.findall(written)]
-    assert len(times) > 5 and times == sorted(times) and times[-1] >= 0.9, times
+    assert len(times) > 5 and times == sorted(times) and times[-1] >= 0.9, written
     screen = screen_of(written)
     lines = screen.text.splitlines()
     assert len(lines) == 8, screen.text
-    assert lines[0].startswith("Finding a way out to http://localhost:")
-    assert lines[1].split() == ["No.", "candidate", "answered", "time", "verdict"]
+    assert lines[0].startswith("Finding a route to http://localhost:")
+    assert lines[1].split() == ["No.", "candidate", "responses", "time", "verdict"]
     assert [re.split(r"  +", line.strip())[4] for line in lines[2:7]] == [
-        "cannot connect", "timed out", "answers, but without success", "works", "not tested"]
+        "cannot connect: ERROR_WINHTTP_CANNOT_CONNECT (12029)", "timed out: WSAETIMEDOUT (10060)", "status is not 2xx",
+        "works", "not tested"]
     assert lines[7] == lines[5].split()[1], "the outcome is the proxy that works"
-    assert {cell.style for cell in screen.lines[5] if cell.character != " "} == {"32"}, "the winner is green"
+    assert {cell.style for cell in screen.lines[5] if cell.character != " "} == {"32"}, "what works is green"
     return screen
 
 
@@ -67,7 +79,7 @@ def log_keeps_its_lines_whole(console: Console) -> None:
     written = console.run("")
     assert LIVE.search(written)
     text = screen_of(written).text
-    assert not LIVE.search(text), "nothing of the live line stays behind"
+    assert not LIVE.search(text), "nothing is left of the live line"
     assert re.search(r"(?m)^info: No\. 1: Test connection to http://localhost:\d+/ok\.$", text), text
     assert re.search(r"(?m)^warn: WinHttpReceiveResponse\(\) failed\. ErrorCode = 10060$", text), text
 
@@ -76,6 +88,36 @@ def quiet_is_quiet(console: Console) -> None:
     written = console.run("--quiet")
     assert re.fullmatch(r"http://127\.0\.0\.1:\d+\n", screen_of(written).text), written
     assert not LIVE.search(written)
+
+
+def no_color_shows_no_colours(console: Console) -> None:
+    plain = console.run("--brief", NO_COLOR="1")
+    assert LIVE.search(plain), "the live line is no matter of colour"
+    assert {cell.style for line in screen_of(plain).lines for cell in line} == {""}
+    assert "32" in {cell.style for line in screen_of(console.run("--brief", NO_COLOR="")).lines for cell in line}
+
+
+def mode_is_restored(console: Console) -> None:
+    written = console.run_under_parent(f"{URL} --brief --prefer 127.0.0.1:{{silent}}", Settings())
+    assert "exit=2,mode=changed,then=restored" in screen_of(written).text, written
+
+
+def mode_is_restored_after_ctrl_c(console: Console) -> None:
+    command = f"{URL} --brief --prefer 127.0.0.1:{{silent}} --fallback 127.0.0.1:{{silent}}"
+    text = screen_of(console.run_under_parent(command, Settings(), "--interrupt")).text
+    assert ",mode=changed,then=restored" in text, text
+    assert "verdict" not in text, "it ended before its end"
+    assert not re.search(r"[|/\\-] (Finding|Testing)", text), "nothing is left of the live line"
+
+
+def quiet_leaves_the_mode_alone(console: Console) -> None:
+    assert UNTOUCHED in screen_of(console.run_under_parent(f"{URL} --quiet", Settings())).text
+
+
+def typed_urls_may_have_any_characters(console: Console) -> None:
+    text = screen_of(console.run_under_parent("- --quiet", Settings(), "--type", "http://日本.example/ü")).text
+    assert re.search(r"(?m)^http://日本\.example/ü +DIRECT$", text), text
+    assert UNTOUCHED in text, text
 
 
 def with_prompt(screen: Screen, command: str) -> Screen:
@@ -88,9 +130,12 @@ def with_prompt(screen: Screen, command: str) -> Screen:
 def main() -> int:
     options = command_line(__doc__).parse_args()
     failed = 0
-    checks = [brief_shows_time_passing, live_line_never_wraps, log_keeps_its_lines_whole, quiet_is_quiet]
+    checks = [brief_shows_time_passing, live_line_never_wraps, log_keeps_its_lines_whole, quiet_is_quiet,
+              no_color_shows_no_colours, mode_is_restored, mode_is_restored_after_ctrl_c, quiet_leaves_the_mode_alone,
+              typed_urls_may_have_any_characters]
     with benches(1, options.bin, options.bridge, options.work) as (bench,):
-        console = Console(bench, options.work.resolve() / "stage" / "kiv-resolve.exe")
+        console = Console(bench, options.work.resolve() / "stage" / "kiv-resolve.exe",
+                          options.bin.resolve() / "console_parent.exe")
         for check in checks:
             try:
                 if screen := check(console):
@@ -101,8 +146,7 @@ def main() -> int:
             except AssertionError as error:
                 failed += 1
                 print(f"FAIL  {check.__name__}\n{error}", flush=True)
-    print(f"{len(checks) - failed} passed, {failed} failed")
-    return 1 if failed else 0
+    return report(len(checks) - failed, failed)
 
 
 if __name__ == "__main__":

@@ -11,6 +11,7 @@ from collections.abc import Iterator, Sequence
 from dataclasses import dataclass
 from pathlib import Path
 
+from harness.results import report
 from harness.runner import Bench, benches, command_line
 from harness.scenario import INSECURE_ALLOWED, WRONG_PASSWORD, Scenario, complaints, with_names
 from harness.servers import PROXY_PASSWORD, PROXY_USER, SERVER_PASSWORD, SERVER_USER, Server
@@ -50,7 +51,7 @@ UNTOUCHED = ("web", "")
 
 CASES = [
     *(Case(program, scenario, asked) for program in ("resolve", "resolve_cpp") for scenario, asked in (
-        (Scenario(f"{program}_direct", URL, "direct"), (UNTOUCHED,)),
+        (Scenario(f"{program}_direct", URL, "DIRECT"), (UNTOUCHED,)),
         (Scenario(f"{program}_through_a_proxy", URL, proxied("squid"), via("squid")), (("squid", OK), SERVED)),
         (Scenario(f"{program}_past_a_dead_proxy", URL, proxied("squid"),
                   Settings(manual="127.0.0.1:{dead};127.0.0.1:{squid}")), (("squid", OK),)),
@@ -59,7 +60,7 @@ CASES = [
     )),
 
     # The built-in client's bridge plays no part in these: WinINet finds the proxy on its own.
-    Case("own_client", Scenario("own_client_direct", URL, "direct"), (UNTOUCHED,)),
+    Case("own_client", Scenario("own_client_direct", URL, "DIRECT"), (UNTOUCHED,)),
     Case("own_client", Scenario("own_client_through_a_proxy", URL, proxied("squid"), via("squid")),
          (("squid", OK), SERVED)),
     Case("own_client", Scenario("own_client_past_a_dead_proxy", URL, proxied("squid"),
@@ -144,8 +145,7 @@ def main() -> int:
             shutil.copy2(options.bin / f"{program}.exe", stage)
         with in_system_folder(options.prompt / "credui.dll", bench):
             failed = run_all(cases, bench, stage)
-    print(f"{len(cases) - failed} passed, {failed} failed")
-    return 1 if failed else 0
+    return report(len(cases) - failed, failed)
 
 
 if __name__ == "__main__":

@@ -8,6 +8,7 @@ import shutil
 import sys
 from pathlib import Path
 
+from harness.results import report
 from harness.runner import Bench, benches, command_line
 from harness.wine import Settings
 
@@ -36,8 +37,7 @@ def main() -> int:
         program = options.work.resolve() / "stage" / "kiv_load.exe"
         shutil.copy2(options.bridge / "kiv_load.exe", program)
         content = run_load(bench, program, options)
-    print("1 passed, 0 failed" if content else "0 passed, 1 failed")
-    return 0 if content else 1
+    return report(int(content), int(not content))
 
 
 if __name__ == "__main__":

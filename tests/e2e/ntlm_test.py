@@ -11,6 +11,7 @@ import tempfile
 from pathlib import Path
 
 from harness.ntlm import SIGNATURE, TYPE_1, TYPE_2, TYPE_3, Examiner, md4, message_type, proof
+from harness.results import report
 from harness.servers import NTLM_HELPER
 
 # RFC 1320, appendix A.5.
@@ -153,8 +154,7 @@ def main() -> int:
         except AssertionError as error:
             failed += 1
             print(f"FAIL  {check.__name__}: {error}")
-    print(f"{len(checks) - failed} passed, {failed} failed")
-    return 1 if failed else 0
+    return report(len(checks) - failed, failed)
 
 
 if __name__ == "__main__":

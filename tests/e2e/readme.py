@@ -8,6 +8,7 @@ import subprocess
 import sys
 from pathlib import Path
 
+from harness.results import report
 from harness.runner import Bench, benches, command_line
 from harness.wine import Settings
 
@@ -56,8 +57,7 @@ def main() -> int:
         bench.user.write_settings(Settings(manual=f"127.0.0.1:{bench.catalogue.ports()['tinyproxy']}"))
         stage = options.work.resolve() / "stage"
         good = [runs_well(bench, built(language, code, stage, options.library)) for language, code in shown_programs()]
-    print(f"{sum(good)} passed, {len(good) - sum(good)} failed")
-    return 0 if all(good) and good else 1
+    return report(sum(good), len(good) - sum(good))
 
 
 if __name__ == "__main__":

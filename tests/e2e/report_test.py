@@ -13,6 +13,7 @@ from pathlib import Path
 
 from harness.browser import Browser
 from harness.odd_servers import HOSTILE_MARKUP
+from harness.results import report
 from harness.runner import Bench, benches, command_line
 from harness.scenario import DIRECT, NONE, Scenario, answering, complaints
 from harness.servers import PROXY_PASSWORD, PROXY_USER
@@ -81,10 +82,10 @@ def outcome_comes_first(look: Look) -> None:
     winner = look.filled_in(TYPICAL.outcome)
     assert browser.one("main > article > :first-child").get_attribute("class") == "outcome good"
     assert browser.texts(".outcome .answer") == [winner]
-    assert browser.texts(".outcome .badge") == ["Way out found"]
+    assert browser.texts(".outcome .badge") == ["Route found"]
     assert look.filled_in(URL) in browser.one("h1").text
-    assert "Candidate No. 3 works. 5 candidates, 4 tested." in browser.one(".story").text
-    assert browser.title.startswith("Way out found: ")
+    assert "Candidate No. 3 works. 5 candidates, 4 tested." in browser.one(".reason").text
+    assert browser.title.startswith("Route found: ")
     assert PROXY_PASSWORD not in source
     look.picture("typical_light_wide")
     # As much as makes a picture for a reader who has not seen one yet.
@@ -99,9 +100,9 @@ def candidates_tell_their_tests(look: Look) -> None:
         "http://127.0.0.1:{dead}", "http://127.0.0.1:{silent}", "http://127.0.0.1:{bad_gateway}", TYPICAL.outcome,
         "http://127.0.0.1:{tinyproxy}")]
     assert browser.texts(".candidate .chip") == [
-        "cannot connect", "timed out", "answers, but without success", "works", "not tested"]
+        "cannot connect", "timed out", "status is not 2xx", "works", "not tested"]
     assert [text.split("\n")[0] for text in browser.texts(".requests")] == [
-        "failed (12029)", "failed (10060)", "502", "407"]
+        "failed: ERROR_WINHTTP_CANNOT_CONNECT (12029)", "failed: WSAETIMEDOUT (10060)", "502", "407"]
     assert browser.texts(".candidate:nth-child(4) .status") == ["407", "200"]
 
 
@@ -117,15 +118,15 @@ def bars_lie_on_one_time_line(look: Look) -> None:
     assert silent[1] == max(width for _, width, _ in parts), "waiting for a time-out takes longest"
 
 
-def picture_shows_the_road(look: Look) -> None:
+def picture_shows_the_route(look: Look) -> None:
     browser = look.browser
-    assert [element.is_displayed() for element in browser.all(".road")] == [True, False]
-    stations = browser.evaluate("""[...document.querySelectorAll(".road.wide .station")].map(
-        station => [station.getAttribute("class"), station.querySelector(".title").textContent.trim()])""")
-    assert [title for _, title in stations[:3]] == ["Settings", "Script", "Bypass list"]
-    assert [kind for kind, _ in stations[3:]] == [
-        f"station {state}" for state in ("bad", "bad", "bad", "good", "off")], stations
-    assert len(browser.all(".road.wide .edge.good")) == 2 + 1
+    assert [element.is_displayed() for element in browser.all(".route")] == [True, False]
+    steps = browser.evaluate("""[...document.querySelectorAll(".route.wide .step")].map(
+        step => [step.getAttribute("class"), step.querySelector(".title").textContent.trim()])""")
+    assert [title for _, title in steps[:3]] == ["Settings", "PAC script", "Bypass list"]
+    assert [kind for kind, _ in steps[3:]] == [
+        f"step {state}" for state in ("bad", "bad", "bad", "good", "off")], steps
+    assert len(browser.all(".route.wide .edge.good")) == 2 + 1
 
 
 def filters_hide_levels(look: Look) -> None:
@@ -147,9 +148,9 @@ def filters_hide_levels(look: Look) -> None:
 
 def settings_are_told(look: Look) -> None:
     facts = dict(zip(look.browser.texts("dt"), look.browser.texts("dd"), strict=True))
-    assert facts["Script"] == "file://C:/e2e/script.pac"
-    assert facts["Automatic detection"] == "off"
-    assert facts["Bypass list in force"] == "*.corp.example;10.* (from --bypass)"
+    assert facts["PAC script"] == "file://C:/e2e/script.pac"
+    assert facts["Automatic detection (WPAD)"] == "off"
+    assert facts["Bypass list used"] == "*.corp.example;10.* (from --bypass)"
 
 
 def dark_is_dark(look: Look) -> None:
@@ -173,7 +174,7 @@ def narrow_pages_do_not_scroll_sideways(look: Look) -> None:
     for scheme in ("light", "dark"):
         browser.view(scheme, 390)
         assert browser.evaluate("document.documentElement.scrollWidth") <= 390
-        assert [element.is_displayed() for element in browser.all(".road")] == [False, True]
+        assert [element.is_displayed() for element in browser.all(".route")] == [False, True]
         look.picture(f"typical_{scheme}_narrow")
 
 
@@ -187,10 +188,10 @@ def nothing_is_fetched(look: Look) -> None:
 def hostile_text_stays_text(look: Look) -> None:
     look.at(HOSTILE)
     browser = look.browser
-    assert browser.title.startswith("No way out: http://localhost:")
+    assert browser.title.startswith("No route found: http://localhost:")
     assert browser.all("script, img, iframe, object, embed, link, form") == []
     assert len(browser.all("style")) == len(browser.all("head > style")) == 1
-    assert len(browser.all("svg")) == len(browser.all(".road")) + len(browser.all(".bar"))
+    assert len(browser.all("svg")) == len(browser.all(".route")) + len(browser.all(".bar"))
     records = "\n".join(browser.texts(".record .message"))
     assert records.count(HOSTILE_MARKUP) >= 2, "in the user agent and in the header"
     assert "&lt;b&gt; &amp; ]]>" in records
@@ -206,9 +207,9 @@ def bypassed_needs_no_candidates(look: Look) -> None:
     look.at(BYPASSED)
     browser = look.browser
     assert browser.texts(".outcome .answer") == [DIRECT]
-    assert "names the target" in browser.one(".story").text
+    assert "matches the URL" in browser.one(".reason").text
     assert browser.all(".candidate") == []
-    assert len(browser.all(".road.wide .station.good")) == 2
+    assert len(browser.all(".route.wide .step.good")) == 2
     look.picture("bypassed_light_wide")
 
 
@@ -216,7 +217,7 @@ def several_urls_have_an_overview(look: Look) -> None:
     look.at(MANY)
     browser = look.browser
     assert browser.texts(".overview .answer") == [DIRECT, NONE]
-    assert browser.texts(".badge") == ["Way out found", "No way out"]
+    assert browser.texts(".badge") == ["Route found", "No route found"]
     assert len({element.get_attribute("id") for element in browser.all("input")}) == 2 * len(LEVELS)
     browser.all("label.debug")[1].click()
     visible = [element.is_displayed() for element in browser.all("article:nth-of-type(1) .record.debug")]
@@ -235,15 +236,15 @@ def hundreds_of_candidates_stay_readable(look: Look) -> None:
     look.at(HUNDREDS)
     browser = look.browser
     assert len(browser.all(".candidate")) == 61
-    titles = browser.evaluate("""[...document.querySelectorAll(".road.wide .station .title")].map(
+    titles = browser.evaluate("""[...document.querySelectorAll(".route.wide .step .title")].map(
         title => title.textContent)""")
     assert len(titles) == 3 + 7 + 1 + 1 and titles[-1] == "and 53 more", titles
-    assert len(browser.all(".road.wide .edge.good")) == 2 + 1
+    assert len(browser.all(".route.wide .edge.good")) == 2 + 1
     look.picture("hundreds_light_wide", 1400)
 
 
 CHECKS: list[Callable[[Look], None]] = [
-    outcome_comes_first, candidates_tell_their_tests, bars_lie_on_one_time_line, picture_shows_the_road,
+    outcome_comes_first, candidates_tell_their_tests, bars_lie_on_one_time_line, picture_shows_the_route,
     filters_hide_levels, settings_are_told, dark_is_dark, narrow_pages_do_not_scroll_sideways, nothing_is_fetched,
     hostile_text_stays_text, bypassed_needs_no_candidates, several_urls_have_an_overview, untested_is_told_as_such,
     hundreds_of_candidates_stay_readable]
@@ -266,8 +267,7 @@ def main() -> int:
     with (benches(1, options.bin, options.bridge, options.work) as (bench,), Browser(pictures) as browser):
         good = [passes(check, Look(browser, bench, pictures)) for check in CHECKS]
     print(f"the reports and pictures of them are in {pictures}")
-    print(f"{sum(good)} passed, {len(good) - sum(good)} failed")
-    return 0 if all(good) else 1
+    return report(sum(good), len(good) - sum(good))
 
 
 if __name__ == "__main__":

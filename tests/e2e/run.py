@@ -7,6 +7,8 @@ import argparse
 import shutil
 import sys
 
+from harness.differences import wine_version, with_differences
+from harness.results import report
 from harness.runner import EXPECTED, benches, command_line, run_all
 from scenarios import SCENARIOS
 
@@ -29,7 +31,8 @@ def stale_transcripts() -> list[str]:
 
 def main() -> int:
     options = arguments()
-    chosen = [scenario for scenario in SCENARIOS if options.filter in scenario.name]
+    scenarios = with_differences(SCENARIOS, wine_version())
+    chosen = [scenario for scenario in scenarios if options.filter in scenario.name]
     if options.list:
         print("\n".join(scenario.name for scenario in chosen))
         return 0
@@ -45,7 +48,7 @@ def main() -> int:
     if not options.keep:
         for folder in options.work.glob("bench-*/servers"):
             shutil.rmtree(folder)
-    return 1 if failed else 0
+    return report(len(chosen) - failed, failed)
 
 
 if __name__ == "__main__":

@@ -30,10 +30,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // A host that has no ASCII form became empty, and an empty host parses to nothing.
   if (config->host()[0] == L'\0') return 0;
   const auto again = parsed(text.view());
-  fuzz::require(again && again->kind() == config->kind(), "the kind comes back");
-  fuzz::require(std::wstring_view(again->host()) == config->host(), "the host comes back");
-  fuzz::require(again->port(false) == config->port(false), "the port comes back");
-  fuzz::require(again->hasCred() == config->hasCred(), "the credentials come back");
-  fuzz::require(again->toString(true, true).view() == text.view(), "the text comes back");
+  fuzz::require(again && again->kind() == config->kind(), "the kind is preserved");
+  fuzz::require(std::wstring_view(again->host()) == config->host(), "the host is preserved");
+  fuzz::require(again->port(false) == config->port(false), "the port is preserved");
+  fuzz::require(again->hasCred() == config->hasCred(), "the credentials are preserved");
+  fuzz::require(again->toString(true, true).view() == text.view(), "the text is preserved");
   return 0;
 }

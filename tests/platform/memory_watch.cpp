@@ -20,7 +20,7 @@ namespace {
 constexpr unsigned char kFreshByte = 0xA5;
 constexpr unsigned char kDisguise = 0x5A;
 
-// The bookkeeping must not come back to operator new.
+// The bookkeeping must not call operator new again.
 template <class T>
 struct PlainAllocator {
   using value_type = T;

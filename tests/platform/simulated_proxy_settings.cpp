@@ -126,13 +126,13 @@ BOOL WINAPI WinHttpCrackUrl(LPCWSTR url, DWORD length, DWORD flags, LPURL_COMPON
   }
   std::wstring_view host;
   if (const DWORD error = crackHost(whole, host)) return call.fail(error, FALSE);
-  const DWORD room = components->dwHostNameLength;
+  const DWORD capacity = components->dwHostNameLength;
   components->dwHostNameLength = static_cast<DWORD>(host.size());
   if (!components->lpszHostName) {
-    if (room) components->lpszHostName = const_cast<LPWSTR>(host.data());
+    if (capacity) components->lpszHostName = const_cast<LPWSTR>(host.data());
     return call.succeed(TRUE);
   }
-  if (host.size() >= room) {
+  if (host.size() >= capacity) {
     components->dwHostNameLength = static_cast<DWORD>(host.size() + 1);
     return call.fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
   }

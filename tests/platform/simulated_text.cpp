@@ -77,7 +77,7 @@ void appendWide(std::wstring& wide, char32_t point) {
   wide.push_back(static_cast<wchar_t>(point));
 }
 
-// Hands out a result by the rules of the conversion functions: no room asked for means that the size is asked for.
+// Hands out a result by the rules of the conversion functions: no capacity means that the size is asked for.
 template <class Character>
 int handOut(Entry& call, std::basic_string_view<Character> result, Character* buffer, int size, DWORD tooSmall) {
   const int needed = static_cast<int>(result.size());

@@ -273,12 +273,12 @@ TEST(SimulatedWindows, RunsTheScriptEngine) {
 
 TEST(SimulatedWindows, CracksTheHostOutOfAUrl) {
   const SimulatedWindows windows;
-  const auto crack = [](const wchar_t* url, DWORD room) {
+  const auto crack = [](const wchar_t* url, DWORD capacity) {
     std::array<wchar_t, 64> host{};
     URL_COMPONENTS components{};
     components.dwStructSize = sizeof components;
     components.lpszHostName = host.data();
-    components.dwHostNameLength = room;
+    components.dwHostNameLength = capacity;
     if (!WinHttpCrackUrl(url, 0, 0, &components)) return std::to_wstring(GetLastError());
     return std::wstring(host.data(), components.dwHostNameLength);
   };

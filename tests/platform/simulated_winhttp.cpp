@@ -88,9 +88,9 @@ BOOL complete(Entry& call, HINTERNET handle, Internet& request, const Notificati
 
 BOOL answerNumber(Entry& call, DWORD value, LPVOID buffer, LPDWORD size) {
   if (!size) return call.fail(ERROR_INVALID_PARAMETER, FALSE);
-  const DWORD room = *size;
+  const DWORD capacity = *size;
   *size = sizeof(DWORD);
-  if (!buffer || room < sizeof(DWORD)) return call.fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
+  if (!buffer || capacity < sizeof(DWORD)) return call.fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
   std::memcpy(buffer, &value, sizeof value);
   return call.succeed(TRUE);
 }

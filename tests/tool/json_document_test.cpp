@@ -1,4 +1,4 @@
-// What JSON is made of texts that are not well formed.
+// The JSON for texts that are not well formed.
 #include "json_document.h"
 
 #include <gmock/gmock.h>
@@ -13,7 +13,7 @@ using nlohmann::json;
 
 constexpr const char* kReplacement = "\xEF\xBF\xBD";
 
-TEST(JsonDocument, HalvesOfCharactersThatStandAloneAreReplaced) {
+TEST(JsonDocument, SurrogatesWithoutTheirPairAreReplaced) {
   Resolution resolution;
   resolution.url = L"http://a\xD800z/";
   resolution.settings.manualList = L"\xDC00";
@@ -32,6 +32,15 @@ TEST(JsonDocument, PairsAreOneCharacter) {
             "http://\xF0\x9F\x98\x80/");
 }
 
+TEST(JsonDocument, ExplainsAFailureWithTheNameOfItsError) {
+  Resolution resolution;
+  resolution.candidates.push_back({.text = L"http://a:1", .requests = {{.error = 12002}}});
+  const json document = json::parse(jsonDocument(Task::Resolve, {resolution}));
+  const json& candidate = document.at("results").at(0).at("candidates").at(0);
+  EXPECT_EQ(candidate.at("explanation"), "timed out: ERROR_WINHTTP_TIMEOUT (12002)");
+  EXPECT_EQ(candidate.at("requests").at(0).at("error"), 12002);
+}
+
 TEST(JsonDocument, TaskIsNamed) {
   EXPECT_EQ(json::parse(jsonDocument(Task::Resolve, {})).at("task"), "resolve");
   EXPECT_EQ(json::parse(jsonDocument(Task::ShowSettings, {})).at("task"), "settings");
@@ -41,7 +50,7 @@ TEST(JsonDocument, TaskIsNamed) {
 TEST(TraceLine, IsOneLineWhateverTheMessage) {
   Resolution resolution;
   resolution.url = L"http://x/";
-  const std::string line = traceLine(resolution, {{}, Level::Warn, L"a\nb\x2028\"\\\xD800\x01"});
+  const std::string line = traceLine(resolution, {{}, LogLevel::Warn, L"a\nb\x2028\"\\\xD800\x01"});
   EXPECT_EQ(line.find('\n'), line.size() - 1);
   const json record = json::parse(line);
   EXPECT_EQ(record.at("message"), std::string("a\nb\xE2\x80\xA8\"\\") + kReplacement + "\x01");

@@ -20,10 +20,10 @@ TEST(FactOf, ReadsTheLinesThatMatter) {
       {L"lorvResolveProxy() returned error status.", FactKind::DiscoveryFailed},
       {L"Proxy bypass list: *.a;b", FactKind::BypassList, 0, L"*.a;b"},
       {L"http://x/ is matched to the bypass list (*.a;b). Use direct connection.", FactKind::Bypassed},
-      {L"No. 0: Direct connection", FactKind::Turn, 0},
-      {L"No. 12: Proxy http://a:1", FactKind::Turn, 12},
+      {L"No. 0: Direct connection", FactKind::Attempt, 0},
+      {L"No. 12: Proxy http://a:1", FactKind::Attempt, 12},
       {L"No. 3: Invalid proxy", FactKind::InvalidCandidate, 3},
-      {L"No. 3: Proxy authentication required.", FactKind::Turn, 3},
+      {L"No. 3: Proxy authentication required.", FactKind::Attempt, 3},
   };
   for (const Case& expected : kCases) {
     const Fact fact = factOf(expected.message, kUrl);

@@ -21,7 +21,7 @@ TEST(Markup, ElementsKeepTheElementsInThem) {
   EXPECT_EQ(emptyElement("input", {{"checked", L""}}).html(), "<input checked=\"\">");
 }
 
-TEST(Markup, HalvesOfCharactersThatStandAloneAreReplaced) { EXPECT_EQ(Markup(L"\xD800").html(), "\xEF\xBF\xBD"); }
+TEST(Markup, SurrogatesWithoutTheirPairAreReplaced) { EXPECT_EQ(Markup(L"\xD800").html(), "\xEF\xBF\xBD"); }
 
 }  // namespace
 }  // namespace kiv::tool

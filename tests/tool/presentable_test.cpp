@@ -1,4 +1,4 @@
-// What of a text is shown: no password, nothing that steers the reader's console.
+// What is shown of a text: no password, and no control characters.
 #include "presentable.h"
 
 #include <gtest/gtest.h>
@@ -24,14 +24,14 @@ TEST(Presentable, MasksPasswords) {
   for (const auto& [text, shown] : kCases) EXPECT_EQ(presentable(text), shown);
 }
 
-TEST(Presentable, LeavesAloneWhatHoldsNone) {
+TEST(Presentable, LeavesOtherTextsUnchanged) {
   for (const wchar_t* const text :
        {L"", L"@", L"bob@host", L"http://host:80/", L"No. 0: mail to bob@host", L"a: b @c"}) {
     EXPECT_EQ(presentable(text), text);
   }
 }
 
-TEST(Presentable, ReplacesWhatSteersAConsole) {
+TEST(Presentable, ReplacesControlCharacters) {
   EXPECT_EQ(presentable(L"a\x1b[31mb\tc\x9b\x7f"),
             L"a\xFFFD[31mb\xFFFD"
             L"c\xFFFD\xFFFD");

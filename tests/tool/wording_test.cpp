@@ -1,4 +1,4 @@
-// What is said of a candidate.
+// The words for candidates and their requests.
 #include "wording.h"
 
 #include <gtest/gtest.h>
@@ -8,25 +8,25 @@ namespace {
 
 Candidate answered(Request request) { return {.requests = {std::move(request)}}; }
 
-TEST(VerdictText, ExplainsTheLastAnswer) {
+TEST(VerdictText, ExplainsTheLastResponse) {
   EXPECT_EQ(verdictText({}), L"not tested");
-  EXPECT_EQ(verdictText({.invalid = true}), L"not a proxy that can be tried");
+  EXPECT_EQ(verdictText({.invalid = true}), L"not a valid proxy");
   EXPECT_EQ(verdictText(answered({.status = 299})), L"works");
-  EXPECT_EQ(verdictText(answered({.status = 300})), L"answers, but without success");
-  EXPECT_EQ(verdictText(answered({.status = 407})), L"proxy wants credentials");
-  EXPECT_EQ(verdictText(answered({.error = 12007})), L"name not known");
-  EXPECT_EQ(verdictText(answered({.error = 4711})), L"no answer");
-  EXPECT_EQ(verdictText(answered({})), L"no answer");
+  EXPECT_EQ(verdictText(answered({.status = 300})), L"status is not 2xx");
+  EXPECT_EQ(verdictText(answered({.status = 407})), L"proxy requires credentials");
+  EXPECT_EQ(verdictText(answered({.error = 12007})), L"host name not found");
+  EXPECT_EQ(verdictText(answered({.error = 4711})), L"no response");
+  EXPECT_EQ(verdictText(answered({})), L"no response");
 }
 
-TEST(VerdictText, TellsRefusedCredentialsFromMissingOnes) {
+TEST(VerdictText, TellsRejectedCredentialsFromMissingOnes) {
   Candidate candidate = answered({.status = 407});
   candidate.proxyCredGiven = true;
-  EXPECT_EQ(verdictText(candidate), L"proxy refuses the credentials");
+  EXPECT_EQ(verdictText(candidate), L"proxy rejects the credentials");
   candidate.requests.push_back({.status = 401});
-  EXPECT_EQ(verdictText(candidate), L"server wants credentials");
+  EXPECT_EQ(verdictText(candidate), L"server requires credentials");
   candidate.serverCredGiven = true;
-  EXPECT_EQ(verdictText(candidate), L"server refuses the credentials");
+  EXPECT_EQ(verdictText(candidate), L"server rejects the credentials");
 }
 
 TEST(VerdictText, KnowsFailuresWithoutACode) {
@@ -34,10 +34,21 @@ TEST(VerdictText, KnowsFailuresWithoutACode) {
             L"proxy offers no usable authentication");
 }
 
-TEST(AnswersText, ListsAllRequests) {
+TEST(ExplanationText, NamesTheErrorOfTheLastRequest) {
+  EXPECT_EQ(explanationText(answered({.error = 12029})), L"cannot connect: ERROR_WINHTTP_CANNOT_CONNECT (12029)");
+  EXPECT_EQ(explanationText(answered({.error = 10060})), L"timed out: WSAETIMEDOUT (10060)");
+  EXPECT_EQ(explanationText(answered({.error = 4711})), L"no response: error 4711");
+  EXPECT_EQ(explanationText(answered({})), L"no response");
+  EXPECT_EQ(explanationText(answered({.status = 200, .error = 12029})), L"works");
+  EXPECT_EQ(explanationText({}), L"not tested");
+}
+
+TEST(ResponsesText, ListsAllRequests) {
   const Candidate candidate{.requests = {{.status = 407}, {.error = 12029}, {}}};
-  EXPECT_EQ(answersText(candidate), L"407, failed (12029), failed");
-  EXPECT_EQ(answersText({}), L"-");
+  EXPECT_EQ(responsesText(candidate), L"407, failed, failed");
+  EXPECT_EQ(responsesText({}), L"-");
+  EXPECT_EQ(responseWithErrorText({.error = 12002}), L"failed: ERROR_WINHTTP_TIMEOUT (12002)");
+  EXPECT_EQ(responseWithErrorText({.status = 407}), L"407");
 }
 
 TEST(TimeText, IsIso8601WithMilliseconds) {

@@ -95,7 +95,7 @@ TEST(AddressGrammarTest, KeepsTheLastBlankWhenAPartWouldBeEmptyWithoutIt) {
   for (const Case& c : cases) EXPECT_EQ(split(c.text), c.groups) << c.text;
 }
 
-TEST(AddressGrammarTest, TakesAZeroForAnOrdinaryCharacter) {
+TEST(AddressGrammarTest, TreatsAZeroAsAnOrdinaryCharacter) {
   constexpr std::wstring_view text(L"a\0b:1", 5);
   const Groups expected = {L"", L"", L"", text.substr(0, 3), L"1", L"", L""};
   EXPECT_EQ(split(text), expected);

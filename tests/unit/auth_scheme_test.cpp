@@ -102,7 +102,7 @@ TEST_F(AuthSchemeTest, ReadsTheVariableAgainEachTime) {
   EXPECT_EQ(chooseServerScheme(kBasic, false), std::nullopt);
 }
 
-TEST_F(AuthSchemeTest, TakesAVariableThatCannotBeReadAsAbsent) {
+TEST_F(AuthSchemeTest, TreatsAVariableThatCannotBeReadAsAbsent) {
   windows.environment[kVariable] = L"1";
   for (const std::size_t nth : {1U, 2U}) {
     windows.failNth("GetEnvironmentVariableW", nth, ERROR_GEN_FAILURE);
@@ -111,7 +111,7 @@ TEST_F(AuthSchemeTest, TakesAVariableThatCannotBeReadAsAbsent) {
   }
 }
 
-TEST_F(AuthSchemeTest, TakesAVariableThatGrowsWhileItIsReadAsAbsent) {
+TEST_F(AuthSchemeTest, TreatsAVariableThatGrowsWhileItIsReadAsAbsent) {
   windows.environment[kVariable] = L"1";
   windows.environmentAfterwards[kVariable] = L"a longer one";
   EXPECT_EQ(chooseServerScheme(kBasic, false), std::nullopt);

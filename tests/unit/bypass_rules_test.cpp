@@ -90,7 +90,7 @@ TEST_F(BypassRulesTest, OrdersTheAlternativesOfARule) {
   EXPECT_EQ(MakeBypassRule(L"").index(), 2U);
 }
 
-TEST_F(BypassRulesTest, TakesLocalForTheLocalRuleOnlyWhenWrittenExactlySo) {
+TEST_F(BypassRulesTest, TreatsOnlyTheExactTextLocalAsTheLocalRule) {
   EXPECT_TRUE(std::holds_alternative<BypassLocalRule>(MakeBypassRule(L"<local>")));
   for (const wchar_t* entry : {L"<LOCAL>", L"<Local>", L"<local", L"local", L"<local>:80", L" <local>"}) {
     EXPECT_TRUE(std::holds_alternative<BypassPatternRule>(MakeBypassRule(entry))) << entry;
@@ -103,7 +103,7 @@ TEST_F(BypassRulesTest, SendsHostsWithoutADotDirectByTheLocalRule) {
   EXPECT_FALSE(bypasses(L"<local>", L"http://intranet.corp/"));
 }
 
-TEST_F(BypassRulesTest, TakesNothingButTheAbsenceOfADotForLocal) {
+TEST_F(BypassRulesTest, TreatsOnlyAHostWithoutADotAsLocal) {
   for (const wchar_t* host :
        {L"intranet", L"localhost", L"LOCALHOST", L"a-b_c", L" intranet ", L"\tintranet\n", L"*", L"[1]"}) {
     EXPECT_TRUE(IsPlainHostName(hostOnly(host))) << host;
@@ -153,7 +153,7 @@ TEST_F(BypassRulesTest, DoesNotMatchARuleWithAPortIfTheTargetHasNeitherPortNorKn
   EXPECT_TRUE(bypasses(L"intranet", L"ftp://intranet/"));
 }
 
-TEST_F(BypassRulesTest, TakesZeroForTheDefaultPortOfAnyOtherKind) {
+TEST_F(BypassRulesTest, TreatsZeroAsTheDefaultPortOfAnyOtherKind) {
   ParsedAddress target = hostOnly(L"h");
   target.kind = static_cast<AddressScheme>(3);
   EXPECT_TRUE(MatchesBypassPattern(BypassPatternRule(*impl::splitAddress(L"h:0")), target));
@@ -171,7 +171,7 @@ TEST_F(BypassRulesTest, ComparesASchemeWithTheTargets) {
   EXPECT_TRUE(bypasses(L"ftp://intranet", L"ftp://intranet/"));
 }
 
-TEST_F(BypassRulesTest, TakesATargetWithoutASchemeForHttp) {
+TEST_F(BypassRulesTest, TreatsATargetWithoutASchemeAsHttp) {
   EXPECT_TRUE(bypasses(L"intranet", L"intranet"));
   EXPECT_TRUE(bypasses(L"http://intranet", L"intranet"));
   EXPECT_FALSE(bypasses(L"https://intranet", L"intranet"));
@@ -197,7 +197,7 @@ TEST_F(BypassRulesTest, ComparesTheAsciiFormOfTheTargetWithRulesAsTheyAreWritten
   }
 }
 
-TEST_F(BypassRulesTest, TakesABlankForAPartOfTheEntry) {
+TEST_F(BypassRulesTest, TreatsABlankAsAPartOfTheEntry) {
   ASSERT_EQ(BuildBypassRules(L"a.b c.d").size(), 1U);
   EXPECT_TRUE(bypasses(L"a.b c.d", L"a.b c.d"));
   EXPECT_FALSE(bypasses(L"a.b c.d", L"a.b"));

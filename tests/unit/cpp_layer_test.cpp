@@ -1,4 +1,4 @@
-// The C++ face of the interface: ownership, exceptions in place of null, and what its callables throw.
+// The C++ layer of the interface: ownership, exceptions instead of null, and what its callables throw.
 #include "kiv/kiv.hpp"
 
 #include <gmock/gmock.h>
@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/platform_test.h"
-#include "unit/support/scripted_host.h"
+#include "unit/support/scripted_application.h"
 
 namespace kiv::test {
 namespace {
@@ -88,7 +88,7 @@ TEST_F(CppProxyConfigTest, WithoutAHandleIsNone) {
   EXPECT_TRUE(ProxyConfig(config).is_none());
 }
 
-TEST_F(CppProxyConfigTest, HasAKindForEachWayToMakeOne) {
+TEST_F(CppProxyConfigTest, IsOfTheKindThatItWasCreatedAs) {
   EXPECT_TRUE(ProxyConfig::none().is_none());
   EXPECT_TRUE(ProxyConfig::direct().is_direct());
   EXPECT_TRUE(ProxyConfig::http(L"h").is_http());
@@ -127,13 +127,20 @@ TEST_F(CppProxyConfigTest, ShowsItsCredentialsOnlyWhenAskedForThem) {
   EXPECT_EQ(cred.password().view(), L"word");
 }
 
+TEST_F(CppProxyConfigTest, HasATextForUsersWhateverItsKind) {
+  EXPECT_EQ(ProxyConfig().display_string(), L"NONE");
+  EXPECT_EQ(ProxyConfig::none().display_string(), L"NONE");
+  EXPECT_EQ(ProxyConfig::direct().display_string(), L"DIRECT");
+  EXPECT_EQ(ProxyConfig::socks4(L"gate", 1, Credential(L"pam", L"word")).display_string(), L"socks4://gate:1");
+}
+
 TEST_F(CppProxyConfigTest, ThrowsWhatTheReceiverOfItsTextThrows) {
   for (const ProxyConfig& config : {ProxyConfig(), ProxyConfig::http(L"h")}) {
     EXPECT_THROW(config.show_with_cred([](std::wstring_view) { throw Thrown("sink"); }), Thrown);
   }
 }
 
-TEST_F(CppProxyConfigTest, CopiesWhatIsBehindTheHandle) {
+TEST_F(CppProxyConfigTest, CopiesTheLibrarysObject) {
   const ProxyConfig source = ProxyConfig::parse(kLongText);
   ProxyConfig copy(source);
   EXPECT_NE(copy.handle(), source.handle());
@@ -265,7 +272,7 @@ TEST_F(CppCredentialTest, LeavesNoPasswordBehind) {
   config.show_with_cred([](std::wstring_view text) { EXPECT_EQ(text.size(), 18 + kPassword.size()); });
 }
 
-TEST_F(CppCredentialTest, TakesOverAndGivesAwayHandles) {
+TEST_F(CppCredentialTest, TakesAndReleasesOwnershipOfHandles) {
   Credential cred(KivCred_Create(L"pam", L"word"));
   EXPECT_EQ(cred.username(), L"pam");
   const UniqueCred handle(cred.release());
@@ -284,6 +291,14 @@ TEST_F(CppLogTest, ARecordHasALevelAndAText) {
   EXPECT_TRUE(record.is_debug());
   EXPECT_FALSE(record.is_error() || record.is_warn() || record.is_info());
   EXPECT_EQ(record.message(), L"text");
+}
+
+TEST_F(CppLogTest, ARecordsLevelIsOneOfFour) {
+  EXPECT_EQ(LogRecord::error(L"text").level(), LogLevel::Error);
+  EXPECT_EQ(LogRecord::warn(L"text").level(), LogLevel::Warn);
+  EXPECT_EQ(LogRecord::info(L"text").level(), LogLevel::Info);
+  EXPECT_EQ(LogRecord::debug(L"text").level(), LogLevel::Debug);
+  EXPECT_EQ(LogRecord().level(), LogLevel::Debug);
 }
 
 TEST_F(CppLogTest, ARecordCopiesAndMoves) {
@@ -308,7 +323,7 @@ TEST_F(CppLogTest, ARecordThrowsBadAllocWhereverMemoryRunsOut) {
   });
 }
 
-TEST_F(CppLogTest, ALoggerHandsItsCallableOneRecordForEachLine) {
+TEST_F(CppLogTest, ALoggerPassesItsCallableOneRecordForEachLine) {
   std::vector<LogRecord> kept;
   const Logger logger = [&](const LogRecord& record) { kept.push_back(record); };
   logger.error(L"a%ls");
@@ -365,17 +380,17 @@ TEST_F(CppLogTest, ALoggersHandleServesCFunctions) {
   };
   KivLogger_Info(logger.handle(), L"text");
   EXPECT_THAT(lines, ElementsAre(L"text"));
-  EXPECT_THROW(KivLogger_Error(logger.handle(), L"text"), Thrown) << "as documented for hosts in C++";
+  EXPECT_THROW(KivLogger_Error(logger.handle(), L"text"), Thrown) << "as documented for applications in C++";
 }
 
-TEST_F(CppLogTest, ALoggerTakesOverAHandleOfTheHosts) {
+TEST_F(CppLogTest, ALoggerTakesOwnershipOfAHandle) {
   int lines = 0;
   const Logger logger(KivLogger_Construct(&lines, [](void* count, const KivLog*) { ++*static_cast<int*>(count); }));
   logger.info(L"text");
   EXPECT_EQ(lines, 1);
 }
 
-// A demand for credentials, until they are there; through any proxy but the dead one.
+// Asks for credentials until they are given; the dead proxy does not connect.
 Exchange demanding(const RequestRecord& request) {
   if (request.proxy && request.proxy->list == L"http://dead:1") return {.sendError = 12029};
   bool proxyKnows = !request.proxy.has_value(), serverKnows = false;
@@ -420,7 +435,7 @@ TEST_F(CppHttpClientTest, KeepsItsSettingsWhenMoved) {
   EXPECT_EQ(first.head(), 200);
 }
 
-TEST_F(CppHttpClientTest, LosesProxyAndCredentialsToNone) {
+TEST_F(CppHttpClientTest, RemovesProxyAndCredentialsIfGivenNone) {
   HttpClient client(L"http://target/", L"agent");
   windows.http.decide = demanding;
   client.set_proxy(ProxyConfig::http(L"gate", 1, Credential(L"pam", kPassword)));
@@ -441,11 +456,11 @@ TEST_F(CppHttpClientTest, ThrowsWhatTheLoggerThrowsWhenTheRequestIsOver) {
     throw Thrown("log");
   };
   EXPECT_THROW(client.head(logger), Thrown);
-  EXPECT_EQ(lines, 1) << "after the first exception nobody is called";
+  EXPECT_EQ(lines, 1) << "after the first exception no callable is called";
   EXPECT_EQ(client.head(), 200);
 }
 
-TEST_F(CppHttpClientTest, ThrowsBadAllocIfItCannotBeMade) {
+TEST_F(CppHttpClientTest, ThrowsBadAllocIfItCannotBeCreated) {
   expectBadAllocWithoutLeak([] { const HttpClient client(kLongText, L"an agent with a name that needs a block"); });
 }
 
@@ -454,7 +469,7 @@ class CppDialogTest : public PlatformTest {
   CppDialogTest() { windows.prompt.password = kPassword; }
 };
 
-TEST_F(CppDialogTest, GiveWhatWasTyped) {
+TEST_F(CppDialogTest, ReturnWhatWasTyped) {
   const Credential server = ServerAuthDialog{}(L"http://target/");
   EXPECT_EQ(server.username(), L"user");
   EXPECT_EQ(server.password().view(), kPassword);
@@ -462,6 +477,11 @@ TEST_F(CppDialogTest, GiveWhatWasTyped) {
   EXPECT_EQ(proxy.password().view(), kPassword);
   EXPECT_NE(windows.arguments("CredUIPromptForWindowsCredentialsW", 2).find(L"http://gate:8080"), std::wstring::npos);
   EXPECT_EQ(windows.arguments("CredUIPromptForWindowsCredentialsW", 2).find(L"word"), std::wstring::npos);
+}
+
+TEST_F(CppDialogTest, NameADirectConnectionToo) {
+  ProxyAuthDialog{}(ProxyConfig::direct());
+  EXPECT_NE(windows.arguments("CredUIPromptForWindowsCredentialsW", 1).find(L"DIRECT"), std::wstring::npos);
 }
 
 TEST_F(CppDialogTest, PassDetailAndWindowOn) {
@@ -474,7 +494,7 @@ TEST_F(CppDialogTest, PassDetailAndWindowOn) {
   }
 }
 
-TEST_F(CppDialogTest, GiveNoneWhenTheUserCancels) {
+TEST_F(CppDialogTest, ReturnNoneWhenTheUserCancels) {
   windows.prompt.result = ERROR_CANCELLED;
   EXPECT_TRUE(ServerAuthDialog{}(L"http://target/").is_none());
   EXPECT_TRUE(ProxyAuthDialog{}(ProxyConfig::http(L"gate")).is_none());
@@ -484,7 +504,7 @@ TEST_F(CppDialogTest, ThrowBadAllocWhereverMemoryRunsOut) {
   expectBadAllocWithoutLeak([] { ServerAuthDialog{L"detail"}(L"http://target/"); });
 }
 
-// A resolution whose client is the test: it notes what it is told, and answers with the statuses in turn.
+// A resolution whose client is the test: it notes every call, and returns the statuses one after the other.
 class CppResolveTest : public PlatformTest {
  protected:
   CppResolveTest() {
@@ -519,10 +539,10 @@ class CppResolveTest : public PlatformTest {
   std::size_t asked = 0;
   Lines entries;
   bool quiet = true;      // lines of the log are not noted
-  std::wstring surprise;  // the entry at which the host throws
+  std::wstring surprise;  // the entry at which a callable throws
 };
 
-TEST_F(CppResolveTest, CallsEachCallableAsTheProcedureDemands) {
+TEST_F(CppResolveTest, CallsEachCallableInTheDocumentedOrder) {
   request.fallback = ProxyConfig::http(L"b", 2);
   statuses = {500, 407, 401, 200};
   const ProxyConfig found = resolve(request);
@@ -533,7 +553,7 @@ TEST_F(CppResolveTest, CallsEachCallableAsTheProcedureDemands) {
                                    L"server_cred http://target/", L"set_server_cred sam", L"test"));
 }
 
-TEST_F(CppResolveTest, GoesWithoutFilterSourcesAndLogger) {
+TEST_F(CppResolveTest, WorksWithoutFilterCredentialsAndLogger) {
   request.filter = nullptr;
   request.server_cred = nullptr;
   request.proxy_cred = nullptr;
@@ -544,7 +564,7 @@ TEST_F(CppResolveTest, GoesWithoutFilterSourcesAndLogger) {
                                    L"test", L"set_server_cred ", L"test"));
 }
 
-TEST_F(CppResolveTest, TriesThePreferredFirstAndWhatTheFilterKeeps) {
+TEST_F(CppResolveTest, TestsThePreferredFirstAndOnlyWhatTheFilterKeeps) {
   request.preferred = ProxyConfig::http(L"first");
   request.filter = [](const ProxyConfig& candidate) { return candidate.host() != L"first"; };
   EXPECT_EQ(resolve(request).to_string(), L"http://a:1");
@@ -554,7 +574,7 @@ TEST_F(CppResolveTest, TriesThePreferredFirstAndWhatTheFilterKeeps) {
   EXPECT_TRUE(resolve(request).is_none());
 }
 
-TEST_F(CppResolveTest, GoesByTheBypassListThatIsGiven) {
+TEST_F(CppResolveTest, UsesTheGivenBypassList) {
   request.bypass_list = L"target";
   EXPECT_TRUE(resolve(request).is_direct());
   windows.user.bypass = L"target";
@@ -575,7 +595,7 @@ TEST_F(CppResolveTest, RefusesARequestWithoutAClient) {
   EXPECT_THAT(entries, IsEmpty());
 }
 
-TEST_F(CppResolveTest, SaysThatTheLibraryGaveNoResult) {
+TEST_F(CppResolveTest, ThrowsIfTheLibraryReturnsNoResult) {
   request.bypass_list = L"a:99999999999999999999";
   EXPECT_THROW(resolve(request), ResolutionError);
 }
@@ -625,7 +645,7 @@ TEST_F(CppResolveTest, LetsACallableResolveOnItsOwn) {
     inner.test = []() -> int { throw Thrown("inner"); };
     return resolve(inner).is_none();
   };
-  EXPECT_THROW(resolve(request), Thrown) << "what nobody catches inside goes on";
+  EXPECT_THROW(resolve(request), Thrown) << "what is not caught inside is thrown outside";
 }
 
 TEST_F(CppResolveTest, KeepsTheExceptionsOfThreadsApart) {
@@ -663,7 +683,7 @@ class CppResolveWithClientTest : public CppHttpClientTest {
   Request request;
 };
 
-TEST_F(CppResolveWithClientTest, AnswersBothDemandsFromTheSources) {
+TEST_F(CppResolveWithClientTest, AnswersBothChallengesFromTheCallables) {
   request.proxy_cred = [](const ProxyConfig& proxy) {
     EXPECT_EQ(proxy.to_string(), L"http://living:2");
     return Credential(L"pam", kPassword);
@@ -679,7 +699,7 @@ TEST_F(CppResolveWithClientTest, AnswersBothDemandsFromTheSources) {
   EXPECT_EQ(found.cred().password().view(), kPassword);
 }
 
-TEST_F(CppResolveWithClientTest, AnswersBothDemandsFromTheDialogs) {
+TEST_F(CppResolveWithClientTest, AnswersBothChallengesFromTheDialogs) {
   request.proxy_cred = ProxyAuthDialog{L"my program"};
   request.server_cred = ServerAuthDialog{L"my program"};
   EXPECT_EQ(resolve_with_client(request).cred().username(), L"user");
@@ -733,7 +753,7 @@ TEST_F(CppResolveWithClientTest, ThrowsWhatTheLoggerThrewWhileTheClientWorked) {
   EXPECT_EQ(last, L"WinHttpSendRequest() failed. ErrorCode = 12029");
 }
 
-// Memory that is lacking for a line ends the process by design, so this logger is one that drops its lines.
+// Running out of memory for a log line ends the process by design, so this logger drops its lines.
 TEST_F(CppResolveWithClientTest, LeavesNothingBehindWhereverMemoryRunsOut) {
   std::size_t failures = 0;
   bool complete = false;

@@ -23,7 +23,7 @@ using ::testing::IsEmpty;
 
 static_assert(sizeof(KivCred_IsNone(nullptr)) == 1, "predicates return one byte");
 
-// Both are too long for a text's own room, so that they take blocks of the heap.
+// Both are too long for a text's own buffer, so that they take blocks of the heap.
 constexpr const wchar_t* kUser = L"the long name of a user, in clear";
 constexpr const wchar_t* kPassword = L"correct horse battery staple";
 constexpr const wchar_t* kOtherUser = L"somebody else with a long name";

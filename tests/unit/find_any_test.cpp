@@ -33,7 +33,7 @@ TEST(FindAnyTest, LooksAtNothingOutsideOfTheText) {
   }
 }
 
-TEST(FindAnyTest, TakesNoCharacterForOneThatSharesItsLowBits) {
+TEST(FindAnyTest, DoesNotMistakeACharacterForOneThatSharesItsLowBits) {
   EXPECT_EQ(findAny<L':'>(std::wstring(20, static_cast<wchar_t>(0x013A))), 20U);
   EXPECT_EQ(findAny<L':'>(std::wstring(20, static_cast<wchar_t>(0x3A00))), 20U);
   EXPECT_EQ(findAny<L':'>(std::wstring(20, static_cast<wchar_t>(0xFF1A))), 20U);

@@ -99,7 +99,7 @@ TEST(FormatTest, NeedsOneAllocationForALongTextAndNoneForAShortOne) {
   const MemoryWatch::AllocationFailure counter(0);
   EXPECT_EQ(format(L"%d", 12).size(), 2U);
   EXPECT_EQ(counter.count(), 0U);
-  EXPECT_EQ(format(L"%ls", L"a text that is too long for the text's own room").size(), 47U);
+  EXPECT_EQ(format(L"%ls", L"a text that is too long for its own buffer").size(), 42U);
   EXPECT_EQ(counter.count(), 1U);
 }
 
@@ -109,7 +109,7 @@ TEST(FormatTest, ThrowsWhenMemoryRunsOut) {
   {
     const MemoryWatch::AllocationFailure failure(1);
     try {
-      (void)format(L"%ls", L"a text that is too long for the text's own room");
+      (void)format(L"%ls", L"a text that is too long for its own buffer");
     } catch (const std::bad_alloc&) {
       thrown = true;
     }

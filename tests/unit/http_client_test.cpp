@@ -214,7 +214,7 @@ TEST_F(HttpClientTest, ConnectsToNothingIfTheHostHasNoAsciiForm) {
                                        L"E: WinHttpOpenRequest() failed. ErrorCode = 6"));
 }
 
-TEST_F(HttpClientTest, TakesAnyNumberButZeroAsTheWishToIgnoreCertErrors) {
+TEST_F(HttpClientTest, TreatsAnyNumberButZeroAsTheWishToIgnoreCertErrors) {
   for (const int ignore : {1, -1, 2, 0x10000}) {
     const UniqueHttpClient client(KivHttpClient_Create(L"https://example.com", L"agent", ignore));
     EXPECT_EQ(head(client), 200);

@@ -182,7 +182,7 @@ TEST_F(LocalScriptTest, FailsIfTheEngineLeavesTheAnswerNull) {
   EXPECT_THAT(transcript(), ElementsAre(kLoad, kLookUpInitialize, kInitialize, kLookUpGetInfo, kGetInfo, kUnload));
 }
 
-TEST_F(LocalScriptTest, TakesAnyNonzeroResultForSuccess) {
+TEST_F(LocalScriptTest, TreatsAnyNonzeroResultAsSuccess) {
   windows.scriptEngine.initializeResult = 2;
   windows.scriptEngine.getInfoResult = -1;
   windows.scriptEngine.answer = "DIRECT";
@@ -190,7 +190,7 @@ TEST_F(LocalScriptTest, TakesAnyNonzeroResultForSuccess) {
   EXPECT_EQ(candidates, (Entries{{L"", L"", 0}}));
 }
 
-TEST_F(LocalScriptTest, TakesAnEmptyAnswerForAnAnswer) {
+TEST_F(LocalScriptTest, TreatsAnEmptyAnswerAsAnAnswer) {
   EXPECT_EQ(entriesOf(""), Entries());
   EXPECT_EQ(entriesOf("PROXY p:8080", 0), Entries());
 }
@@ -205,7 +205,7 @@ TEST_F(LocalScriptTest, DropsATerminatorThatTheLengthCounts) {
   EXPECT_EQ(entriesOf("", 0xFFFFFFFF), Entries());
 }
 
-TEST_F(LocalScriptTest, TakesAnAnswerWhoseLengthTheEngineDoesNotTellForAnEmptyOne) {
+TEST_F(LocalScriptTest, TreatsAnAnswerOfUnknownLengthAsEmpty) {
   windows.scriptEngine.answer = "PROXY p:8080";
   windows.scriptEngine.reportsLength = false;
   EXPECT_TRUE(evaluate());

@@ -1,4 +1,4 @@
-// Tests of the host's logger, through its C functions and as the rest of the library uses it.
+// Tests of the application's logger, through its C functions and as the rest of the library uses it.
 #include "log/logger.h"
 
 #include <gmock/gmock.h>

@@ -150,7 +150,7 @@ TEST_F(PendingRequestTest, GoesOnWaitingAfterAnotherCallsCompletion) {
   EXPECT_EQ(windows.count("WaitForSingleObject"), 3U);
 }
 
-TEST_F(PendingRequestTest, DoesNotTakeAnEarlierCompletionForThatOfTheNextCall) {
+TEST_F(PendingRequestTest, DoesNotTreatAnEarlierCompletionAsThatOfTheNextCall) {
   windows.http.delay = std::chrono::milliseconds(20);
   PendingRequest request(open());
   windows.failOnce("WaitForSingleObject", 6);

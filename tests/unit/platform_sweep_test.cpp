@@ -86,26 +86,26 @@ Consequence resultIs(std::wstring result) {
 class Resolution : public Subject {
  public:
   explicit Resolution(const ResolutionScenario& scenario) : scenario_(scenario) {
-    host_.forbid(kSharedSecret);
+    application_.forbid(kSharedSecret);
     fallback_.reset(inLibrary([] { return KivProxyConfig_Http(L"fallback", 9, nullptr); }));
   }
 
   Outcome run(SimulatedWindows&) override {
-    host_.forget();
-    host_.statuses.clear();
-    scenario_.script(host_);
-    const UniqueProxyConfig result = host_.resolve(nullptr, fallback_.get());
+    application_.forget();
+    application_.statuses.clear();
+    scenario_.script(application_);
+    const UniqueProxyConfig result = application_.resolve(nullptr, fallback_.get());
     std::wstring text = L"null";
     if (result) {
       text = KivProxyConfig_Scheme(result.get()) + std::wstring(L" ") + KivProxyConfig_Host(result.get());
       if (KivProxyConfig_HasCred(result.get())) text += L" with credentials";
     }
-    return {text, host_.lines()};
+    return {text, application_.lines()};
   }
 
  private:
   const ResolutionScenario scenario_;
-  ScriptedHost host_;
+  ScriptedApplication application_;
   UniqueProxyConfig fallback_;
 };
 
@@ -181,7 +181,7 @@ Consequences resolutionConsequences(const ResolutionScenario& scenario) {
       {"MultiByteToWideChar", [=](const Fault&, const Outcome&) { return with(Source()); }},
       // A target without an ASCII form matches no rule that names hosts.
       {"IdnToAscii", [=](const Fault&, const Outcome&) { return with(scenario.normal); }},
-      // The host's own doing: without protection, it has none credentials to give.
+      // The application's own doing: without protection, it has no credentials to give.
       {"CryptProtectMemory",
        [](const Fault& fault, const Outcome& normal) {
          return fault.nth == 1 ? replaced(normal, L" with credentials", L"") : normal;

@@ -22,7 +22,7 @@ using ::testing::IsEmpty;
 
 constexpr std::wstring_view kUser = L"the long name of a user, in clear";
 constexpr std::wstring_view kPassword = L"correct horse battery staple";
-constexpr std::wstring_view kHost = L"a-host-name-too-long-for-its-own-room.example.com";
+constexpr std::wstring_view kHost = L"a-host-name-too-long-for-its-own-buffer.example.com";
 
 using Factory = ProxyConfig (*)(std::wstring, std::int32_t, std::optional<Cred>);
 

@@ -102,7 +102,7 @@ TEST_F(ProxyConfigTextTest, GivesNoneWithoutTheCredentialsOfTheTextOrTheCaller) 
   EXPECT_FALSE(KivProxyConfig_HasCred(parse(L"ftp://h", cred.get()).get()));
 }
 
-TEST_F(ProxyConfigTextTest, TakesABareDirectForAHost) {
+TEST_F(ProxyConfigTextTest, TreatsABareDirectAsAHost) {
   expectParsed(L"direct", L"http", L"direct", -1);
   expectParsed(L"DIRECT", L"http", L"DIRECT", -1);
 }
@@ -120,7 +120,7 @@ TEST_F(ProxyConfigTextTest, PrefersTheCallersCredentialsToThoseInTheText) {
   expectCred(parse(L"socks4://u:p@h", cred.get()), L"a", L"b");
 }
 
-TEST_F(ProxyConfigTextTest, TakesANoneCredentialForNoCredential) {
+TEST_F(ProxyConfigTextTest, TreatsANoneCredentialAsNoCredential) {
   const UniqueCred none(KivCred_None());
   expectCred(parse(L"u:p@h", none.get()), L"u", L"p");
   EXPECT_FALSE(KivProxyConfig_HasCred(parse(L"h", none.get()).get()));
@@ -133,7 +133,7 @@ TEST_F(ProxyConfigTextTest, DoesWithoutCredentialsIfThePasswordCannotBeProtected
   EXPECT_FALSE(KivProxyConfig_HasCred(config.get()));
 }
 
-TEST_F(ProxyConfigTextTest, TakesAWrittenPortForExplicitModulo65536) {
+TEST_F(ProxyConfigTextTest, TreatsAWrittenPortAsExplicitAndReadsItModulo65536) {
   expectParsed(L"h:0", L"http", L"h", 0);
   expectParsed(L"h:65537", L"http", L"h", 1);
   expectParsed(L"h:70000", L"http", L"h", 4464);
@@ -257,7 +257,7 @@ TEST_F(ProxyConfigTextTest, CallsNoSinkIfConfigurationContextOrSinkIsMissing) {
   EXPECT_TRUE(sink.texts.empty());
 }
 
-TEST_F(ProxyConfigTextTest, TakesAnyNonZeroFlagForSet) {
+TEST_F(ProxyConfigTextTest, TreatsAnyNonZeroFlagAsSet) {
   const UniqueProxyConfig config = parse(L"u:p@h");
   Sink sink;
   KivProxyConfig_ToString(config.get(), -1, 256, &sink, &Sink::collect);

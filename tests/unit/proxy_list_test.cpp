@@ -182,7 +182,7 @@ TEST(WinHttpProxyListTest, DividesEntriesAtBlanksAsWellAsSemicolons) {
       {{L"p:80 q:81", {{L"", L"p", 80}, {L"", L"q", 81}}}, {L" p:80\t; ;q:81;", {{L"", L"p", 80}, {L"", L"q", 81}}}});
 }
 
-TEST(WinHttpProxyListTest, TakesANumberAfterABlankForAHost) {
+TEST(WinHttpProxyListTest, TreatsANumberAfterABlankAsAHost) {
   expectWinHttp({{L"p 80", {{L"", L"p", 0}, {L"", L"80", 0}}}});
 }
 

@@ -525,7 +525,7 @@ TEST_F(RequestCycleTest, LogsTheHeadersAsTheyAre) {
   }
 }
 
-TEST_F(RequestCycleTest, TakesAnUnexpectedSuccessOfTheSizeQueryAsAFailure) {
+TEST_F(RequestCycleTest, TreatsAnUnexpectedSuccessOfTheSizeQueryAsAFailure) {
   const UniqueHttpClient client = createClient(L"http://example.com");
   windows.http.headerSizeQuerySucceeds = true;
   calls.forget();

@@ -5,7 +5,7 @@
 
 #include "platform/platform_test.h"
 #include "unit/support/recorded_log.h"
-#include "unit/support/scripted_host.h"
+#include "unit/support/scripted_application.h"
 #include "unit/support/transcript.h"
 
 namespace kiv::test {
@@ -111,7 +111,7 @@ TEST_F(SystemCandidatesTest, KeepsTheDifferenceBetweenPortZeroAndNoPort) {
   EXPECT_EQ(settings.candidates[1].port(true), 80);
 }
 
-TEST_F(SystemCandidatesTest, TakesDirectFromAScriptForAProxyWithoutAHost) {
+TEST_F(SystemCandidatesTest, TreatsDirectFromAScriptAsAProxyWithoutAHost) {
   windows.user.autoConfigUrl = L"file://C:/p.pac";
   windows.autoConfig = {{.error = 12006}};
   windows.scriptEngine.answer = "SOCKS s:1; DIRECT; PROXY p:2; HTTPS h:3; UNKNOWN u:4";

@@ -83,7 +83,7 @@ TEST_F(SystemProxyTest, ReadsTheManualSettingsIfNothingElseIsSetUp) {
   expectAllTextsReleased(2);
 }
 
-TEST_F(SystemProxyTest, TakesAnEmptyManualListForAnAnswer) {
+TEST_F(SystemProxyTest, TreatsAnEmptyManualListAsAnAnswer) {
   EXPECT_TRUE(discover());
   EXPECT_EQ(candidates, Entries());
   EXPECT_EQ(bypass, L"");

@@ -6,7 +6,7 @@
 
 #include "platform/platform_test.h"
 #include "unit/support/http_scenario.h"
-#include "unit/support/scripted_host.h"
+#include "unit/support/scripted_application.h"
 
 namespace kiv::test {
 namespace {
@@ -16,8 +16,8 @@ using Lines = std::vector<std::wstring>;
 constexpr std::size_t kThreads = 8;
 constexpr std::size_t kRounds = 25;
 
-constexpr ScriptedHost::Login kProxyLogin = {L"pam", kProxyPassword};
-constexpr ScriptedHost::Login kServerLogin = {L"sam", kServerPassword};
+constexpr ScriptedApplication::Login kProxyLogin = {L"pam", kProxyPassword};
+constexpr ScriptedApplication::Login kServerLogin = {L"sam", kServerPassword};
 
 // One proxy is dead, one refuses, and the third asks for credentials, as does the server behind it.
 Exchange answer(const RequestRecord& request) {
@@ -34,17 +34,17 @@ Exchange answer(const RequestRecord& request) {
 
 // A whole resolution with everything of its own. The threads differ in nothing but the target's name.
 Lines resolveOnce(const std::wstring& target) {
-  ScriptedHost host;
-  host.forbid(kProxyPassword);
-  host.forbid(kServerPassword);
-  host.targetUrl = target.c_str();
-  host.proxyLogin = kProxyLogin;
-  host.serverLogin = kServerLogin;
+  ScriptedApplication application;
+  application.forbid(kProxyPassword);
+  application.forbid(kServerPassword);
+  application.targetUrl = target.c_str();
+  application.proxyLogin = kProxyLogin;
+  application.serverLogin = kServerLogin;
   const UniqueHttpClient client = createClient(target.c_str());
-  host.client = client.get();
+  application.client = client.get();
   const UniqueProxyConfig preferred = parsed(L"http://dead:1");
-  const UniqueProxyConfig result = host.resolve(preferred.get(), nullptr, L"other.test;*.local;<local>");
-  Lines lines = host.transcript();
+  const UniqueProxyConfig result = application.resolve(preferred.get(), nullptr, L"other.test;*.local;<local>");
+  Lines lines = application.transcript();
   lines.push_back(textOf(result));
   return lines;
 }
@@ -112,9 +112,9 @@ TEST_F(ThreadsTest, SharesConfigurationsThatAreOnlyRead) {
     threads.emplace_back([&, i] {
       start.arrive_and_wait();
       for (std::size_t round = 0; round < kRounds; ++round) {
-        ScriptedHost host;
-        host.statuses = {500};
-        seen[i].push_back(textOf(host.resolve(shared.get(), shared.get())));
+        ScriptedApplication application;
+        application.statuses = {500};
+        seen[i].push_back(textOf(application.resolve(shared.get(), shared.get())));
       }
     });
   }

@@ -6,6 +6,8 @@
 // Everything else is Wine's own winhttp.dll, which lies beside this one under the name winhttp_wine.dll; functions that
 // need no help are forwarded by the export table.
 #include <windows.h>
+// This is the library itself: its functions are not imported, as newer headers otherwise say.
+#define _WINHTTP_INTERNAL_
 #include <winhttp.h>
 
 #include <cwchar>

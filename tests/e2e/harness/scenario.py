@@ -58,6 +58,8 @@ class Scenario:
     """What the tool is given on standard input."""
     files: tuple[str, ...] = ()
     """Files below C:/e2e that the tool must write."""
+    like: Scenario | None = None
+    """Another scenario whose transcript, but for the script, is this one's; see harness/differences.py."""
 
     @property
     def is_document(self) -> bool:
@@ -105,6 +107,11 @@ def _section(title: str, text: str) -> str:
     return "\n".join([title, *lines]) + "\n"
 
 
+def script_section(scenario: Scenario) -> list[str]:
+    """The script, unless there is none or it is too long to read."""
+    return [_section("script", scenario.script)] if 0 < len(scenario.script) < 1000 else []
+
+
 def described(settings: Settings | None) -> str:
     """A user's settings, a line for each that is on."""
     if settings is None:
@@ -119,7 +126,7 @@ def transcript(scenario: Scenario, result: ToolResult, servers: Mapping[str, Ser
     environment = "".join(f"{name}={value} " for name, value in scenario.environment.items())
     sections = [
         _section("settings", described(scenario.settings)),
-        *([_section("script", scenario.script)] if 0 < len(scenario.script) < 1000 else []),
+        *script_section(scenario),
         _section("command", f"{environment}kiv-resolve {scenario.command}"),
         *([_section("standard input", scenario.stdin)] if scenario.stdin else []),
         _section("log", with_names(result.stderr, ports)),

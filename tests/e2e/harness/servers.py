@@ -173,6 +173,8 @@ class Squid(DebianServer):
                  "netdb_filename none", "pinger_enable off", "shutdown_lifetime 0 seconds", "cache_mem 8 MB",
                  "max_filedescriptors 1024", "httpd_suppress_version_string on", "icp_port 0",
                  "udp_incoming_address 127.0.0.1", "udp_outgoing_address 127.0.0.1", "forwarded_for delete",
+                 # Whether it has the answer stored, which versions of squid tell in different ways.
+                 *(f"reply_header_access {name} deny all" for name in ("X-Cache", "X-Cache-Lookup", "Cache-Status")),
                  # The error pages of the base package, whichever translations are installed.
                  "error_directory /usr/share/squid/errors/templates",
                  # It asks name servers by itself, and not every machine has a hosts file.
@@ -264,6 +266,8 @@ $SERVER["socket"] == "127.0.0.1:{self.ports[self.name + '_tls']}" {{
   ssl.engine = "enable"
   ssl.pemfile = "{self.folder / 'certificate.pem'}"
   ssl.privkey = "{self.folder / 'key.pem'}"
+  # Newer versions of lighttpd want TLS 1.3, which Wine does not speak.
+  ssl.openssl.ssl-conf-cmd = ("MinProtocol" => "TLSv1.2")
 }}
 """)
         return [find_program(self.program), "-D", "-f", str(configuration)]

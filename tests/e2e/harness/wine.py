@@ -30,7 +30,7 @@ class Settings:
     bypass: str = ""
 
     def encoded(self) -> bytes:
-        """The registry's form: version, counter, flags, three texts with their lengths, and room that is never used."""
+        """The registry's form: version, counter, flags, three texts with their lengths, and space that is never used."""
         flags = 1 | (2 if self.manual else 0) | (4 if self.script_url else 0) | (8 if self.detect else 0)
         texts = (text.encode("cp1252") for text in (self.manual, self.bypass, self.script_url))
         return (struct.pack("<III", 0x46, 0, flags)
@@ -83,6 +83,8 @@ class WineUser:
 
     def __init__(self, folder: Path, processes: Processes) -> None:
         self.prefix = folder / "prefix"
+        # Also where Wine looks for a display, whose libraries complain if there is no such folder.
+        self._home = folder / "home"
         self._samba = folder / "smb.conf"
         self._kerberos = folder / "krb5.conf"
         self._folder = folder
@@ -93,13 +95,13 @@ class WineUser:
 
     def environment(self, **additions: str) -> dict[str, str]:
         return clean_environment(
-            HOME=str(self._folder / "home"), WINEPREFIX=str(self.prefix), WINEDEBUG="-all",
+            HOME=str(self._home), XDG_RUNTIME_DIR=str(self._home), WINEPREFIX=str(self.prefix), WINEDEBUG="-all",
             WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d;winhttp,credui=n,b",
             SMB_CONF_PATH=str(self._samba), KRB5_CONFIG=str(self._kerberos), **additions)
 
     def create(self, model: Path | None = None) -> None:
         """Makes the prefix if it is not there, from another one if `model` names it, which must be at rest."""
-        (self._folder / "home").mkdir(parents=True, exist_ok=True)
+        self._home.mkdir(parents=True, exist_ok=True)
         # Wine answers NTLM with Samba's client, and Negotiate with that or Kerberos. How this machine has set them up
         # must not matter.
         self._samba.write_text("[global]\n")

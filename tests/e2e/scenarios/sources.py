@@ -33,7 +33,7 @@ SCRIPTS = [
     Source("file", LOCAL, SCRIPTS_PROXY, GOOD),
     Source("unreachable", "http://127.0.0.1:{dead}/script.pac", None),
     Source("missing_file", "file://C:/e2e/missing.pac", None),
-    # Wine reports a script that fails with an error of its own that does not let the manual list have its turn.
+    # Wine reports a script that fails with an error of its own that stops discovery before the manual list.
     Source("syntax_error", OVER_HTTP, DIRECT, "function FindProxyForURL(url, host) { return "),
     Source("throwing", OVER_HTTP, DIRECT, 'function FindProxyForURL(url, host) { throw "no"; }\n'),
     Source("nonsense", OVER_HTTP, None, answering("BANANA; ???")),

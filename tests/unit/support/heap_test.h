@@ -13,15 +13,15 @@ class HeapTest : public ::testing::Test {
   ~HeapTest() override { EXPECT_EQ(scope_.liveBlocks(), 0U) << "blocks were leaked"; }
 
  private:
-  // GoogleTest never gives back the room of its stack of traces; made before the scope, it is no leak of the test.
-  struct RoomForTraces {
-    RoomForTraces() {
+  // GoogleTest never releases the memory of its stack of traces; made before the scope, it is no leak of the test.
+  struct MemoryForTraces {
+    MemoryForTraces() {
       SCOPED_TRACE("one");
       SCOPED_TRACE("two");
       SCOPED_TRACE("three");
       SCOPED_TRACE("four");
     }
-  } room_;
+  } memory_;
   MemoryWatch::Scope scope_;
 };
 

@@ -1,10 +1,9 @@
-// What tests of the HTTP client share: its owner, the peers and passwords of its scenarios, and the calls of a request.
+// What tests of the HTTP client share: the peers and passwords of its scenarios, and the calls of a request.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -18,7 +17,6 @@
 
 namespace kiv::test {
 
-using UniqueHttpClient = std::unique_ptr<KivHttpClient, Destructs<KivHttpClient_Destruct>>;
 using WideLines = std::vector<std::wstring>;
 
 // Long enough to need blocks of their own.

@@ -1,4 +1,4 @@
-// A host's log for tests: a logger whose lines are kept, and checked for passwords.
+// An application's log for tests: a logger whose lines are kept, and checked for passwords.
 #pragma once
 
 #include <gtest/gtest.h>

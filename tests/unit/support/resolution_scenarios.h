@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "platform/simulated_windows.h"
-#include "unit/support/scripted_host.h"
+#include "unit/support/scripted_application.h"
 
 namespace kiv::test {
 
@@ -19,7 +19,7 @@ struct Source {
 struct ResolutionScenario {
   const char* name;
   std::function<void(SimulatedWindows&)> setUp;
-  std::function<void(ScriptedHost&)> script = [](ScriptedHost&) {};
+  std::function<void(ScriptedApplication&)> script = [](ScriptedApplication&) {};
   Source normal;
   // In force when the first, the second automatic configuration is not to be had.
   std::vector<Source> withoutAutomatic = {};
@@ -27,8 +27,8 @@ struct ResolutionScenario {
   bool bypassed = false;
 };
 
-inline constexpr ScriptedHost::Login kProxyLogin = {L"pam", L"proxy-sesame-which-opens-the-proxy"};
-inline constexpr ScriptedHost::Login kServerLogin = {L"sam", L"server-sesame-which-opens-the-server"};
+inline constexpr ScriptedApplication::Login kProxyLogin = {L"pam", L"proxy-sesame-which-opens-the-proxy"};
+inline constexpr ScriptedApplication::Login kServerLogin = {L"sam", L"server-sesame-which-opens-the-server"};
 inline constexpr const wchar_t* kSharedSecret = L"-sesame-which-opens-the-";
 
 inline std::vector<ResolutionScenario> resolutionScenarios() {
@@ -91,10 +91,10 @@ inline std::vector<ResolutionScenario> resolutionScenarios() {
       {.name = "both demands",
        .setUp = [=](SimulatedWindows& windows) { user(windows, false, std::nullopt); },
        .script =
-           [](ScriptedHost& host) {
-             host.statuses = {407, 401, 200};
-             host.proxyLogin = kProxyLogin;
-             host.serverLogin = kServerLogin;
+           [](ScriptedApplication& application) {
+             application.statuses = {407, 401, 200};
+             application.proxyLogin = kProxyLogin;
+             application.serverLogin = kServerLogin;
            },
        .normal = manual},
   };

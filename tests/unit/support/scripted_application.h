@@ -1,4 +1,5 @@
-// A host of resolutions that answers from a script, and keeps one transcript of all that reaches it.
+// An application that answers the callbacks of resolutions from a script, and keeps one transcript of all that it is
+// told.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -80,23 +81,23 @@ struct ResolveArguments {
 //   "test 407"                 a test request ended with this status
 //   "proxyCred http://proxy"   credentials for this proxy were asked for
 //   "serverCred http://target" credentials for this URL were asked for
-// Whatever the host allocates for itself is not watched.
-class ScriptedHost {
+// Whatever the application allocates for itself is not watched.
+class ScriptedApplication {
  public:
   struct Login {
     const wchar_t* user;
     const wchar_t* password;
   };
 
-  ScriptedHost() {
+  ScriptedApplication() {
     log_.onLine = [this](const std::wstring& line) { note(line); };
   }
-  ~ScriptedHost() {
+  ~ScriptedApplication() {
     const MemoryWatch::Pause pause;
     transcript_ = {};
   }
-  ScriptedHost(const ScriptedHost&) = delete;
-  ScriptedHost& operator=(const ScriptedHost&) = delete;
+  ScriptedApplication(const ScriptedApplication&) = delete;
+  ScriptedApplication& operator=(const ScriptedApplication&) = delete;
 
   // The script.
   const wchar_t* targetUrl = L"http://target/";
@@ -156,14 +157,14 @@ class ScriptedHost {
  private:
   // What a callback's context points at; each callback must be given its own.
   struct Context {
-    ScriptedHost* host;
+    ScriptedApplication* application;
     const char* role;
   };
 
-  static ScriptedHost& of(const void* context, const char* role) {
+  static ScriptedApplication& of(const void* context, const char* role) {
     const auto& given = *static_cast<const Context*>(context);
     EXPECT_STREQ(given.role, role) << "a callback was given the wrong context";
-    return *given.host;
+    return *given.application;
   }
 
   void note(const std::wstring& entry) {
@@ -184,35 +185,35 @@ class ScriptedHost {
 
   static int filter(const void* context, KivProxyConfig* candidate) {
     const MemoryWatch::Pause pause;
-    ScriptedHost& host = of(context, "filter");
+    ScriptedApplication& application = of(context, "filter");
     const std::wstring text = textOf(candidate);
-    host.borrow(candidate);
-    host.note(L"filter " + text);
-    return !host.keep || host.keep(text) ? 2 : 0;
+    application.borrow(candidate);
+    application.note(L"filter " + text);
+    return !application.keep || application.keep(text) ? 2 : 0;
   }
 
   static KivCred* serverCred(const void* context, const wchar_t* url) {
     const MemoryWatch::Pause pause;
-    ScriptedHost& host = of(context, "serverCred");
-    host.note(std::wstring(L"serverCred ") + url);
-    return host.make(host.serverLogin);
+    ScriptedApplication& application = of(context, "serverCred");
+    application.note(std::wstring(L"serverCred ") + url);
+    return application.make(application.serverLogin);
   }
 
   static KivCred* proxyCred(const void* context, KivProxyConfig* proxy) {
     const MemoryWatch::Pause pause;
-    ScriptedHost& host = of(context, "proxyCred");
+    ScriptedApplication& application = of(context, "proxyCred");
     const std::wstring text = textOf(proxy);
-    host.borrow(proxy);
-    host.note(L"proxyCred " + text);
-    return host.make(host.proxyLogin);
+    application.borrow(proxy);
+    application.note(L"proxyCred " + text);
+    return application.make(application.proxyLogin);
   }
 
   static int testConnection(const void* context, const void* logContext) {
     const MemoryWatch::Pause pause;
-    ScriptedHost& host = of(context, "client");
+    ScriptedApplication& application = of(context, "client");
     of(logContext, "log");
-    const int status = host.send();
-    host.note(L"test " + std::to_wstring(status));
+    const int status = application.send();
+    application.note(L"test " + std::to_wstring(status));
     return status;
   }
 
@@ -230,31 +231,31 @@ class ScriptedHost {
   static void setServerCred(void* context, KivCred* cred) {
     const MemoryWatch::Pause pause;
     const UniqueCred owned(cred);
-    ScriptedHost& host = of(context, "client");
+    ScriptedApplication& application = of(context, "client");
     const std::wstring text = textOf(cred);
-    if (host.client) {
+    if (application.client) {
       const MemoryWatch::Resume resume;
-      KivHttpClient_SetServerCred(host.client, cred);
+      KivHttpClient_SetServerCred(application.client, cred);
     }
-    host.note(L"setServerCred " + text);
+    application.note(L"setServerCred " + text);
   }
 
   static void setProxy(void* context, KivProxyConfig* proxy) {
     const MemoryWatch::Pause pause;
-    ScriptedHost& host = of(context, "client");
+    ScriptedApplication& application = of(context, "client");
     const std::wstring text = textOf(proxy);
-    if (host.client) {
+    if (application.client) {
       const MemoryWatch::Resume resume;
-      KivHttpClient_SetProxy(host.client, proxy);
+      KivHttpClient_SetProxy(application.client, proxy);
     }
-    host.borrow(proxy);
-    host.note(L"setProxy " + text);
+    application.borrow(proxy);
+    application.note(L"setProxy " + text);
   }
 
   static KivLogger* getLogger(const void* context) {
-    ScriptedHost& host = of(context, "log");
-    ++host.loggerRequests_;
-    return host.engaged ? host.log_.logger() : support::toHandle<KivLogger>(&host.silent_);
+    ScriptedApplication& application = of(context, "log");
+    ++application.loggerRequests_;
+    return application.engaged ? application.log_.logger() : support::toHandle<KivLogger>(&application.silent_);
   }
 
   RecordedLog log_;

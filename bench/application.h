@@ -1,4 +1,4 @@
-// A host whose callbacks answer at once.
+// An application whose callbacks answer at once.
 #pragma once
 
 #include <memory>
@@ -9,15 +9,15 @@
 
 namespace kiv::bench {
 
-// Its candidates all fail but the last, so that each has its turn.
-class Host {
+// Its candidates all fail but the last, so that each is tested.
+class Application {
  public:
   enum class Log { Dropped, Kept };
 
-  Host(std::size_t candidates, const std::wstring& bypassList, Log log);
-  Host(const Host&) = delete;
-  Host& operator=(const Host&) = delete;
-  ~Host();
+  Application(std::size_t candidates, const std::wstring& bypassList, Log log);
+  Application(const Application&) = delete;
+  Application& operator=(const Application&) = delete;
+  ~Application();
 
   void resolve();
   // Of the last resolution.
@@ -29,7 +29,7 @@ class Host {
     void operator()(KivLog* log) const { KivLog_Destruct(log); }
   };
 
-  static Host& self(const void* context) { return *static_cast<Host*>(const_cast<void*>(context)); }
+  static Application& self(const void* context) { return *static_cast<Application*>(const_cast<void*>(context)); }
   static int test(const void* client, const void*);
   static void dropLine(void* context, const KivLog* log);
   static void keepLine(void* context, const KivLog* log);

@@ -1,4 +1,4 @@
-// The road that a resolution took, as a picture: settings, script, bypass list, candidates.
+// The route of a resolution as a picture: settings, PAC script, bypass list, candidates.
 #pragma once
 
 #include "markup.h"
@@ -7,6 +7,6 @@
 namespace kiv::tool {
 
 // Both forms of the picture: from left to right, and from top to bottom for narrow pages. The style shows one.
-Markup roadPicture(const Resolution& resolution);
+Markup routePicture(const Resolution& resolution);
 
 }  // namespace kiv::tool

@@ -1,11 +1,11 @@
-// A host whose callbacks answer at once.
-#include "host.h"
+// An application whose callbacks answer at once.
+#include "application.h"
 
 #include "quick_platform.h"
 
 namespace kiv::bench {
 
-Host::Host(std::size_t candidates, const std::wstring& bypassList, Log log) : candidates_(candidates) {
+Application::Application(std::size_t candidates, const std::wstring& bypassList, Log log) : candidates_(candidates) {
   for (std::size_t i = 0; i < candidates; ++i) {
     platform().manualList += L"gate" + std::to_wstring(i) + L".corp.example:8080;";
   }
@@ -13,21 +13,21 @@ Host::Host(std::size_t candidates, const std::wstring& bypassList, Log log) : ca
   logger_.reset(KivLogger_Construct(this, log == Log::Kept ? keepLine : dropLine));
 }
 
-Host::~Host() { platform() = {}; }
+Application::~Application() { platform() = {}; }
 
-int Host::test(const void* client, const void* /*logContext*/) {
-  Host& host = self(client);
-  return ++host.tests_ == host.candidates_ ? 200 : 502;
+int Application::test(const void* client, const void* /*logContext*/) {
+  Application& application = self(client);
+  return ++application.tests_ == application.candidates_ ? 200 : 502;
 }
 
-void Host::dropLine(void* context, const KivLog* /*log*/) { ++self(context).lines_; }
+void Application::dropLine(void* context, const KivLog* /*log*/) { ++self(context).lines_; }
 
-void Host::keepLine(void* context, const KivLog* log) {
+void Application::keepLine(void* context, const KivLog* log) {
   ++self(context).lines_;
   self(context).kept_.emplace_back(KivLog_CopyConstruct(log));
 }
 
-void Host::resolve() {
+void Application::resolve() {
   tests_ = 0;
   lines_ = 0;
   KivProxyConfig_Destruct(KivProxyResolver_Resolve(
