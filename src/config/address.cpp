@@ -4,30 +4,31 @@
 #include <algorithm>
 #include <array>
 
-#include "support/find_any.h"
 #include "support/number.h"
 #include "support/text.h"
 
 namespace kiv::impl {
 namespace {
 
-struct SchemeWord {
+// The scheme words of addresses, in lower case; an address may have none.
+struct AddressWord {
   std::wstring_view word;
   AddressScheme kind;
   bool forProxiesOnly;
 };
 
-constexpr std::array kSchemeWords = {
-    SchemeWord{L"", AddressScheme::Http, false},        SchemeWord{L"http", AddressScheme::Http, false},
-    SchemeWord{L"https", AddressScheme::Https, false},  SchemeWord{L"proxy", AddressScheme::Http, true},
-    SchemeWord{L"socks4", AddressScheme::Socks, false}, SchemeWord{L"socks", AddressScheme::Socks, false},
-    SchemeWord{L"socks5", AddressScheme::Socks, false},
+constexpr std::array kAddressWords = {
+    AddressWord{L"", AddressScheme::Http, false},        AddressWord{L"http", AddressScheme::Http, false},
+    AddressWord{L"https", AddressScheme::Https, false},  AddressWord{L"proxy", AddressScheme::Http, true},
+    AddressWord{L"socks4", AddressScheme::Socks, false}, AddressWord{L"socks", AddressScheme::Socks, false},
+    AddressWord{L"socks5", AddressScheme::Socks, false},
 };
 
 std::optional<AddressScheme> kindOf(std::wstring_view scheme, bool acceptProxyWord) {
-  const auto found = std::ranges::find(kSchemeWords, scheme, &SchemeWord::word);
-  if (found == kSchemeWords.end() || (found->forProxiesOnly && !acceptProxyWord)) return std::nullopt;
-  return found->kind;
+  for (const AddressWord& known : kAddressWords) {
+    if (known.word == scheme && (acceptProxyWord || !known.forProxiesOnly)) return known.kind;
+  }
+  return std::nullopt;
 }
 
 // As many characters as the library has room for in the ASCII form of a host.
@@ -64,8 +65,7 @@ std::wstring toAscii(std::wstring_view host) {
       ascii;  // left as it is: filling it would take longer than all that is done with it
   const int length =
       IdnToAscii(0, host.data(), static_cast<int>(host.size()), ascii.data(), static_cast<int>(ascii.size()));
-  const std::wstring_view written(ascii.data(), static_cast<std::size_t>(length));
-  return std::wstring(written.substr(0, support::findAny<L'\0'>(written)));
+  return std::wstring(support::upToNul(std::wstring_view(ascii.data(), static_cast<std::size_t>(length))));
 }
 
 // Ports wrap around at 16 bits.

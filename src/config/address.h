@@ -1,6 +1,7 @@
 // The one parser for proxy addresses and URLs.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -18,6 +19,25 @@ enum class AddressScheme : std::uint32_t {
   Https = INTERNET_SCHEME_HTTPS,
   Socks = INTERNET_SCHEME_SOCKS
 };
+
+struct DefaultPort {
+  AddressScheme kind;
+  std::uint16_t port;
+};
+
+inline constexpr std::array kDefaultPorts = {
+    DefaultPort{AddressScheme::Http, 80},
+    DefaultPort{AddressScheme::Https, 443},
+    DefaultPort{AddressScheme::Socks, 1080},
+};
+
+// The port of an address that names none; 0 for any other kind.
+constexpr std::uint16_t defaultPort(AddressScheme kind) {
+  for (const DefaultPort& known : kDefaultPorts) {
+    if (known.kind == kind) return known.port;
+  }
+  return 0;
+}
 
 struct ParsedAddress {
   ParsedAddress() = default;

@@ -20,31 +20,35 @@ struct KindFacts {
 
 // Indexed by kind.
 constexpr std::array kKinds = {
-    KindFacts{L"", -1},       KindFacts{L"direct", -1},   KindFacts{L"http", 80},
-    KindFacts{L"https", 443}, KindFacts{L"socks4", 1080}, KindFacts{L"socks5", 1080},
+    KindFacts{L"", -1},
+    KindFacts{L"direct", -1},
+    KindFacts{L"http", defaultPort(AddressScheme::Http)},
+    KindFacts{L"https", defaultPort(AddressScheme::Https)},
+    KindFacts{L"socks4", defaultPort(AddressScheme::Socks)},
+    KindFacts{L"socks5", defaultPort(AddressScheme::Socks)},
 };
 
 const KindFacts& factsOf(ProxyKind kind) { return kKinds.at(static_cast<std::size_t>(kind)); }
 
-struct SchemeWord {
+// The words that name a kind of proxy, in lower case; several may name the same.
+struct KindWord {
   std::wstring_view word;
   ProxyKind kind;
 };
 
-constexpr std::array kSchemeWords = {
-    SchemeWord{L"http", ProxyKind::Http},     SchemeWord{L"proxy", ProxyKind::Http},
-    SchemeWord{L"https", ProxyKind::Https},   SchemeWord{L"socks4", ProxyKind::Socks4},
-    SchemeWord{L"socks5", ProxyKind::Socks5}, SchemeWord{L"socks", ProxyKind::Socks5},
-    SchemeWord{L"direct", ProxyKind::Direct},
+constexpr std::array kKindWords = {
+    KindWord{L"http", ProxyKind::Http},     KindWord{L"proxy", ProxyKind::Http},
+    KindWord{L"https", ProxyKind::Https},   KindWord{L"socks4", ProxyKind::Socks4},
+    KindWord{L"socks5", ProxyKind::Socks5}, KindWord{L"socks", ProxyKind::Socks5},
+    KindWord{L"direct", ProxyKind::Direct},
 };
 
 // In any case of its letters.
 ProxyKind kindOf(std::wstring_view scheme) {
-  const auto isScheme = [&](std::wstring_view word) {
-    return std::ranges::equal(scheme, word, {}, [](wchar_t c) { return support::toLower(c); });
-  };
-  const auto found = std::ranges::find_if(kSchemeWords, isScheme, &SchemeWord::word);
-  return found == kSchemeWords.end() ? ProxyKind::None : found->kind;
+  for (const KindWord& known : kKindWords) {
+    if (std::ranges::equal(scheme, known.word, {}, [](wchar_t c) { return support::toLower(c); })) return known.kind;
+  }
+  return ProxyKind::None;
 }
 
 // Joins the pieces into a buffer of just the size.

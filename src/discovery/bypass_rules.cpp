@@ -10,35 +10,19 @@
 namespace kiv::impl {
 namespace {
 
-// Room is made for a list of such entries, so that hostile ones, of nothing but separators, get no more than others.
+// Memory is reserved for as many entries as a list has if they are of this length. To count them first would take as
+// long as to read them, and to expect shorter ones would let a hostile list of separators ask for many times its own
+// size.
 constexpr std::size_t kUsualLength = 16;
 constexpr wchar_t kSeparator = L';';
 constexpr std::wstring_view kLocal = L"<local>";
 
 std::optional<std::uint16_t> portOf(const ParsedAddress& target) {
-  if (target.port) return target.port;
-  if (!target.kind) return std::nullopt;
-  switch (*target.kind) {
-    case AddressScheme::Http:
-      return 80;
-    case AddressScheme::Https:
-      return 443;
-    case AddressScheme::Socks:
-      return 1080;
-  }
-  return 0;
+  if (target.port || !target.kind) return target.port;
+  return defaultPort(*target.kind);
 }
 
-// Gives `make` the type of an entry's rule and what it is made of, so that it can be made where it is to stay: moving
-// one costs more than reading it.
-template <class Make>
-auto makeRule(std::wstring_view entry, Make make) {
-  if (entry == kLocal) return make(std::in_place_type<BypassLocalRule>);
-  const std::optional<AddressParts> parts = splitAddress(entry);
-  if (!parts) return make(std::in_place_type<BypassInvalidRule>);
-  return make(std::in_place_type<BypassPatternRule>, *parts);
-}
-
+// Calls `visit` with each entry of a list, in order.
 template <class Visit>
 void forEachEntry(std::wstring_view bypassText, Visit visit) {
   while (!bypassText.empty()) {
@@ -63,19 +47,21 @@ BypassPatternRule::BypassPatternRule(const AddressParts& entry) : host(WildcardT
 }
 
 BypassRule MakeBypassRule(std::wstring_view entry) {
-  return makeRule(entry, [](auto type, const auto&... parts) { return BypassRule(type, parts...); });
+  if (entry == kLocal) return BypassLocalRule();
+  const std::optional<AddressParts> parts = splitAddress(entry);
+  if (!parts) return BypassInvalidRule();
+  return BypassPatternRule(*parts);
 }
 
-void RemoveInvalidRules(std::vector<BypassRule>& rules) {
+void removeInvalidRules(std::vector<BypassRule>& rules) {
   std::erase_if(rules, [](const BypassRule& rule) { return std::holds_alternative<BypassInvalidRule>(rule); });
 }
 
 std::vector<BypassRule> BuildBypassRules(std::wstring_view bypassText) {
   std::vector<BypassRule> rules;
   rules.reserve(bypassText.size() / kUsualLength + 1);
-  const auto append = [&](auto type, const auto&... parts) { rules.emplace_back(type, parts...); };
-  forEachEntry(bypassText, [&](std::wstring_view entry) { makeRule(entry, append); });
-  RemoveInvalidRules(rules);
+  forEachEntry(bypassText, [&](std::wstring_view entry) { rules.push_back(MakeBypassRule(entry)); });
+  removeInvalidRules(rules);
   return rules;
 }
 
@@ -84,13 +70,12 @@ BypassTarget::BypassTarget(const ParsedAddress& address)
       host(address.host),
       port(portOf(address)) {}
 
-// The host first, which rules out nearly all.
 bool MatchesBypassPattern(const BypassPatternRule& rule, const BypassTarget& target) {
-  return !rule.host.rulesOut(target.host) && (!rule.port || rule.port == target.port) &&
-         rule.scheme.matches(target.scheme) && rule.host.matches(target.host);
+  return (!rule.port || rule.port == target.port) && rule.scheme.matches(target.scheme) &&
+         rule.host.matches(target.host);
 }
 
-bool MatchesBypassRules(const std::vector<BypassRule>& rules, const BypassTarget& target) {
+bool anyRuleMatches(const std::vector<BypassRule>& rules, const BypassTarget& target) {
   return std::ranges::any_of(rules, [&](const BypassRule& rule) {
     const auto* const pattern = std::get_if<BypassPatternRule>(&rule);
     return pattern ? MatchesBypassPattern(*pattern, target) : IsPlainHostName(target);

@@ -43,7 +43,7 @@ std::vector<std::wstring_view> SplitBypassList(std::wstring_view bypassText);
 BypassRule MakeBypassRule(std::wstring_view entry);
 
 // Takes the invalid rules out.
-void RemoveInvalidRules(std::vector<BypassRule>& rules);
+void removeInvalidRules(std::vector<BypassRule>& rules);
 
 // What rules ask of a target, found once for all of them; it points into the address.
 struct BypassTarget {
@@ -55,7 +55,7 @@ struct BypassTarget {
 };
 
 // Whether one of the rules, none of which is invalid, sends the target direct.
-bool MatchesBypassRules(const std::vector<BypassRule>& rules, const BypassTarget& target);
+bool anyRuleMatches(const std::vector<BypassRule>& rules, const BypassTarget& target);
 
 bool MatchesBypassPattern(const BypassPatternRule& rule, const BypassTarget& target);
 

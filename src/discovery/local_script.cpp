@@ -1,12 +1,12 @@
 // Proxy scripts in local files, which WinHTTP does not fetch.
 #include "discovery/local_script.h"
 
-#include <cstring>
 #include <optional>
 #include <string_view>
 
 #include "support/owners.h"
 #include "support/platform.h"
+#include "support/text.h"
 
 namespace kiv::impl {
 namespace {
@@ -24,7 +24,7 @@ std::optional<std::string> toNarrow(const std::wstring& text) {
   if (WideCharToMultiByte(CP_THREAD_ACP, 0, text.c_str(), -1, narrow.data(), size, nullptr, nullptr) == 0) {
     return std::nullopt;
   }
-  narrow.resize(std::strlen(narrow.c_str()));
+  narrow.resize(support::upToNul(std::string_view(narrow)).size());
   return narrow;
 }
 

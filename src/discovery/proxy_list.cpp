@@ -9,27 +9,32 @@
 #include <span>
 
 #include "support/find_any.h"
+#include "support/text.h"
 
 namespace kiv::impl {
 namespace {
 
 using Tokens = std::span<const std::wstring_view>;
 
+constexpr std::wstring_view kSeparator = L";";
+constexpr std::wstring_view kSchemeEnd = L"://";
+
 bool isBlank(wchar_t c) { return c == L' ' || c == L'\t'; }
 
-// For how many tokens, and entries, there is room from the start.
+// Memory is reserved for as many tokens as a text has if they are of the usual length, and for as many entries as they
+// then make.
 constexpr std::size_t kUsualTokenLength = 6;
 constexpr std::size_t kUsualTokens = 4;
 
-// The word at the start of a text.
-std::wstring_view pacWord(std::wstring_view rest) {
-  return rest.substr(0, support::findAny<L':', L';', L' ', L'\t'>(rest));
+// The length of the token, or the blank, at the start of a text: a separator is one of its own, anything else extends
+// to the next separator.
+std::size_t pacTokenLength(std::wstring_view rest) {
+  return std::max<std::size_t>(1, support::findAny<L':', L';', L' ', L'\t'>(rest));
 }
-std::wstring_view winHttpWord(std::wstring_view rest) {
-  return rest.substr(0, support::findAny<L':', L';', L'=', L' ', L'\t'>(rest));
+std::size_t winHttpTokenLength(std::wstring_view rest) {
+  if (rest.starts_with(kSchemeEnd)) return kSchemeEnd.size();
+  return std::max<std::size_t>(1, support::findAny<L':', L';', L'=', L' ', L'\t'>(rest));
 }
-
-std::wstring_view upToNul(std::wstring_view text) { return text.substr(0, text.find(L'\0')); }
 
 bool isDirect(std::wstring_view token) {
   const auto upper = [](wchar_t c) { return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - L'a' + L'A') : c; };
@@ -37,7 +42,9 @@ bool isDirect(std::wstring_view token) {
 }
 
 // A name is any token of the WinHTTP form that is not a symbol.
-bool isName(std::wstring_view token) { return token != L";" && token != L"=" && token != L":" && token != L"://"; }
+bool isName(std::wstring_view token) {
+  return token != kSeparator && token != L"=" && token != L":" && token != kSchemeEnd;
+}
 
 ProxyListEntry entry(std::wstring_view type, std::wstring_view host, std::int32_t port) {
   return {std::wstring(type), std::wstring(host), port};
@@ -51,6 +58,22 @@ std::int32_t digitValue(wchar_t c) {
   return 16;
 }
 
+// How many tokens an entry of the PAC form has, by the first of them.
+std::size_t pacEntryLength(std::wstring_view keyword) { return isDirect(keyword) ? 1 : 4; }
+
+// Reads the tokens of one entry of the PAC form. Its keyword can be any: candidates are made only of those that name a
+// kind of proxy.
+bool parsePacEntry(Tokens tokens, std::vector<ProxyListEntry>& out) {
+  if (tokens.size() == 1) {
+    out.emplace_back();
+    return true;
+  }
+  const std::int32_t port = portNumber(tokens[3]);
+  if (tokens[2] != L":" || port == 0) return false;
+  out.push_back(entry(tokens[0], tokens[1], port));
+  return true;
+}
+
 // Reads one group of tokens between ";" of the WinHTTP form, which must be one entry.
 bool parseWinHttpEntry(Tokens tokens, std::vector<ProxyListEntry>& out) {
   std::wstring_view type;
@@ -60,19 +83,19 @@ bool parseWinHttpEntry(Tokens tokens, std::vector<ProxyListEntry>& out) {
     type = tokens[0];
     tokens = tokens.subspan(2);
   }
-  if (startsWith(L"://")) {
+  if (startsWith(kSchemeEnd)) {
     if (!isName(tokens[0])) return false;
     tokens = tokens.subspan(2);
   }
   const bool hasPort = tokens.size() == 3 && tokens[1] == L":";
   if ((tokens.size() != 1 && !hasPort) || !isName(tokens[0])) return false;
-  out.push_back(entry(type, tokens[0], hasPort ? PortNumber(tokens[2]) : 0));
+  out.push_back(entry(type, tokens[0], hasPort ? portNumber(tokens[2]) : 0));
   return true;
 }
 
 }  // namespace
 
-std::int32_t PortNumber(std::wstring_view token) {
+std::int32_t portNumber(std::wstring_view token) {
   const bool negative = token.starts_with(L'-');
   if (negative || token.starts_with(L'+')) token.remove_prefix(1);
   const bool hexadecimal = token.starts_with(L"0x") || token.starts_with(L"0X");
@@ -94,11 +117,10 @@ std::int32_t PortNumber(std::wstring_view token) {
 std::vector<std::wstring_view> TokenizePacProxyList(std::wstring_view text) {
   std::vector<std::wstring_view> tokens;
   tokens.reserve(text.size() / kUsualTokenLength + 1);
-  for (std::wstring_view rest = upToNul(text); !rest.empty();) {
-    const wchar_t c = rest.front();
-    const std::wstring_view token = c == L';' || c == L':' || isBlank(c) ? rest.substr(0, 1) : pacWord(rest);
-    if (!isBlank(c)) tokens.push_back(token);
-    rest.remove_prefix(token.size());
+  for (std::wstring_view rest = support::upToNul(text); !rest.empty();) {
+    const std::size_t length = pacTokenLength(rest);
+    if (!isBlank(rest.front())) tokens.push_back(rest.substr(0, length));
+    rest.remove_prefix(length);
   }
   return tokens;
 }
@@ -107,22 +129,15 @@ bool ParsePacProxyList(std::wstring_view text, std::vector<ProxyListEntry>& out)
   out.clear();
   const std::vector<std::wstring_view> tokens = TokenizePacProxyList(text);
   out.reserve(tokens.size() / kUsualTokens + 1);
-  const auto is = [&](std::size_t at, std::wstring_view symbol) { return at < tokens.size() && tokens[at] == symbol; };
-  const auto endsAt = [&](std::size_t at) { return at == tokens.size() || is(at, L";"); };
-  for (std::size_t i = 0; i < tokens.size();) {
-    if (is(i, L";")) {
-      ++i;
-    } else if (isDirect(tokens[i])) {
-      if (!endsAt(i + 1)) return false;
-      out.emplace_back();
-      i += 2;
-    } else {
-      if (!is(i + 2, L":") || i + 3 >= tokens.size() || !endsAt(i + 4)) return false;
-      const std::int32_t port = PortNumber(tokens[i + 3]);
-      if (port == 0) return false;
-      out.push_back(entry(tokens[i], tokens[i + 1], port));
-      i += 5;
+  for (Tokens rest = tokens; !rest.empty();) {
+    if (rest.front() == kSeparator) {
+      rest = rest.subspan(1);
+      continue;
     }
+    const std::size_t length = pacEntryLength(rest.front());
+    const bool ends = rest.size() == length || (rest.size() > length && rest[length] == kSeparator);
+    if (!ends || !parsePacEntry(rest.first(length), out)) return false;
+    rest = rest.subspan(length);
   }
   return true;
 }
@@ -130,19 +145,9 @@ bool ParsePacProxyList(std::wstring_view text, std::vector<ProxyListEntry>& out)
 std::vector<std::wstring_view> TokenizeWinHttpProxyList(std::wstring_view text) {
   std::vector<std::wstring_view> tokens;
   tokens.reserve(text.size() / kUsualTokenLength + 1);
-  for (std::wstring_view rest = upToNul(text); !rest.empty();) {
-    const wchar_t c = rest.front();
-    std::size_t length = 1;
-    if (isBlank(c) || c == L';') {
-      tokens.emplace_back(L";");
-    } else {
-      if (rest.starts_with(L"://")) {
-        length = 3;
-      } else if (c != L'=' && c != L':') {
-        length = winHttpWord(rest).size();
-      }
-      tokens.push_back(rest.substr(0, length));
-    }
+  for (std::wstring_view rest = support::upToNul(text); !rest.empty();) {
+    const std::size_t length = winHttpTokenLength(rest);
+    tokens.push_back(isBlank(rest.front()) ? kSeparator : rest.substr(0, length));
     rest.remove_prefix(length);
   }
   return tokens;
@@ -153,7 +158,7 @@ bool ParseWinHttpProxyList(std::wstring_view text, std::vector<ProxyListEntry>& 
   const std::vector<std::wstring_view> tokens = TokenizeWinHttpProxyList(text);
   out.reserve(tokens.size() / kUsualTokens + 1);
   for (Tokens rest = tokens; !rest.empty();) {
-    const std::size_t length = static_cast<std::size_t>(std::ranges::find(rest, L";") - rest.begin());
+    const auto length = static_cast<std::size_t>(std::ranges::find(rest, kSeparator) - rest.begin());
     if (length > 0 && !parseWinHttpEntry(rest.first(length), out)) return false;
     rest = rest.subspan(std::min(length + 1, rest.size()));
   }

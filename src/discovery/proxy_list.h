@@ -25,11 +25,11 @@ bool ParsePacProxyList(std::wstring_view text, std::vector<ProxyListEntry>& out)
 // between entries and "scheme://" allowed in front of a host. Same contract.
 bool ParseWinHttpProxyList(std::wstring_view text, std::vector<ProxyListEntry>& out);
 
-// The tokens of either form point into `text`, which ends at its first NUL.
+// The tokens of either form, up to the first NUL. They point into `text` or at static text.
 std::vector<std::wstring_view> TokenizePacProxyList(std::wstring_view text);
 std::vector<std::wstring_view> TokenizeWinHttpProxyList(std::wstring_view text);
 
 // Reads [-+](0x<hexadecimal digits>|<decimal digits>); 0 for any other text; saturates at the limits of 32 bits.
-std::int32_t PortNumber(std::wstring_view token);
+std::int32_t portNumber(std::wstring_view token);
 
 }  // namespace kiv::impl

@@ -3,12 +3,12 @@
 
 #include <algorithm>
 #include <array>
-#include <cwchar>
 #include <optional>
 #include <utility>
 
 #include "discovery/local_script.h"
 #include "support/owners.h"
+#include "support/text.h"
 
 namespace kiv::impl {
 namespace {
@@ -36,7 +36,8 @@ std::optional<std::wstring> hostOf(const std::wstring& url) {
   components.lpszHostName = buffer.data();
   components.dwHostNameLength = kHostCapacity;
   if (!WinHttpCrackUrl(url.c_str(), 0, 0, &components)) return std::nullopt;
-  return std::wstring(buffer.data(), wcsnlen(buffer.data(), components.dwHostNameLength));
+  const std::size_t length = std::min<std::size_t>(components.dwHostNameLength, buffer.size());
+  return std::wstring(support::upToNul(std::wstring_view(buffer.data(), length)));
 }
 
 // Nothing if the settings cannot be read. A user without settings has automatic detection on, as the system assumes.

@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <cwctype>
 
+#include "support/find_any.h"
+
 namespace kiv::impl {
 namespace {
 
@@ -20,7 +22,15 @@ constexpr wchar_t kStar = L'*';
 // The line terminators of ECMAScript.
 bool endsLine(wchar_t c) { return c == L'\n' || c == L'\r' || c == L'\x2028' || c == L'\x2029'; }
 
-// Asks the locale only where it has a say: it costs more than all the rest.
+// Whether two characters differ in every locale, whatever their case: both are of ASCII, and they are not the capital
+// and the small form of one letter.
+bool differWhateverTheCase(wchar_t a, wchar_t b) {
+  constexpr wchar_t kAsciiEnd = 0x80;
+  constexpr wchar_t kCaseBit = 0x20;
+  return a < kAsciiEnd && b < kAsciiEnd && (a | kCaseBit) != (b | kCaseBit);
+}
+
+// The locale is asked only where it decides, since asking it costs more than all the rest.
 bool sameButForCase(wchar_t a, wchar_t b) {
   return a == b || (!differWhateverTheCase(a, b) && std::towlower(a) == std::towlower(b));
 }
@@ -57,11 +67,29 @@ bool coversInPieces(std::wstring_view pattern, std::wstring_view text) {
 
 }  // namespace
 
-bool WildcardPattern::covers(std::wstring_view text) const {
-  if (shape() == Shape::Everything) return true;
-  if (shape() == Shape::Any) return coversInPieces(literal(), text);
-  const std::size_t covered = text.size() - length_;
-  return sameButForCase(literal(), text.substr(covered)) && std::ranges::none_of(text.substr(0, covered), endsLine);
+WildcardPattern::WildcardPattern(std::wstring_view pattern) : shape_(Shape::General), literal_(pattern) {
+  const bool startsWithStar = pattern.starts_with(kStar);
+  const std::wstring_view rest = pattern.substr(startsWithStar ? 1 : 0);
+  if (support::findAny<kStar>(rest) != rest.size()) return;
+  shape_ = startsWithStar ? Shape::StarAndSuffix : Shape::Name;
+  literal_ = rest;
+}
+
+bool WildcardPattern::matches(std::wstring_view text) const {
+  switch (shape_) {
+    case Shape::Everything:
+      return true;
+    case Shape::Name:
+      return sameButForCase(literal_, text);
+    case Shape::StarAndSuffix: {
+      if (text.size() < literal_.size()) return false;
+      const std::size_t covered = text.size() - literal_.size();  // by the star
+      return sameButForCase(literal_, text.substr(covered)) && std::ranges::none_of(text.substr(0, covered), endsLine);
+    }
+    case Shape::General:
+      break;
+  }
+  return coversInPieces(literal_, text);
 }
 
 }  // namespace kiv::impl

@@ -31,9 +31,9 @@ void HttpClient::connect() {
   session_ = support::UniqueInternet(WinHttpOpen(settings_.userAgent.c_str(), WINHTTP_ACCESS_TYPE_NO_PROXY,
                                                  WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, WINHTTP_FLAG_ASYNC));
   if (!session_) return;
-  const INTERNET_PORT defaultPort = settings_.https() ? INTERNET_DEFAULT_HTTPS_PORT : INTERNET_DEFAULT_HTTP_PORT;
+  const ParsedAddress& server = *settings_.server;
   connection_ = support::UniqueInternet(
-      WinHttpConnect(session_.get(), settings_.server->host.c_str(), settings_.server->port.value_or(defaultPort), 0));
+      WinHttpConnect(session_.get(), server.host.c_str(), server.port.value_or(defaultPort(*server.kind)), 0));
 }
 
 HttpClient::HttpClient(HttpClient&& other) noexcept

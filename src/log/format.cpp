@@ -10,6 +10,14 @@ namespace {
 constexpr std::array<std::wstring_view, 3> kConversions = {L"%d", L"%lu", L"%ls"};
 constexpr std::wstring_view kPercent = L"%%";
 
+// The length of the conversion at the start of a text; 0 if there is none.
+std::size_t conversionLength(std::wstring_view text) {
+  for (const std::wstring_view conversion : kConversions) {
+    if (text.starts_with(conversion)) return conversion.size();
+  }
+  return 0;
+}
+
 // Calls `visit` with each piece of the result, in order.
 template <class Visit>
 void forEachPiece(std::wstring_view text, std::initializer_list<FormatArgument> arguments, Visit visit) {
@@ -18,14 +26,13 @@ void forEachPiece(std::wstring_view text, std::initializer_list<FormatArgument> 
     const std::size_t plain = std::min(text.find(L'%'), text.size());
     visit(text.substr(0, plain));
     text.remove_prefix(plain);
-    const auto startsText = [text](std::wstring_view conversion) { return text.starts_with(conversion); };
-    const auto conversion = std::ranges::find_if(kConversions, startsText);
-    if (conversion != kConversions.end() && next != arguments.end()) {
+    const std::size_t length = conversionLength(text);
+    if (length > 0 && next != arguments.end()) {
       visit((next++)->view());
-      text.remove_prefix(conversion->size());
-    } else {
+      text.remove_prefix(length);
+    } else if (!text.empty()) {
       visit(text.substr(0, 1));
-      text.remove_prefix(text.starts_with(kPercent) ? kPercent.size() : std::min<std::size_t>(1, text.size()));
+      text.remove_prefix(text.starts_with(kPercent) ? kPercent.size() : 1);
     }
   }
 }

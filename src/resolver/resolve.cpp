@@ -37,7 +37,7 @@ bool isBypassed(const std::wstring& targetUrl, const std::wstring& bypassList, c
   logger.debug(L"Proxy bypass list: " + bypassList);
   const std::optional<ParsedAddress> target = parseAddress(targetUrl, false);
   if (!target) return false;
-  if (!MatchesBypassRules(BuildBypassRules(bypassList), *target)) return false;
+  if (!anyRuleMatches(BuildBypassRules(bypassList), *target)) return false;
   logger.info(format(L"%ls is matched to the bypass list (%ls). Use direct connection.", targetUrl.c_str(),
                      bypassList.c_str()));
   return true;

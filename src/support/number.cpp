@@ -19,7 +19,8 @@ struct Reader {
   const char* outOfRange;
 };
 
-// Ports are short; the C library's reader wants a terminator, and so a copy.
+// Reads a few digits of ASCII; nothing for any other text. Nearly every port is such a one, and is so spared the copy
+// that the C library's reader needs, which expects a NUL behind the digits.
 template <class Narrow>
 std::optional<Narrow> shortNumber(std::wstring_view digits) {
   constexpr std::size_t kShort = 9;

@@ -32,6 +32,12 @@ inline std::wstring_view trim(std::wstring_view text) {
   return text;
 }
 
+// What stands in front of the first NUL; the whole text if it holds none.
+template <class Character>
+constexpr std::basic_string_view<Character> upToNul(std::basic_string_view<Character> text) {
+  return text.substr(0, text.find(Character()));
+}
+
 // A number in plain decimal digits.
 class Decimal {
  public:

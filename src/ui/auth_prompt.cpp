@@ -1,11 +1,11 @@
 // The system's credential prompt.
 #include "ui/auth_prompt.h"
 
-#include <cwchar>
 #include <string>
 
 #include "config/secure_string.h"
 #include "log/format.h"
+#include "support/text.h"
 
 namespace kiv::impl {
 
@@ -35,8 +35,9 @@ class PackedCredentials {
   ULONG size_ = 0;
 };
 
-std::wstring_view upToNul(const SecureWideBuffer& buffer) {
-  return {buffer.data(), wcsnlen(buffer.data(), buffer.size())};
+// The text in a buffer, which its terminator ends.
+std::wstring_view textIn(const SecureWideBuffer& buffer) {
+  return support::upToNul(std::wstring_view(buffer.data(), buffer.size()));
 }
 
 std::optional<Cred> PackedCredentials::unpack() const {
@@ -55,7 +56,7 @@ std::optional<Cred> PackedCredentials::unpack() const {
                                        &domainSize, password.data(), &passwordSize)) {
     return std::nullopt;
   }
-  return Cred::create(upToNul(user), upToNul(password));
+  return Cred::create(textIn(user), textIn(password));
 }
 
 std::wstring captionOf(const PromptTexts& texts, const wchar_t* detail) {

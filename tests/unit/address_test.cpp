@@ -24,6 +24,11 @@ static_assert(static_cast<int>(AddressScheme::Http) == 1);
 static_assert(static_cast<int>(AddressScheme::Https) == 2);
 static_assert(static_cast<int>(AddressScheme::Socks) == 4);
 
+static_assert(impl::defaultPort(AddressScheme::Http) == 80);
+static_assert(impl::defaultPort(AddressScheme::Https) == 443);
+static_assert(impl::defaultPort(AddressScheme::Socks) == 1080);
+static_assert(impl::defaultPort(static_cast<AddressScheme>(3)) == 0);
+
 class AddressTest : public PlatformTest {
  protected:
   static ParsedAddress parse(const std::wstring& text) {

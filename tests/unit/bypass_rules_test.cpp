@@ -35,9 +35,7 @@ using impl::SplitBypassList;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-bool matchesRule(const BypassRule& rule, const ParsedAddress& target) {
-  return impl::MatchesBypassRules({rule}, target);
-}
+bool matchesRule(const BypassRule& rule, const ParsedAddress& target) { return impl::anyRuleMatches({rule}, target); }
 
 ParsedAddress hostOnly(std::wstring_view host) {
   ParsedAddress target;
@@ -52,7 +50,7 @@ class BypassRulesTest : public PlatformTest {
   static bool bypasses(const std::wstring& list, const std::wstring& target) {
     const std::optional<ParsedAddress> address = impl::parseAddress(target, false);
     if (!address) ADD_FAILURE() << target << " is no address";
-    return impl::MatchesBypassRules(BuildBypassRules(list), *address);
+    return impl::anyRuleMatches(BuildBypassRules(list), *address);
   }
 };
 

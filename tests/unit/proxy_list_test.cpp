@@ -16,7 +16,7 @@ namespace {
 
 using impl::ParsePacProxyList;
 using impl::ParseWinHttpProxyList;
-using impl::PortNumber;
+using impl::portNumber;
 using impl::ProxyListEntry;
 using impl::TokenizePacProxyList;
 using impl::TokenizeWinHttpProxyList;
@@ -238,13 +238,13 @@ TEST(PortNumberTest, ReadsDecimalAndHexadecimalNumbersWithASign) {
                               {L"0xFFFFFFFF", kMost},
                               {L"0x7FFFFFFF", kMost},
                               {L"-0xFFFFFFFFF", kLeast}};
-  for (const NumberCase& c : cases) EXPECT_EQ(PortNumber(c.token), c.value) << c.token;
+  for (const NumberCase& c : cases) EXPECT_EQ(portNumber(c.token), c.value) << c.token;
 }
 
 TEST(PortNumberTest, GivesZeroForATextThatIsNotOneNumber) {
   for (const wchar_t* token : {L"", L"-", L"+", L"0x", L"-0x", L"x", L"80x", L" 80", L"80 ", L"8 0", L"--1", L"+-1",
                                L"0x0x1", L"1.0", L"0xg", L"ff", L"99999999999999999999x", L"\xFF11", L"\x0661"}) {
-    EXPECT_EQ(PortNumber(token), 0) << token;
+    EXPECT_EQ(portNumber(token), 0) << token;
   }
 }
 

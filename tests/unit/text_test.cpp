@@ -35,6 +35,17 @@ TEST(TextTest, TrimsToAPartOfTheTextItself) {
   EXPECT_EQ(trim(text).size(), 2U);
 }
 
+TEST(TextTest, EndsATextAtItsFirstNul) {
+  using support::upToNul;
+  constexpr std::wstring_view text(L"ab\0c\0", 5);
+  EXPECT_EQ(upToNul(text), L"ab");
+  EXPECT_EQ(upToNul(text).data(), text.data());
+  EXPECT_EQ(upToNul(text.substr(0, 2)), L"ab") << "without one, it is the whole text";
+  EXPECT_EQ(upToNul(text.substr(2)), L"");
+  EXPECT_EQ(upToNul(std::wstring_view()), L"");
+  EXPECT_EQ(upToNul(std::string_view("ab\0c", 4)), "ab");
+}
+
 TEST(TextTest, WritesPlainDecimalDigits) {
   EXPECT_EQ(Decimal(0).view(), L"0");
   EXPECT_EQ(Decimal(65535).view(), L"65535");
