@@ -79,7 +79,7 @@ bool EvaluateLocalPacScript(const std::wstring& autoConfigUrl, const std::wstrin
   if (!url || !name) return false;
   DWORD length = 0;
   const bool answered = getProxyInfo(url->c_str(), static_cast<DWORD>(url->size()), name->data(),
-                                     static_cast<DWORD>(name->size()), answer.receive(), &length);
+                                     static_cast<DWORD>(name->size()), answer.put(), &length);
   if (!answered || !answer) return false;
   (void)ParsePacProxyList(toWide(answer.get(), length), candidates);
   return true;

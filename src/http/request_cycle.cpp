@@ -6,11 +6,14 @@
 
 #include "http/auth_scheme.h"
 #include "http/pending_request.h"
-#include "log/format.h"
+#include "support/format.h"
 #include "support/owners.h"
 
 namespace kiv::impl {
 namespace {
+
+using support::failureOf;
+using support::format;
 
 constexpr int kFailed = -1;
 constexpr int kNoStatus = 0;

@@ -11,8 +11,9 @@
 
 namespace kiv::impl {
 
-// A logger that is not engaged drops every line; it stands in where the application gave none, so that nothing else tests for
-// null. A logger that was moved from stays engaged, with nothing to call: it may only be overwritten or destroyed.
+// A logger that is not engaged drops every line; it stands in where the application gave none, so that nothing else
+// tests for null. A logger that was moved from stays engaged, with nothing to call: it may only be overwritten or
+// destroyed.
 class Logger {
  public:
   Logger() = default;

@@ -8,13 +8,15 @@
 
 #include "config/address.h"
 #include "discovery/bypass_rules.h"
-#include "log/format.h"
 #include "resolver/system_candidates.h"
 #include "support/border.h"
+#include "support/format.h"
 #include "support/platform.h"
 
 namespace kiv::impl {
 namespace {
+
+using support::format;
 
 bool succeeded(int status) { return status >= 200 && status <= 299; }
 

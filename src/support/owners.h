@@ -27,7 +27,7 @@ class Unique {
   Handle get() const noexcept { return handle_; }
   explicit operator bool() const noexcept { return handle_ != nullptr; }
   // Where a platform call stores what it hands out.
-  Handle* receive() noexcept {
+  Handle* put() noexcept {
     *this = Unique();
     return &handle_;
   }

@@ -4,10 +4,12 @@
 #include <string>
 
 #include "config/secure_string.h"
-#include "log/format.h"
+#include "support/format.h"
 #include "support/text.h"
 
 namespace kiv::impl {
+
+using support::format;
 
 const PromptTexts kServerPrompt = {L"サーバー認証", L"下記サーバーの認証情報を入力してください。\n\n%ls"};
 const PromptTexts kProxyPrompt = {L"プロキシ認証", L"下記プロキシサーバーの認証情報を入力してください。\n\n%ls"};
@@ -26,8 +28,8 @@ class PackedCredentials {
     CoTaskMemFree(block_);
   }
 
-  LPVOID* receiveBlock() { return &block_; }
-  ULONG* receiveSize() { return &size_; }
+  LPVOID* putBlock() { return &block_; }
+  ULONG* putSize() { return &size_; }
   std::optional<Cred> unpack() const;
 
  private:
@@ -80,8 +82,8 @@ std::optional<Cred> promptForCredentials(const PromptTexts& texts, const wchar_t
   PackedCredentials packed;
   ULONG package = 0;
   BOOL save = FALSE;
-  if (CredUIPromptForWindowsCredentialsW(&description, 0, &package, nullptr, 0, packed.receiveBlock(),
-                                         packed.receiveSize(), &save, CREDUIWIN_GENERIC) != ERROR_SUCCESS) {
+  if (CredUIPromptForWindowsCredentialsW(&description, 0, &package, nullptr, 0, packed.putBlock(),
+                                         packed.putSize(), &save, CREDUIWIN_GENERIC) != ERROR_SUCCESS) {
     return std::nullopt;
   }
   return packed.unpack();

@@ -1,5 +1,5 @@
 // Tests of formatting into a text of just the needed size.
-#include "log/format.h"
+#include "support/format.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 
 #include "platform/memory_watch.h"
 
-namespace kiv::impl {
+namespace kiv::support {
 namespace {
 
 using test::MemoryWatch;
@@ -132,4 +132,4 @@ TEST(FormatTest, FailureOfASystemCallNamesTheCallAndItsErrorCode) {
 }
 
 }  // namespace
-}  // namespace kiv::impl
+}  // namespace kiv::support

@@ -102,7 +102,7 @@ TEST_F(OwnersTest, ExchangesWhatTwoOwn) {
 TEST_F(OwnersTest, ReleasesWhatItOwnedBeforeItReceivesAnother) {
   {
     Owner owner(&a);
-    int** place = owner.receive();
+    int** place = owner.put();
     EXPECT_EQ(released, Handles{&a});
     EXPECT_EQ(*place, nullptr);
     *place = &b;
@@ -139,7 +139,7 @@ TEST_F(PlatformOwnersTest, FreeGlobalBlocks) {
     UniqueGlobalText<wchar_t> text;
     WINHTTP_CURRENT_USER_IE_PROXY_CONFIG config{};
     ASSERT_TRUE(WinHttpGetIEProxyConfigForCurrentUser(&config));
-    *text.receive() = config.lpszProxy;
+    *text.put() = config.lpszProxy;
     EXPECT_STREQ(text.get(), L"proxy:1");
   }
   ASSERT_EQ(windows.releasedBlocks().size(), 1U);

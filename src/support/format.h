@@ -9,7 +9,7 @@
 
 #include "support/platform.h"
 
-namespace kiv::impl {
+namespace kiv::support {
 
 // What is written in place of one conversion. Its type says how, so that a conversion cannot misread it.
 class FormatArgument {
@@ -46,4 +46,4 @@ std::wstring format(std::wstring_view text, const Arguments&... arguments) {
 // The line of a failed system call: "<call> failed. ErrorCode = <error>".
 std::wstring failureOf(const wchar_t* call, DWORD error);
 
-}  // namespace kiv::impl
+}  // namespace kiv::support

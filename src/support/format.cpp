@@ -1,10 +1,10 @@
 // Printf-style formatting into a text of just the needed size.
-#include "log/format.h"
+#include "support/format.h"
 
 #include <algorithm>
 #include <charconv>
 
-namespace kiv::impl {
+namespace kiv::support {
 namespace {
 
 constexpr std::array<std::wstring_view, 3> kConversions = {L"%d", L"%lu", L"%ls"};
@@ -63,4 +63,4 @@ std::wstring failureOf(const wchar_t* call, DWORD error) {
   return format(L"%ls failed. ErrorCode = %lu", call, static_cast<unsigned long>(error));
 }
 
-}  // namespace kiv::impl
+}  // namespace kiv::support
