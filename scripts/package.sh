@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds build/kiv-VERSION-windows-x64.zip: headers, kiv.dll, its import library, kiv-resolve, and documentation.
+# Builds build/kiv-VERSION-windows-x64.zip: headers, kiv.dll, its import libraries, kiv-resolve, and documentation.
 # The same files give the same archive.
 . "$(dirname "$0")/lib.sh"
 install_packages "${BUILD_PACKAGES[@]}" zip
