@@ -1,4 +1,4 @@
-/* On a system that lacks libraries which are loaded on demand: run with these disabled. */
+/* On a system that lacks libraries which are delay-loaded: run with these disabled. */
 #include <windows.h>
 
 #include "check.h"
