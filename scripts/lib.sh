@@ -69,8 +69,8 @@ report() {
   [ "$1" != 0 ] && [ "$2" = 0 ]
 }
 
-# e2e PROGRAM [ARGUMENT...]: runs a program of tests/e2e/ on what was built, with Debian's own Python, which sees Debian's
-# packages, whatever else is called python3 here.
+# e2e PROGRAM [ARGUMENT...]: runs a program of tests/e2e/ on what was built. Only Debian's own Python sees Debian's
+# packages.
 e2e() {
   local program=$1
   shift

@@ -3,12 +3,12 @@
 #
 #   ./scripts/setup.sh [--list] [GROUP...]
 #
-# Without a group: all that ./scripts/test.sh needs. --list only shows the packages, what they are for, and which of them
-# are missing. With KIV_NO_INSTALL=1 in the environment nothing is installed: it names what is missing, and exits with 69.
+# Without a group: all that ./scripts/test.sh needs. --list only shows the packages, their purpose, and which of them are
+# missing. With KIV_NO_INSTALL=1 in the environment it installs nothing: it names what is missing, and exits with 69.
 set -euo pipefail
 
-# Group, purpose, packages. The toolchain for Windows is two compilers, one for the DLLs and one for all else. Wine's NTLM is
-# winbind's program ntlm_auth, and its TLS a library that comes with that and is called differently in every release.
+# Group, purpose, packages. The toolchain for Windows is two compilers, one for the DLLs and one for all else. Wine's NTLM
+# is winbind's program ntlm_auth, and its TLS a library that winbind brings, under another name in every release.
 groups='
 build    | compilers, build system, and what the tool and the tests are built from | cmake ninja-build g++ g++-mingw-w64-x86-64-win32 g++-mingw-w64-x86-64-posix clang lld llvm python3 libcli11-dev nlohmann-json3-dev googletest
 package  | makes the archive that is released | zip
