@@ -90,8 +90,8 @@ DWORD GetAutoProxyForUrl(HINTERNET winHttp, const std::wstring& targetUrl, const
   WINHTTP_AUTOPROXY_OPTIONS options = optionsFor(autoConfigUrl);
   AutoProxyAnswer answer = askOnce(winHttp, targetUrl, options);
   if (answer.error == ERROR_WINHTTP_LOGIN_FAILURE) {
-    // The documentation of fAutoLogonIfChallenged says to ask first with FALSE, so that the auto-proxy service can
-    // answer from its cache, and a second time with TRUE only if the call failed with ERROR_WINHTTP_LOGIN_FAILURE.
+    // By Microsoft's documentation of WINHTTP_AUTOPROXY_OPTIONS a program tries fAutoLogonIfChallenged = FALSE first,
+    // which lets WinHTTP use its faster service outside of the process, and TRUE only after this error.
     options.fAutoLogonIfChallenged = TRUE;
     answer = {};  // what came with the failure is released before the system is asked again
     answer = askOnce(winHttp, targetUrl, options);
