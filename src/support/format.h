@@ -36,8 +36,8 @@ std::wstring format(std::wstring_view text, std::initializer_list<FormatArgument
 // The library's messages use "%d" (int), "%lu" (unsigned long) and "%ls" (const wchar_t*), each of which stands for the
 // next argument, and "%%". Any other "%" is written as it stands.
 //
-// No C library is asked: Windows' formatter writes each character with a function whose result for U+FFFF is the one
-// that means failure (WEOF), and texts of others may hold that.
+// No C library is asked: to Windows' one, U+FFFF is also WEOF, the value that means failure, and the texts of others
+// may hold that character.
 template <class... Arguments>
 std::wstring format(std::wstring_view text, const Arguments&... arguments) {
   return format(text, std::initializer_list<FormatArgument>{arguments...});

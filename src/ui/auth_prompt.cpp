@@ -82,8 +82,8 @@ std::optional<Cred> promptForCredentials(const PromptTexts& texts, const wchar_t
   PackedCredentials packed;
   ULONG package = 0;
   BOOL save = FALSE;
-  if (CredUIPromptForWindowsCredentialsW(&description, 0, &package, nullptr, 0, packed.putBlock(),
-                                         packed.putSize(), &save, CREDUIWIN_GENERIC) != ERROR_SUCCESS) {
+  if (CredUIPromptForWindowsCredentialsW(&description, 0, &package, nullptr, 0, packed.putBlock(), packed.putSize(),
+                                         &save, CREDUIWIN_GENERIC) != ERROR_SUCCESS) {
     return std::nullopt;
   }
   return packed.unpack();

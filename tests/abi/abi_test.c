@@ -1,4 +1,4 @@
-/* A plain C11 application over the shipped kiv.dll: its export and import tables, and one round through every family. */
+/* A plain C11 application over the shipped kiv.dll: its exports and imports, and one round through every family. */
 #include <stdlib.h>
 #include <string.h>
 #include <wchar.h>
