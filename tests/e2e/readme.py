@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Builds the programs that README shows, and runs each against a real proxy and a real server, so that they stay true."""
+"""Builds the programs that README and the quick start show, and runs README's against a real proxy and a real server, so
+that they stay true."""
 
 from __future__ import annotations
 
@@ -21,18 +22,19 @@ COMPILERS = {
 }
 
 
-def shown_programs() -> list[tuple[str, str]]:
-    """The programs of README, each with its language."""
-    blocks = re.findall(r"^```(\w+)\n(.*?)^```", (ROOT / "README.md").read_text(), re.M | re.S)
+def shown_programs(page: str) -> list[tuple[str, str]]:
+    """The programs of a page, each with its language."""
+    blocks = re.findall(r"^```(\w+)\n(.*?)^```", (ROOT / page).read_text(), re.M | re.S)
     return [(language, code) for language, code in blocks if language in COMPILERS and "main(" in code]
 
 
 def built(language: str, code: str, folder: Path, library: Path) -> Path:
-    """Compiles a program as a stranger would who follows README."""
+    """Compiles a program as a stranger would who follows the page."""
     source = folder / f"readme.{language}"
     source.write_text(code)
     program = folder / f"readme_{language}.exe"
-    subprocess.run([*COMPILERS[language], "-municode", "-static", f"-I{ROOT / 'include'}", str(source), str(library),
+    wide = ["-municode"] if "wmain(" in code else []
+    subprocess.run([*COMPILERS[language], *wide, "-static", f"-I{ROOT / 'include'}", str(source), str(library),
                     "-o", str(program)], check=True)
     return program
 
@@ -56,7 +58,9 @@ def main() -> int:
         bench.catalogue.begin(["tinyproxy", "web"])
         bench.user.write_settings(Settings(manual=f"127.0.0.1:{bench.catalogue.ports()['tinyproxy']}"))
         stage = options.work.resolve() / "stage"
-        good = [runs_well(bench, built(language, code, stage, options.library)) for language, code in shown_programs()]
+        good = [runs_well(bench, built(language, code, stage, options.library)) for language, code in shown_programs("README.md")]
+        for language, code in shown_programs("docs/quick-start.md"):
+            built(language, code, stage, options.library)
     return report(sum(good), len(good) - sum(good))
 
 
