@@ -23,8 +23,6 @@ kept=$PWD/build/second-ground
 base=$kept/$release.tar
 mkdir -p "$kept/archives/partial"
 root=$(mktemp -d "$kept/root.XXXXXX")
-# Not everything that runs there is root.
-chmod 755 "$root"
 runner=
 
 # What is mounted below the folder is so only for the processes that run there, and they are gone before it is removed.
@@ -70,6 +68,8 @@ make_base() {
 }
 
 if [ -f "$base" ]; then tar -C "$root" -xf "$base"; else make_base; fi
+# Not everything that runs there is root.
+chmod 755 "$root"
 
 # How this machine reaches the network.
 cp /etc/resolv.conf "$root/etc/resolv.conf"

@@ -23,7 +23,7 @@ OutputFile::OutputFile(std::wstring path) : path_(std::move(path)) {
   if (handle == INVALID_HANDLE_VALUE) {
     fail();
   } else {
-    *handle_.receive() = handle;
+    *handle_.put() = handle;
   }
 }
 

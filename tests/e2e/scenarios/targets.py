@@ -42,7 +42,8 @@ SCENARIOS = [
     Scenario("http_challenge_without_scheme", "http://localhost:{odd}/challenge/none" + RIGHT, NONE, VIA_PROXY),
     Scenario("https_basic_wrong", "https://localhost:{web_tls}/basic/ok --ignore-cert-errors" + WRONG, NONE, VIA_PROXY),
     Scenario("https_digest", "https://localhost:{web_tls}/digest/ok --ignore-cert-errors" + RIGHT, NONE, VIA_PROXY),
-    Scenario("https_through_tinyproxy", "https://localhost:{web_tls}/ok --ignore-cert-errors",
+    # Quiet, as Wine goes on with the version of HTTP with which CONNECT is answered, and tinyproxy's depends on its own.
+    Scenario("https_through_tinyproxy", "https://localhost:{web_tls}/ok --ignore-cert-errors --quiet",
              "http://127.0.0.1:{tinyproxy}", Settings(manual="127.0.0.1:{tinyproxy}")),
     # Wine does not take a challenge in answer to CONNECT for one.
     Scenario("https_through_squid_basic", "https://localhost:{web_tls}/ok --ignore-cert-errors" + PROXY_RIGHT, NONE,
