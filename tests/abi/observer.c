@@ -12,8 +12,8 @@
 #include <tlhelp32.h>
 #include <windows.h>
 #include <winhttp.h>
-#include <winternl.h>
 
+#include "../process_handles.h"
 #include "results.h"
 
 /* Checks. */
@@ -158,33 +158,7 @@ long freed_with_secret(void) { return secrets_left; }
 
 /* The process. */
 
-/* One handle of any process, as the system lists them. */
-struct system_handle {
-  USHORT process;
-  USHORT trace;
-  UCHAR type;
-  UCHAR flags;
-  USHORT value;
-  void* object;
-  ULONG access;
-};
-struct system_handles {
-  ULONG count;
-  struct system_handle handles[];
-};
-
-/* GetProcessHandleCount says 0 in Wine, which does keep the whole system's list. */
-int process_handles(void) {
-  enum { SIZE = 4 << 20 };
-  const SYSTEM_INFORMATION_CLASS system_handles = (SYSTEM_INFORMATION_CLASS)16;
-  struct system_handles* list = malloc(SIZE);
-  int count = 0;
-  if (list && NtQuerySystemInformation(system_handles, list, SIZE, NULL) == 0) {
-    for (ULONG i = 0; i < list->count; ++i) count += list->handles[i].process == (USHORT)GetCurrentProcessId();
-  }
-  free(list);
-  return count;
-}
+int process_handles(void) { return count_process_handles(); }
 
 int process_threads(void) {
   const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);

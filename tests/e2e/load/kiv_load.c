@@ -14,8 +14,8 @@
 #include <windows.h>
 
 #include <psapi.h>
-#include <winternl.h>
 
+#include "../../process_handles.h"
 #include "kiv/kiv.h"
 
 enum { MOST_THREADS = 64, WARM_UP = 20 };
@@ -94,41 +94,13 @@ static void run_round(struct work work, unsigned resolutions, unsigned threads) 
   for (unsigned i = 0; i < threads; ++i) CloseHandle(handles[i]);
 }
 
-/* One handle of any process, as the system lists them. */
-struct system_handle {
-  USHORT process;
-  USHORT trace;
-  UCHAR type;
-  UCHAR flags;
-  USHORT value;
-  void* object;
-  ULONG access;
-};
-struct system_handles {
-  ULONG count;
-  struct system_handle handles[];
-};
-
-/* GetProcessHandleCount says 0 in Wine, which does keep the whole system's list. */
-static DWORD count_handles(void) {
-  enum { SIZE = 4 << 20 };
-  const SYSTEM_INFORMATION_CLASS system_handles = (SYSTEM_INFORMATION_CLASS)16;
-  struct system_handles* list = malloc(SIZE);
-  DWORD count = 0;
-  if (list && NtQuerySystemInformation(system_handles, list, SIZE, NULL) == 0) {
-    for (ULONG i = 0; i < list->count; ++i) count += list->handles[i].process == (USHORT)GetCurrentProcessId();
-  }
-  free(list);
-  return count;
-}
-
 struct usage {
   DWORD handles;
   uint64_t private_kib;
 };
 
 static struct usage usage_now(void) {
-  struct usage usage = {count_handles(), 0};
+  struct usage usage = {(DWORD)count_process_handles(), 0};
   PROCESS_MEMORY_COUNTERS memory = {.cb = sizeof memory};
   if (K32GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof memory)) {
     usage.private_kib = memory.WorkingSetSize / 1024;
