@@ -12,11 +12,11 @@ set style data linespoints
 
 of(family, column) = strcol(1) eq family ? column : NaN
 array names[3] = ['candidates', 'rules', 'characters']
-array titles[3] = ['candidates, all tried', 'bypass rules, all looked at', 'characters of one rule, logged']
+array titles[3] = ['candidates, all tested', 'bypass rules, all compared', 'characters of one rule, logged']
 array colors[3] = ['#c0392b', '#2471a3', '#1e8449']
 
 set format x '%.0s %c'
-set title 'Time of a resolution (ms)'
+set title 'Processor time of a resolution (ms)'
 set format y '%g'
 plot for [i=1:3] figures using (of(names[i], $2)):($3 / 1e6) title titles[i] lc rgb colors[i] lw 2 pt 7 ps 0.6, \
   '+' using (10 ** (3 + 3 * $0 / 20)):(10 ** (3 + 3 * $0 / 20) * 1e-5) every ::::20 with lines title 'linear' lc rgb '#999999' dt 2

@@ -20,7 +20,7 @@ fuzz     | run-time library of the fuzz targets | libclang-rt-dev
 coverage | says which lines the tests reach | gcovr
 docs     | makes the API reference, and compares the documents with the sources | doxygen python3
 lint     | checks layout and habits of the code | clang-format clang-tidy
-bench    | libraries to compare with, and a plotter | pkgconf libbenchmark-dev libcurl4-openssl-dev libglib2.0-dev gnuplot-nox
+bench    | libraries to compare with, a counter of instructions, and a plotter | pkgconf libbenchmark-dev libcurl4-openssl-dev libglib2.0-dev valgrind gnuplot-nox
 second   | a clean Debian 13 (second_ground.sh) | debootstrap git
 '
 for_tests=(build package wine consumer e2e browser fuzz coverage docs lint)
