@@ -29,20 +29,22 @@ with_wine() {
 DLL_OVERRIDES='mscoree,mshtml=;credui=n,b'
 PWD_OF_PROJECT=$PWD
 
-# Makes that Windows, if nothing has run in it yet.
+PROMPT=build/wine/drive_c/windows/system32/credui.dll
+
+# Makes that Windows, if nothing has run in it yet, and gives it back its own prompt if a run with another was killed.
 start_wine() {
   [ -d build/wine ] || with_wine wineboot --init >/dev/null 2>&1
+  [ ! -e "$PROMPT.own" ] || mv -f "$PROMPT.own" "$PROMPT"
 }
 
 # with_prompt COMMAND...: runs it while the stand-in for the credential prompt is in the folder of that Windows where the
 # DLL looks for the system's.
 with_prompt() {
-  local place=build/wine/drive_c/windows/system32/credui.dll status=0
-  # It is there already if a run was killed.
-  [ -e "$place.own" ] || mv "$place" "$place.own"
-  cp build/windows-x64/abi/system/credui.dll "$place"
+  local status=0
+  mv "$PROMPT" "$PROMPT.own"
+  cp build/windows-x64/abi/system/credui.dll "$PROMPT"
   "$@" || status=$?
-  mv -f "$place.own" "$place"
+  mv -f "$PROMPT.own" "$PROMPT"
   return "$status"
 }
 

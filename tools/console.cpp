@@ -3,6 +3,8 @@
 
 #include <windows.h>
 
+#include <algorithm>
+#include <chrono>
 #include <mutex>
 #include <optional>
 
@@ -10,7 +12,7 @@ namespace kiv::tool {
 namespace {
 
 // What is printed, and the console's mode, belong to one thread at a time: Windows calls onEnd on a thread of its own.
-std::mutex outputMutex;
+std::timed_mutex outputMutex;
 bool ending = false;
 std::optional<DWORD> formerMode;
 
@@ -22,9 +24,14 @@ bool isConsole(HANDLE handle) {
   return GetConsoleMode(handle, &mode) != FALSE;
 }
 
+// In parts: the documentation of WriteConsole limits what one call can write.
 void writeConsole(HANDLE console, std::wstring_view text) {
+  constexpr std::size_t kMost = 8192;
   DWORD written = 0;
-  WriteConsoleW(console, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+  for (; !text.empty(); text.remove_prefix(written)) {
+    const auto count = static_cast<DWORD>(std::min(text.size(), kMost));
+    if (!WriteConsoleW(console, text.data(), count, &written, nullptr) || written == 0) return;
+  }
 }
 
 void restoreMode() {
@@ -35,7 +42,9 @@ void restoreMode() {
 // Called for Ctrl-C, Ctrl-Break and a closed window. After FALSE Windows calls the next handler, which ends the
 // process. Until then the other threads continue: nothing that they print may follow the restored mode.
 BOOL WINAPI onEnd(DWORD /*event*/) {
-  const std::lock_guard lock(outputMutex);
+  // A thread that writes to a pipe which nobody reads keeps the lock for ever; the process must end nevertheless.
+  const std::unique_lock lock(outputMutex, std::chrono::seconds(1));
+  if (!lock) return FALSE;
   ending = true;
   // The live line, if there is one: all else ends with a new line.
   if (formerMode) writeConsole(handleOf(Stream::Error), L"\r\x1b[K");

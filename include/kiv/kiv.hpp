@@ -382,7 +382,10 @@ class LogRecord : public detail::Value<KivLog> {
   }
 };
 
-/** Passes log lines to a callable, on the thread that logs. Copies share the callable. */
+/**
+ * Passes log lines to a callable, on the thread that logs. Copies share the callable. A handle that is released from a
+ * logger with a callable, or copied with C functions, may log only while that logger or a copy of it lives.
+ */
 class Logger : public detail::Value<KivLogger> {
  public:
   /** Receives one record, which is valid during the call; copy it to keep it. */

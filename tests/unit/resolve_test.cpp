@@ -66,7 +66,7 @@ TEST_F(ResolveTest, TakesTheFirstCandidateThatWorks) {
                   L"test 200", L"D: No. 1: Test connection succeeded.", L"I: Proxy http://b:2 found.", kEnd));
 }
 
-TEST_F(ResolveTest, ReadsTheSystemSettingsOnceAndClosesTheSessionBeforeItCallsTheHost) {
+TEST_F(ResolveTest, ReadsTheSystemSettingsOnceAndClosesTheSessionBeforeItCallsTheApplication) {
   windows.user.proxy = L"a:1";
   std::size_t callsSeen = 0;
   application.onEntry = [&](const std::wstring& entry) {
@@ -122,7 +122,7 @@ TEST_F(ResolveTest, NamesNoProxyWhenTheDirectConnectionWins) {
                           L"D: No. 0: Test connection succeeded.", L"I: Proxy  found.", kEnd));
 }
 
-TEST_F(ResolveTest, GoesDirectWithoutACallOfTheHostIfThereIsNoCandidate) {
+TEST_F(ResolveTest, GoesDirectWithoutACallOfTheApplicationIfThereIsNoCandidate) {
   EXPECT_EQ(textOf(application.resolve()), L"direct");
   EXPECT_THAT(application.transcript(), ElementsAre(kBegin, L"I: No candidates found. Use direct connection.", kEnd));
 }
@@ -296,7 +296,7 @@ TEST_F(ResolveTest, AnswersAProxyDemandOnADirectConnectionLikeAnyOther) {
                           L"D: No. 0: Test connection succeeded.", L"I: Proxy  found.", kEnd));
 }
 
-TEST_F(ResolveTest, RetriesWithoutCredentialsIfTheHostHasNone) {
+TEST_F(ResolveTest, RetriesWithoutCredentialsIfTheApplicationHasNone) {
   application.statuses = {407, 401, 200};
   const UniqueProxyConfig preferred = parsed(L"http://old:word@a:1");
   EXPECT_EQ(textOf(application.resolve(preferred)), L"http://a:1")
@@ -361,7 +361,7 @@ TEST_F(ResolveTest, GoesDirectIfTheSettingsCannotBeReadAndTheCallerNamesNothing)
               ElementsAre(kBegin, kUnreadable, L"I: No candidates found. Use direct connection.", kEnd));
 }
 
-TEST_F(ResolveTest, SendsABypassedTargetDirectWithoutACallOfTheHost) {
+TEST_F(ResolveTest, SendsABypassedTargetDirectWithoutACallOfTheApplication) {
   windows.user = {.proxy = L"a:1", .bypass = L"other;tar*"};
   EXPECT_EQ(textOf(application.resolve(parsed(L"first:1"))), L"direct");
   EXPECT_THAT(

@@ -215,7 +215,7 @@ TEST_F(ResolverExportsTest, FreesTheHandlesOfTheCredentialSources) {
 }
 
 // The host of these tests frees every handle that it is given; what it does not free stays.
-TEST_F(ResolverExportsTest, GivesAFreshHandleForEachServerCredentialWhichTheHostOwns) {
+TEST_F(ResolverExportsTest, GivesAFreshHandleForEachServerCredentialWhichTheApplicationOwns) {
   static std::vector<KivCred*> given;
   given.clear();
   given.reserve(8);
