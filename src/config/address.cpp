@@ -31,7 +31,7 @@ std::optional<AddressScheme> kindOf(std::wstring_view scheme, bool acceptProxyWo
   return std::nullopt;
 }
 
-// As many characters as the library has room for in the ASCII form of a host.
+// How many characters the ASCII form of a host can have.
 constexpr std::size_t kLongestAscii = 255;
 
 struct CharacterRange {
@@ -61,8 +61,7 @@ bool isTooLong(std::wstring_view host) {
 // A host that has no ASCII form becomes empty, and the address stays one: whoever uses it will fail with a clear error.
 std::wstring toAscii(std::wstring_view host) {
   if (isTooLong(host)) return {};
-  std::array<wchar_t, kLongestAscii>
-      ascii;  // left as it is: filling it would take longer than all that is done with it
+  std::array<wchar_t, kLongestAscii> ascii;  // not filled: that would take longer than all that is done with it
   const int length =
       IdnToAscii(0, host.data(), static_cast<int>(host.size()), ascii.data(), static_cast<int>(ascii.size()));
   return std::wstring(support::upToNul(std::wstring_view(ascii.data(), static_cast<std::size_t>(length))));
