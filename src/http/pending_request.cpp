@@ -29,7 +29,7 @@ bool PendingRequest::installCallback() {
   if (previous == WINHTTP_INVALID_STATUS_CALLBACK) {  // NOLINT(performance-no-int-to-ptr): the platform's constant
     return false;
   }
-  DWORD_PTR context = reinterpret_cast<DWORD_PTR>(this);
+  auto context = reinterpret_cast<DWORD_PTR>(this);
   if (WinHttpSetOption(request_.get(), WINHTTP_OPTION_CONTEXT_VALUE, &context, sizeof(context))) return true;
   WinHttpSetStatusCallback(request_.get(), nullptr, kNotifications, 0);
   return false;
