@@ -1,9 +1,9 @@
 // The session's work: small tasks that run one after the other on the system's thread pool, under one lock.
 //
 // All state of a session is guarded by that lock. The pool's callbacks (a request's notification, a socket's event, the
-// timer) only post a task; the task then runs under the lock, as the session's user, and starts what comes next. It never
-// blocks. What must block (PAC scripts, name resolution) is a Job, which has a thread of the pool to itself and no lock.
-// A call of the application takes the lock, changes state, and posts.
+// timer) only post a task; the task then runs under the lock, as the session's user, and starts what comes next. It
+// never blocks. What must block (PAC scripts, name resolution) is a Job, which has a thread of the pool to itself and
+// no lock. A call of the application takes the lock, changes state, and posts.
 //
 // Nothing here calls the application.
 #pragma once

@@ -15,9 +15,9 @@ namespace kiv::session {
 struct Discovered {
   ListSource source = ListSource::Nothing;
   std::vector<impl::ProxyListEntry> entries;
-  std::wstring bypassList;      // that was read, also by a discovery that is overdue
-  bool failed = false;          // settings unreadable, or an error that stops discovery: kept for the failure time only
-  bool overdue = false;         // entries were not found in time
+  std::wstring bypassList;  // that was read, also by a discovery that is overdue
+  bool failed = false;      // settings unreadable, or an error that stops discovery: kept for the failure time only
+  bool overdue = false;     // entries were not found in time
 };
 
 class Discovery;
