@@ -176,7 +176,8 @@ void Resolution::attemptNext() {
   session_->log(KIV_LOG_LEVEL_DEBUG, [&] {
     return L"Attempting " + (candidate.route.isDirect() ? std::wstring(L"a direct connection") : candidate.route.url());
   });
-  attempt_ = std::make_unique<Attempt>(*session_, origin_, candidate.route, *this);
+  AttemptListener& listener = *this;
+  attempt_ = std::make_unique<Attempt>(*session_, origin_, candidate.route, listener);
   if (!othersConnecting_ && !candidate.route.isDirect()) headStart_.set(EventLoop::now() + kHeadStart);
   attempt_->begin();
 }

@@ -25,8 +25,7 @@ Session::Session(std::wstring userAgent)
     : userAgent_(std::move(userAgent)),
       loop_(EventLoop::create()),
       credentials_(makeRef<ProxyCredentials>()),
-      outbox_(*this),
-      discoveries_(*loop_, userAgent_) {}
+      outbox_(*this) {}
 
 Session::~Session() {
   if (tornDown_) return;
@@ -59,9 +58,10 @@ KivStatus Session::setProxy(std::uint32_t which, const wchar_t* text, const wcha
 // From now on settings do not change.
 void Session::freeze() {
   if (keptOwner_) return;
+  const bool mayLogOn = options_.loggedOnUser != KIV_LOGGED_ON_USER_NEVER;
+  discoveries_ = std::make_unique<Discoveries>(*loop_, userAgent_, mayLogOn);
   keptOwner_ = std::make_unique<KeptDecisions>(options_.origins);
   outbox_.setCallbacks(callbacks_);
-  discoveries_.setMayLogOn(options_.loggedOnUser != KIV_LOGGED_ON_USER_NEVER);
   kept_.store(keptOwner_.get());
   loop_->post(*this);  // begins to watch for changes
 }
@@ -226,9 +226,9 @@ std::uint64_t Session::counter(std::uint32_t counter) noexcept {
     case KIV_COUNTER_WAITING:
       return waiting_ + outbox_.untold();
     case KIV_COUNTER_DISCOVERIES:
-      return discoveries_.begun();
+      return discoveries_ ? discoveries_->begun() : 0;
     case KIV_COUNTER_OVERDUE_DISCOVERIES:
-      return discoveries_.overdue();
+      return discoveries_ ? discoveries_->overdue() : 0;
     case KIV_COUNTER_TEST_REQUESTS:
       return counted(Counter::TestRequests);
     case KIV_COUNTER_CONNECTIONS:
@@ -344,6 +344,7 @@ void Session::tearDown() noexcept {
     if (changes_) std::exchange(changes_, {})->stop();
     for (const auto& [origin, resolution] : resolutions_) resolution->abandon();
     resolutions_.clear();
+    discoveries_ = nullptr;
     for (const auto& [proxy, login] : logins_) login->withdraw();
     logins_.clear();
     loop_->stop();

@@ -88,7 +88,7 @@ class Session final : public AuthSession, private ChangesListener {
 
   // What follows is for the session's own parts, under the loop's lock.
   const Options& options() const noexcept { return options_; }
-  Discoveries& discoveries() noexcept { return discoveries_; }
+  Discoveries& discoveries() noexcept { return *discoveries_; }
   DeadProxies& dead() noexcept { return dead_; }
   Resolution& resolutionFor(const Origin& origin);
   void forget(const Resolution& resolution) noexcept;
@@ -164,7 +164,7 @@ class Session final : public AuthSession, private ChangesListener {
   std::unique_ptr<KeptDecisions> keptOwner_;
   std::atomic<KeptDecisions*> kept_{nullptr};  // since the first resolution
   DeadProxies dead_;
-  Discoveries discoveries_;
+  std::unique_ptr<Discoveries> discoveries_;
   Ref<Changes> changes_;
   std::unordered_map<Origin, Ref<Resolution>, OriginHash> resolutions_;
   std::unordered_map<Route, Ref<ProxyLogin>, RouteHash> logins_;

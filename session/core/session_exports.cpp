@@ -1,5 +1,6 @@
 // The C functions of sessions and requests.
-#include <cwchar>
+#include <algorithm>
+#include <optional>
 #include <string>
 #include <string_view>
 
