@@ -1,5 +1,5 @@
-// What can change under a running program, as tests set it: registry keys, addresses, the modules that have the functions
-// which tell of it.
+// What can change under a running program, as tests set it: registry keys, addresses, the modules that have the
+// functions which tell of it.
 #pragma once
 
 #include <set>
@@ -18,9 +18,11 @@ struct Registry {
 // The modules and functions that are looked up at run time: iphlpapi.dll, ntdll.dll, powrprof.dll, secur32.dll and
 // winhttp.dll. All are there unless they are named here.
 struct Modules {
-  std::set<std::wstring> absent = {};           // modules, in lower case: not on this Windows
-  std::set<std::string> absentFunctions = {};   // "NotifyUnicastIpAddressChange"
+  std::set<std::wstring> absent = {};                              // modules, in lower case: not on this Windows
+  std::set<std::string> absentFunctions = {};                      // "NotifyUnicastIpAddressChange"
   std::set<std::wstring> loaded = {L"ntdll.dll", L"winhttp.dll"};  // from the start and for ever
+  // If not, to register for changes of addresses succeeds, with a null handle, and nothing is ever told, as in Wine.
+  bool addressNotifications = true;
 };
 
 struct UnicastAddress {

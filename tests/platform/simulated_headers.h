@@ -1,4 +1,5 @@
-// The system headers for what the simulator knows beyond the library's own list, in the one order in which they compile.
+// The system headers for what the simulator knows beyond the library's own list, in the one order in which they
+// compile.
 #pragma once
 
 // clang-format off

@@ -25,8 +25,8 @@ struct Socket {
   Stage stage = Stage::Unconnected;
   int family = 0;
   bool nonBlocking = false;
-  bool ended = false;     // the other side closed
-  bool reset = false;     // the other side reset
+  bool ended = false;  // the other side closed
+  bool reset = false;  // the other side reset
   bool mayNotSend = false;
   bool mayNotReceive = false;
 

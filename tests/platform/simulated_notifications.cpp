@@ -14,10 +14,10 @@ struct PowerRecipient {
   ULONG(CALLBACK* callback)(PVOID context, ULONG type, PVOID setting);
   PVOID context;
 };
-constexpr DWORD kPowerCallback = 2;             // DEVICE_NOTIFY_CALLBACK
-constexpr ULONG kSuspend = 0x04;                // PBT_APMSUSPEND
-constexpr ULONG kResumeAutomatic = 0x12;        // PBT_APMRESUMEAUTOMATIC
-constexpr ULONG kResumeSuspend = 0x07;          // PBT_APMRESUMESUSPEND
+constexpr DWORD kPowerCallback = 2;       // DEVICE_NOTIFY_CALLBACK
+constexpr ULONG kSuspend = 0x04;          // PBT_APMSUSPEND
+constexpr ULONG kResumeAutomatic = 0x12;  // PBT_APMRESUMEAUTOMATIC
+constexpr ULONG kResumeSuspend = 0x07;    // PBT_APMRESUMESUSPEND
 constexpr ULONGLONG kProxyChangeFlags = 1;
 
 // Registered callbacks that the thread is in.
@@ -95,6 +95,8 @@ DWORD WINAPI registerForAddresses(ADDRESS_FAMILY family, PUNICAST_IPADDRESS_CHAN
   checkLoaded(call, L"iphlpapi.dll");
   if (call.fault()) return fail(call, *call.fault());
   if (!callback || !handle) return fail(call, ERROR_INVALID_PARAMETER);
+  *handle = nullptr;
+  if (!call.windows().modules.addressNotifications) return call.succeed(DWORD{NO_ERROR});
   *handle = enroll(call.state(), Registration::Of::Addresses, [callback, context](ULONG type) {
     MIB_UNICASTIPADDRESS_ROW row{};
     const bool isFirst = type == MibInitialNotification;
@@ -137,8 +139,8 @@ DWORD WINAPI getAddressTable(ADDRESS_FAMILY family, PMIB_UNICASTIPADDRESS_TABLE*
   const auto count = static_cast<ULONG>(rows.size());
   std::memcpy(bytes.data(), &count, sizeof count);
   if (!rows.empty()) std::memcpy(bytes.data() + start, rows.data(), rows.size() * sizeof rows[0]);
-  *table = static_cast<PMIB_UNICASTIPADDRESS_TABLE>(
-      call.state().newBlock(Kind::AddressTable, bytes.data(), bytes.size()));
+  *table =
+      static_cast<PMIB_UNICASTIPADDRESS_TABLE>(call.state().newBlock(Kind::AddressTable, bytes.data(), bytes.size()));
   return call.succeed(DWORD{NO_ERROR});
 }
 

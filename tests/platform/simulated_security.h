@@ -20,7 +20,7 @@ struct Leg {
 struct SecurityPackages {
   std::vector<std::wstring> present = {L"NTLM", L"Negotiate"};
   ULONG maxToken = 2888;
-  std::deque<Leg> legs = {};            // consumed from the front; when there are none, the packages do what they do
+  std::deque<Leg> legs = {};  // consumed from the front; when there are none, the packages do what they do
   std::wstring loggedOnUser = L"logged-on";  // whose credentials are used when none are given
 };
 
@@ -32,6 +32,8 @@ struct IdentityRecord {
   std::wstring domain = {};
   std::wstring password = {};
   bool released = false;
+
+  bool passwordWas(std::wstring_view expected) const { return password == expected; }
 };
 
 // One security context: the call that began it, and how far it came.

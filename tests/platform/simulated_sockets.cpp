@@ -69,15 +69,15 @@ void laterOn(State& state, milliseconds delay, void* handle, std::size_t connect
   });
 }
 
-// Sends the reply on its way here, in pieces if the listener is of that kind. They arrive in the order of their sending.
+// Sends the reply on its way here, in pieces if the listener is of that kind. They arrive in the order of their
+// sending.
 void sendBack(State& state, void* handle, Socket& socket, const Reply& reply) {
   const std::size_t size = socket.listener.pieces.value_or(std::max<std::size_t>(reply.bytes.size(), 1));
   milliseconds delay = reply.after;
   for (std::size_t at = 0; at < reply.bytes.size() || at == 0; at += size) {
     const bool last = at + size >= reply.bytes.size();
-    socket.outgoing.push_back({.bytes = reply.bytes.substr(at, size),
-                               .closes = last && reply.closes,
-                               .resets = last && reply.resets});
+    socket.outgoing.push_back(
+        {.bytes = reply.bytes.substr(at, size), .closes = last && reply.closes, .resets = last && reply.resets});
     laterOn(state, delay, handle, socket.connection, [&state](Socket& receiver) {
       const Reply piece = std::move(receiver.outgoing.front());
       receiver.outgoing.pop_front();

@@ -69,8 +69,8 @@ Leg usualLeg(const IdentityRecord& identity, std::size_t legsBefore, std::string
   if (legsBefore > 1 || !isMessage(input, Message::Challenge) || input.size() < kNonceAt + kNonceSize) {
     return {SEC_E_INVALID_TOKEN};
   }
-  return {SEC_E_OK, message(Message::Authenticate,
-                            std::string(input.substr(kNonceAt, kNonceSize)) + toNarrow(identity.user))};
+  return {SEC_E_OK,
+          message(Message::Authenticate, std::string(input.substr(kNonceAt, kNonceSize)) + toNarrow(identity.user))};
 }
 
 // Hands the token out, in the caller's memory or in the package's; gives 0 or the error.
@@ -274,8 +274,7 @@ SECURITY_STATUS WINAPI QuerySecurityPackageInfoW(SEC_WCHAR* package, PSecPkgInfo
   // One block: the structure and, behind it, the name.
   const std::size_t nameSize = (std::wcslen(package) + 1) * sizeof(wchar_t);
   const std::vector<std::byte> nothing(sizeof(SecPkgInfoW) + nameSize);
-  auto* made = static_cast<PSecPkgInfoW>(
-      call.state().newBlock(Kind::ContextBuffer, nothing.data(), nothing.size()));
+  auto* made = static_cast<PSecPkgInfoW>(call.state().newBlock(Kind::ContextBuffer, nothing.data(), nothing.size()));
   made->wVersion = 1;
   made->cbMaxToken = script.maxToken;
   made->Name = reinterpret_cast<SEC_WCHAR*>(made + 1);

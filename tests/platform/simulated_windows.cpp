@@ -165,11 +165,9 @@ bool SimulatedWindows::canFail(std::string_view name) {
                                                      "CoTaskMemFree", "FreeLibrary",  "WinHttpCloseHandle"};
   constexpr auto neverEither = std::to_array<std::string_view>(
       {"WSAGetLastError", "WSACleanup", "closesocket", "FreeAddrInfoW", "RegCloseKey", "FreeMibTable",
-       "CancelMibChangeNotify2", "WinHttpUnregisterProxyChangeNotification",
-       "PowerUnregisterSuspendResumeNotification", "RtlDllShutdownInProgress", "FreeCredentialsHandle",
-       "DeleteSecurityContext", "FreeContextBuffer"});
-  return std::ranges::find(never, name) == never.end() &&
-         std::ranges::find(neverEither, name) == neverEither.end();
+       "CancelMibChangeNotify2", "WinHttpUnregisterProxyChangeNotification", "PowerUnregisterSuspendResumeNotification",
+       "RtlDllShutdownInProgress", "FreeCredentialsHandle", "DeleteSecurityContext", "FreeContextBuffer"});
+  return std::ranges::find(never, name) == never.end() && std::ranges::find(neverEither, name) == neverEither.end();
 }
 
 std::vector<Call> SimulatedWindows::calls(Transcript extent) const {

@@ -1,5 +1,5 @@
-// Addresses of this machine and their changes, for builds on other systems; layouts as on Windows. The library looks the
-// functions up when it needs them.
+// Addresses of this machine and their changes, for builds on other systems; layouts as on Windows. The library looks
+// the functions up when it needs them.
 #pragma once
 
 #include <ws2tcpip.h>

@@ -45,11 +45,10 @@ using CtxtHandle = SecHandle;
 using PCtxtHandle = SecHandle*;
 static_assert(sizeof(SecHandle) == 16);
 
-#define SecInvalidateHandle(handle)              \
+#define SecInvalidateHandle(handle) \
   ((handle)->dwLower = static_cast<ULONG_PTR>(-1), (handle)->dwUpper = static_cast<ULONG_PTR>(-1))
-#define SecIsValidHandle(handle)                            \
-  (((handle)->dwLower != static_cast<ULONG_PTR>(-1)) && \
-   ((handle)->dwUpper != static_cast<ULONG_PTR>(-1)))
+#define SecIsValidHandle(handle) \
+  (((handle)->dwLower != static_cast<ULONG_PTR>(-1)) && ((handle)->dwUpper != static_cast<ULONG_PTR>(-1)))
 
 struct SecBuffer {
   ULONG cbBuffer;
