@@ -8,11 +8,27 @@
 #include <thread>
 
 #include "platform/memory_watch.h"
+#include "platform/simulated_network_state.h"
 #include "platform/simulated_windows.h"
 
 namespace kiv::test {
 
-enum class Kind { Internet, GlobalBlock, TaskBlock, Module, Event };
+enum class Kind {
+  Internet,
+  GlobalBlock,
+  TaskBlock,
+  Module,
+  Event,
+  Winsock,
+  Socket,
+  AddressList,
+  RegistryKey,
+  Registration,
+  AddressTable,
+  Credentials,
+  Context,
+  ContextBuffer
+};
 
 struct Resource {
   Kind kind = Kind::Internet;
@@ -98,6 +114,11 @@ struct SimulatedWindows::State {
   bool ending = false;
   std::thread dispatcher;
 
+  SocketState network;
+  RegistryState registry;
+  ChangeState changes;
+  SecurityState security;
+
   // These expect the mutex to be held.
   void* newHandle(Kind kind, const std::string& name);
   void* newBlock(Kind kind, const void* contents, std::size_t size);
@@ -108,6 +129,16 @@ struct SimulatedWindows::State {
   bool release(void* handle, Kind kind, const std::string& function);
   std::shared_ptr<Job> post(const Notification& notification, std::chrono::microseconds delay);
   bool isBusy(HINTERNET handle) const;
+
+  // Complains if something would still signal the event.
+  void checkUnwatched(HANDLE event);
+
+  // The clock: later and signal expect the mutex to be held; the job runs, and sleepFor is called, without it.
+  void later(std::chrono::milliseconds delay, std::function<void()> job);
+  void sleepFor(std::chrono::milliseconds duration);
+  void signal(HANDLE event);
+  std::chrono::milliseconds clock{0};
+  std::multimap<std::chrono::milliseconds, std::function<void()>> laterJobs;
 
   // These take the mutex.
   void notify(const Notification& notification);
@@ -168,6 +199,9 @@ class Entry {
   bool quiet_;
   std::optional<DWORD> fault_;
 };
+
+// GetProcAddress for a module of Modules.
+FARPROC findSystemProcedure(Entry& call, HMODULE module, std::string_view name);
 
 // Wide text to the code page of the simulated system, UTF-8, and back. What is not valid becomes U+FFFD.
 std::string toNarrow(std::wstring_view wide);

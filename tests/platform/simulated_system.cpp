@@ -125,6 +125,7 @@ BOOL WINAPI CloseHandle(HANDLE handle) {
   Entry call("CloseHandle", Noise::Quiet);
   call.handle(L"event", handle);
   if (!call.state().release(handle, Kind::Event, call.name())) return call.fail(ERROR_INVALID_HANDLE, FALSE);
+  call.state().checkUnwatched(handle);
   call.state().changed.notify_all();
   return call.succeed(TRUE);
 }

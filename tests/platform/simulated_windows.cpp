@@ -40,6 +40,24 @@ const char* kindName(Kind kind) {
       return "module";
     case Kind::Event:
       return "event";
+    case Kind::Winsock:
+      return "use of Winsock";
+    case Kind::Socket:
+      return "socket";
+    case Kind::AddressList:
+      return "address list";
+    case Kind::RegistryKey:
+      return "registry key";
+    case Kind::Registration:
+      return "registration";
+    case Kind::AddressTable:
+      return "address table";
+    case Kind::Credentials:
+      return "credentials handle";
+    case Kind::Context:
+      return "security context";
+    case Kind::ContextBuffer:
+      return "context buffer";
   }
   return "";
 }
@@ -145,7 +163,11 @@ bool SimulatedWindows::canFail(std::string_view name) {
   constexpr std::array<std::string_view, 9> never = {"GetLastError",  "SetLastError", "SetEvent",
                                                      "ResetEvent",    "CloseHandle",  "GlobalFree",
                                                      "CoTaskMemFree", "FreeLibrary",  "WinHttpCloseHandle"};
-  return std::ranges::find(never, name) == never.end();
+  constexpr auto neverEither = std::to_array<std::string_view>(
+      {"WSAGetLastError", "WSACleanup", "closesocket", "FreeAddrInfoW", "RegCloseKey", "FreeMibTable",
+       "CancelMibChangeNotify2", "WinHttpUnregisterProxyChangeNotification", "PowerUnregisterSuspendResumeNotification",
+       "RtlDllShutdownInProgress", "FreeCredentialsHandle", "DeleteSecurityContext", "FreeContextBuffer"});
+  return std::ranges::find(never, name) == never.end() && std::ranges::find(neverEither, name) == neverEither.end();
 }
 
 std::vector<Call> SimulatedWindows::calls(Transcript extent) const {
