@@ -26,8 +26,9 @@ struct Modules {
 };
 
 struct UnicastAddress {
-  std::string address;  // "10.0.0.1", "fe80::1"
-  ULONG interfaceIndex = 1;
+  std::string address;    // "10.0.0.1", "fe80::1"
+  ULONG interfaceId = 1;  // its index, and its LUID
+  BYTE prefix = 24;
   bool preferred = true;  // if not, it is being checked for duplicates still
 };
 

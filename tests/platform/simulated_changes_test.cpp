@@ -9,6 +9,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
+constexpr std::chrono::milliseconds kLong(100);
 constexpr DWORD kFilter = REG_NOTIFY_CHANGE_NAME | REG_NOTIFY_CHANGE_LAST_SET | REG_NOTIFY_THREAD_AGNOSTIC;
 
 class SimulatedRegistry : public PlatformTest {
@@ -84,6 +85,14 @@ TEST_F(SimulatedRegistry, HasKeysThatAreMissingUntilTheyAreMade) {
   RegCloseKey(missing);
 }
 
+TEST_F(SimulatedRegistry, MayBeWatchedWithoutTheFlagThatWasRefused) {
+  windows.failOnce("RegNotifyChangeKeyValue", ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(watch(true), LONG{ERROR_INVALID_PARAMETER});
+  EXPECT_EQ(watch(true, REG_NOTIFY_CHANGE_LAST_SET), LONG{ERROR_SUCCESS});
+  windows.changeRegistry(L"HKCU\\Software\\Settings");
+  EXPECT_TRUE(isTold());
+}
+
 TEST_F(SimulatedRegistry, FailsWhereItIsToldToAndWhereItMust) {
   windows.failOnce("RegNotifyChangeKeyValue", ERROR_ACCESS_DENIED);
   EXPECT_EQ(watch(true), LONG{ERROR_ACCESS_DENIED});
@@ -98,6 +107,7 @@ TEST_F(SimulatedRegistry, FailsWhereItIsToldToAndWhereItMust) {
 
 TEST(MisusedRegistry, IsComplainedAbout) {
   SimulatedWindows windows;
+  VirtualTime time(windows);
   HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
   HKEY key = nullptr, leaked = nullptr;
   RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"x", 0, KEY_NOTIFY, &key);
@@ -133,18 +143,19 @@ void NETIOAPI_API_ countType(PVOID context, PMIB_UNICASTIPADDRESS_ROW, MIB_NOTIF
 
 TEST(SimulatedAddresses, TellOfChangesUntilTheyAreCancelled) {
   SimulatedWindows windows;
+  VirtualTime time(windows);
   const AddressModule module;
   std::vector<int> told;
   HANDLE handle = nullptr;
   EXPECT_EQ(module.notify(AF_UNSPEC, &countType, &told, TRUE, &handle), DWORD{NO_ERROR});
-  windows.runUntilIdle();
+  time.advance(kLong);
   windows.changeAddresses({});
   EXPECT_EQ(told, std::vector<int>{MibInitialNotification});
-  windows.runUntilIdle();
+  time.advance(kLong);
   EXPECT_EQ(told, (std::vector<int>{MibInitialNotification, MibAddInstance}));
   windows.changeAddresses({});
   EXPECT_EQ(module.cancel(handle), DWORD{NO_ERROR});
-  windows.runUntilIdle();
+  time.advance(kLong);
   EXPECT_EQ(told.size(), 2U);
   EXPECT_EQ(module.cancel(nullptr), DWORD{ERROR_INVALID_PARAMETER});
   FreeLibrary(module.module);
@@ -153,8 +164,10 @@ TEST(SimulatedAddresses, TellOfChangesUntilTheyAreCancelled) {
 
 TEST(SimulatedAddresses, AreHandedOutAsATable) {
   SimulatedWindows windows;
+  VirtualTime time(windows);
   const AddressModule module;
-  windows.changeAddresses({{.address = "10.0.0.7", .interfaceIndex = 3}, {.address = "fd00::7", .preferred = false}});
+  windows.changeAddresses(
+      {{.address = "10.0.0.7", .interfaceId = 3, .prefix = 8}, {.address = "fd00::7", .preferred = false}});
   struct Case {
     ADDRESS_FAMILY family;
     Lines addresses;
@@ -166,6 +179,7 @@ TEST(SimulatedAddresses, AreHandedOutAsATable) {
     for (ULONG i = 0; i < table->NumEntries; ++i) addresses.push_back(formatAddress(table->Table[i].Address));
     EXPECT_EQ(addresses, c.addresses);
     EXPECT_EQ(table->Table[table->NumEntries - 1].DadState, IpDadStateTentative);
+    EXPECT_EQ(table->Table[0].OnLinkPrefixLength, c.family == AF_UNSPEC ? 8 : 24);
     module.free(table);
   }
   windows.failOnce("GetUnicastIpAddressTable", ERROR_NOT_ENOUGH_MEMORY);
@@ -178,6 +192,7 @@ TEST(SimulatedAddresses, AreHandedOutAsATable) {
 
 TEST(SimulatedAddresses, MaySayNothingAsInWine) {
   SimulatedWindows windows;
+  VirtualTime time(windows);
   windows.modules.addressNotifications = false;
   const AddressModule module;
   std::vector<int> told;
@@ -185,7 +200,7 @@ TEST(SimulatedAddresses, MaySayNothingAsInWine) {
   EXPECT_EQ(module.notify(AF_UNSPEC, &countType, &told, TRUE, &handle), DWORD{NO_ERROR});
   EXPECT_EQ(handle, nullptr);
   windows.changeAddresses({});
-  windows.runUntilIdle();
+  time.advance(kLong);
   EXPECT_EQ(told, std::vector<int>{});
   FreeLibrary(module.module);
   EXPECT_EQ(windows.complaints(), Lines{});
@@ -203,10 +218,11 @@ void NETIOAPI_API_ cancelInside(PVOID context, PMIB_UNICASTIPADDRESS_ROW, MIB_NO
 
 TEST(MisusedNotifications, AreComplainedAbout) {
   SimulatedWindows windows;
+  VirtualTime time(windows);
   CancelInside inside;
   inside.module.notify(AF_UNSPEC, &cancelInside, &inside, FALSE, &inside.handle);
   windows.changeAddresses({});
-  windows.runUntilIdle();
+  time.advance(kLong);
   HANDLE leaked = nullptr;
   inside.module.notify(AF_UNSPEC, &cancelInside, &inside, FALSE, &leaked);
   FreeLibrary(inside.module.module);
@@ -221,6 +237,7 @@ using UnregisterProxy = DWORD(WINAPI*)(void*);
 
 TEST(SimulatedWinHttp, TellsOfChangesOfTheProxyWhereItCan) {
   SimulatedWindows windows;
+  VirtualTime time(windows);
   HMODULE module = GetModuleHandleW(L"winhttp.dll");
   ASSERT_NE(module, nullptr);
   EXPECT_EQ(GetModuleHandleW(L"WinHTTP"), module);
@@ -233,7 +250,7 @@ TEST(SimulatedWinHttp, TellsOfChangesOfTheProxyWhereItCan) {
             0U);
   windows.changeWinHttpProxy();
   EXPECT_EQ(told, 0);
-  windows.runUntilIdle();
+  time.advance(kLong);
   EXPECT_EQ(told, 1);
   EXPECT_EQ(unregister(handle), 0U);
   windows.modules.absentFunctions = {"WinHttpRegisterProxyChangeNotification"};
@@ -249,6 +266,7 @@ struct PowerRecipient {
 
 TEST(SimulatedPower, TellsOfTheEndOfSleep) {
   SimulatedWindows windows;
+  VirtualTime time(windows);
   HMODULE module = LoadLibraryExW(L"powrprof.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
   const auto enroll = find<DWORD(WINAPI*)(DWORD, HANDLE, HANDLE*)>(module, "PowerRegisterSuspendResumeNotification");
   const auto unregister = find<DWORD(WINAPI*)(HANDLE)>(module, "PowerUnregisterSuspendResumeNotification");
@@ -263,7 +281,7 @@ TEST(SimulatedPower, TellsOfTheEndOfSleep) {
     EXPECT_EQ(enroll(2, &recipient, &handle), 0U);
   }
   windows.resumeFromSleep();
-  windows.runUntilIdle();
+  time.advance(kLong);
   EXPECT_EQ(told, (std::vector<ULONG>{0x04, 0x12, 0x07}));
   EXPECT_EQ(unregister(handle), 0U);
   FreeLibrary(module);
@@ -272,6 +290,7 @@ TEST(SimulatedPower, TellsOfTheEndOfSleep) {
 
 TEST(SimulatedModules, AreThereUnlessTheScriptSaysOtherwise) {
   SimulatedWindows windows;
+  VirtualTime time(windows);
   windows.modules.absent = {L"powrprof.dll"};
   EXPECT_EQ(LoadLibraryExW(L"PowrProf.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32), nullptr);
   EXPECT_EQ(GetLastError(), DWORD{ERROR_MOD_NOT_FOUND});
@@ -287,6 +306,7 @@ TEST(SimulatedModules, AreThereUnlessTheScriptSaysOtherwise) {
 
 TEST(SimulatedModules, SayWhetherTheProcessEnds) {
   SimulatedWindows windows;
+  VirtualTime time(windows);
   const auto isEnding = find<BOOLEAN(NTAPI*)()>(GetModuleHandleW(L"ntdll.dll"), "RtlDllShutdownInProgress");
   EXPECT_FALSE(isEnding());
   windows.processEnds = true;

@@ -1,4 +1,5 @@
-// The network behind the simulated sockets: what names stand for, who listens where, and what has been connected.
+// The network behind the simulated sockets: what names stand for, who listens where, and what has been connected. It
+// takes place in virtual time.
 #pragma once
 
 #include <chrono>
@@ -14,13 +15,10 @@
 
 namespace kiv::test {
 
-// As long as a lookup that never ends takes: longer than anybody waits.
-inline constexpr std::chrono::milliseconds kNever = std::chrono::hours(24);
-
 // What becomes of the lookup of a name. Literal addresses need none.
 struct NameAnswer {
   std::vector<std::string> addresses = {};  // in their usual form, "10.0.0.1" or "fd00::1"; handed out in this order
-  std::chrono::milliseconds after{0};       // how long the lookup takes
+  std::chrono::milliseconds after{0};       // how long the lookup takes; 24 hours: it never ends, and then fails
   int error = 0;                            // 0: the lookup succeeds
 };
 

@@ -53,6 +53,7 @@ struct SocketState {
 struct RegistryKey {
   std::wstring path;  // in lower case: "hkcu\software"
   REGSAM access = 0;
+  bool refusedAgnostic = false;  // as Windows 7 does, which does not know the flag
 };
 
 // One call of RegNotifyChangeKeyValue that has not been answered.
@@ -75,6 +76,7 @@ struct Registration {
   Of of = Of::Addresses;
   std::function<void(ULONG type)> tell = {};
   std::size_t running = 0;  // callbacks
+  bool cancelled = false;
 };
 
 struct ChangeState {

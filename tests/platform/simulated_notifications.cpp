@@ -43,9 +43,8 @@ void checkLoaded(Entry& call, std::wstring_view module) {
 void tell(State& state, void* handle, ULONG type) {
   const MemoryWatch::Pause pause;
   std::unique_lock lock(state.mutex);
-  const auto found = state.changes.registrations.find(handle);
-  if (found == state.changes.registrations.end()) return;
-  Registration& registration = found->second;
+  Registration& registration = state.changes.registrations.at(handle);
+  if (registration.cancelled) return;
   ++registration.running;
   ++callbacksHere;
   lock.unlock();
@@ -53,12 +52,12 @@ void tell(State& state, void* handle, ULONG type) {
   lock.lock();
   --callbacksHere;
   --registration.running;
-  state.changed.notify_all();
+  state.wake();
 }
 
 void tellLater(State& state, Registration::Of of, ULONG type) {
   for (const auto& [handle, registration] : state.changes.registrations) {
-    if (registration.of != of) continue;
+    if (registration.of != of || registration.cancelled) continue;
     state.later(milliseconds(0), [&state, handle = handle, type] { tell(state, handle, type); });
   }
 }
@@ -77,14 +76,13 @@ DWORD unregister(Entry& call, HANDLE handle) {
     state.complaints.push_back(call.name() + " was called from a callback, where it waits for ever");
   }
   if (!state.release(handle, Kind::Registration, call.name())) return fail(call, ERROR_INVALID_PARAMETER);
-  const auto isOver = [&] { return callbacksHere || state.changes.registrations.at(handle).running == 0; };
-  for (milliseconds waited{0}; !isOver() && waited < kNever; ++waited) {
-    call.lock().unlock();
-    state.sleepFor(milliseconds(1));
-    call.lock().lock();
+  Registration& registration = state.changes.registrations.at(handle);
+  registration.cancelled = true;
+  if (!callbacksHere) {
+    const std::string subject = "the callbacks of " + state.resources.at(handle).name;
+    state.await(
+        call.lock(), subject, [&] { return registration.running == 0; }, std::nullopt);
   }
-  if (!isOver()) state.complaints.push_back(call.name() + " waited for a callback that never returned");
-  if (!callbacksHere) state.changes.registrations.erase(handle);
   return call.succeed(DWORD{NO_ERROR});
 }
 
@@ -130,7 +128,10 @@ DWORD WINAPI getAddressTable(ADDRESS_FAMILY family, PMIB_UNICASTIPADDRESS_TABLE*
     if (!parseAddress(address.address, 0, row.Address)) {
       call.state().complaints.push_back("\"" + address.address + "\" in the script is no address");
     }
-    row.InterfaceIndex = address.interfaceIndex;
+    row.InterfaceIndex = address.interfaceId;
+    const ULONG64 luid = address.interfaceId;
+    std::memcpy(&row.InterfaceLuid, &luid, sizeof luid);
+    row.OnLinkPrefixLength = address.prefix;
     row.DadState = address.preferred ? IpDadStatePreferred : IpDadStateTentative;
     if (family == AF_UNSPEC || family == row.Address.si_family) rows.push_back(row);
   }

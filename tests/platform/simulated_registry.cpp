@@ -111,12 +111,16 @@ LONG WINAPI RegNotifyChangeKeyValue(HKEY key, BOOL watchSubtree, DWORD filter, H
   Entry call("RegNotifyChangeKeyValue");
   call.text(L"key", std::wstring_view(describe(call, key))).number(L"subtree", watchSubtree ? 1 : 0);
   call.flags(L"filter", filter).handle(L"event", event).number(L"asynchronous", asynchronous ? 1 : 0);
-  if (call.fault()) return fail(call, *call.fault());
   State& state = call.state();
   if (!state.check(key, Kind::RegistryKey, call.name())) return fail(call, ERROR_INVALID_HANDLE);
+  const bool agnostic = (filter & REG_NOTIFY_THREAD_AGNOSTIC) != 0;
+  if (call.fault()) {
+    state.registry.keys.at(key).refusedAgnostic |= agnostic;
+    return fail(call, *call.fault());
+  }
   if (!asynchronous || !state.check(event, Kind::Event, call.name())) return fail(call, ERROR_INVALID_PARAMETER);
   if (!(state.registry.keys.at(key).access & KEY_NOTIFY)) return fail(call, ERROR_ACCESS_DENIED);
-  if (!(filter & REG_NOTIFY_THREAD_AGNOSTIC)) {
+  if (!agnostic && !state.registry.keys.at(key).refusedAgnostic) {
     state.complaints.push_back(state.resources.at(key).name + " is watched only until the calling thread ends");
   }
   state.registry.watches.push_back({key, watchSubtree != FALSE, filter, event});

@@ -12,6 +12,9 @@ using Noise = Entry::Noise;
 using Stage = Socket::Stage;
 using std::chrono::milliseconds;
 
+// Of a lookup: longer than anybody waits.
+constexpr milliseconds kForever = std::chrono::hours(24);
+
 void* toHandle(SOCKET socket) { return reinterpret_cast<void*>(static_cast<std::uintptr_t>(socket)); }
 
 // A socket's error, in the place of its result.
@@ -127,7 +130,7 @@ void startConnection(Entry& call, void* handle, Socket& socket, const SOCKADDR_I
   socket.stage = Stage::Connecting;
   if (socket.connection != kNoConnection) network.connections[socket.connection].closed = true;
   socket.connection = network.connections.size();
-  network.connections.push_back({.address = text, .port = hostPort, .when = state.clock});
+  network.connections.push_back({.address = text, .port = hostPort, .when = state.needTime(call.name()).now()});
   network.mostOpen = std::max(network.mostOpen, countOpen(network.connections));
   const auto answer = socket.listener.answer;
   if (answer == Listener::Answer::Silent) return;
@@ -196,7 +199,7 @@ int lookUp(Entry& call, const std::wstring& name, int flags, std::vector<std::st
     call.lock().lock();
   }
   addresses = answer.addresses;
-  return answer.after >= kNever ? WSATRY_AGAIN : answer.error;
+  return answer.after >= kForever ? WSATRY_AGAIN : answer.error;
 }
 
 }  // namespace

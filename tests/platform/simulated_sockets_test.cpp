@@ -14,6 +14,7 @@ using Lines = std::vector<std::string>;
 using std::chrono::milliseconds;
 using namespace std::string_literals;
 
+constexpr milliseconds kLong(100);
 constexpr LONG kAll = FD_CONNECT | FD_READ | FD_WRITE | FD_CLOSE;
 
 sockaddr_in toAddress(const std::string& text, unsigned port) {
@@ -70,7 +71,7 @@ class SimulatedSockets : public PlatformTest {
   void connectTo(const Listener& listener) {
     windows.network.listeners[{"10.0.0.1", 1080}] = listener;
     connectTo("10.0.0.1", 1080);
-    windows.runUntilIdle();
+    time.advance(kLong);
     events();
   }
 
@@ -83,25 +84,28 @@ class SimulatedSockets : public PlatformTest {
                         : bytes.substr(0, static_cast<std::size_t>(received));
   }
 
+  std::chrono::milliseconds passed() const { return time.now() - start_; }
+
+  VirtualTime time{windows};
+  const std::chrono::milliseconds start_ = time.now();
   SOCKET socket_ = INVALID_SOCKET;
   HANDLE event_ = nullptr;
 };
 
 TEST_F(SimulatedSockets, ConnectAfterTheScriptedTime) {
   windows.network.listeners[{"10.0.0.1", 8080}] = {.after = milliseconds(20)};
-  windows.runUntilIdle();
   connectTo("10.0.0.1", 8080);
-  EXPECT_FALSE(isSignaled());
   EXPECT_EQ(tryToConnect(socket_, "10.0.0.1", 8080), SOCKET_ERROR);
   EXPECT_EQ(WSAGetLastError(), WSAEALREADY);
-  windows.runUntilIdle();
+  time.advance(milliseconds(19));
+  EXPECT_FALSE(isSignaled());
+  time.advance(milliseconds(1));
   EXPECT_TRUE(isSignaled());
   const WSANETWORKEVENTS told = events();
   EXPECT_EQ(told.lNetworkEvents, FD_CONNECT | FD_WRITE);
   EXPECT_EQ(told.iErrorCode[FD_CONNECT_BIT], 0);
   EXPECT_FALSE(isSignaled()) << "to enumerate resets the event";
   EXPECT_EQ(events().lNetworkEvents, 0);
-  EXPECT_EQ(windows.state().clock, milliseconds(20));
 }
 
 TEST_F(SimulatedSockets, AreRefusedAfterTheScriptedTimeAndMayTryAgain) {
@@ -110,18 +114,18 @@ TEST_F(SimulatedSockets, AreRefusedAfterTheScriptedTimeAndMayTryAgain) {
   for (const auto& [address, error] :
        std::vector<std::pair<std::string, int>>{{"10.0.0.1", WSAECONNREFUSED}, {"10.0.0.2", WSAEHOSTUNREACH}}) {
     connectTo(address, 8080);
-    windows.runUntilIdle();
+    time.advance(kLong);
     const WSANETWORKEVENTS told = events();
     EXPECT_EQ(told.lNetworkEvents, FD_CONNECT);
     EXPECT_EQ(told.iErrorCode[FD_CONNECT_BIT], error);
   }
-  EXPECT_EQ(windows.connections()[1].when, milliseconds(5));
+  EXPECT_EQ(windows.connections()[1].when - start_, kLong);
 }
 
 TEST_F(SimulatedSockets, HearNothingFromAFullBacklog) {
   windows.network.listeners[{"10.0.0.1", 8080}] = {.answer = Listener::Answer::Silent};
   connectTo("10.0.0.1", 8080);
-  windows.runUntilIdle();
+  time.advance(kLong);
   EXPECT_FALSE(isSignaled());
   EXPECT_EQ(receive(), "error " + std::to_string(WSAENOTCONN));
 }
@@ -130,7 +134,7 @@ TEST_F(SimulatedSockets, SignalNothingOnceTheyAreClosed) {
   windows.network.listeners[{"10.0.0.1", 8080}] = {.after = milliseconds(20)};
   connectTo("10.0.0.1", 8080);
   closesocket(socket_);
-  windows.runUntilIdle();
+  time.advance(kLong);
   EXPECT_FALSE(isSignaled());
   CloseHandle(event_);
   event_ = nullptr;
@@ -141,7 +145,7 @@ TEST_F(SimulatedSockets, SignalNothingOnceTheSelectionIsCancelled) {
   windows.network.listeners[{"10.0.0.1", 8080}] = {};
   connectTo("10.0.0.1", 8080);
   EXPECT_EQ(WSAEventSelect(socket_, nullptr, 0), 0);
-  windows.runUntilIdle();
+  time.advance(kLong);
   EXPECT_FALSE(isSignaled());
   EXPECT_EQ(WSAEventSelect(socket_, event_, FD_WRITE), 0);
   EXPECT_TRUE(isSignaled()) << "what is so already is told at once";
@@ -153,7 +157,7 @@ TEST_F(SimulatedSockets, RecordConnectionsAndHowManyWereOpenAtOnce) {
   const SOCKET other = WSASocketW(AF_INET, SOCK_STREAM, 0, nullptr, 0, 0);
   WSAEventSelect(other, event_, FD_CONNECT);
   tryToConnect(other, "10.0.0.2", 81);
-  windows.runUntilIdle();
+  time.advance(kLong);
   EXPECT_EQ(windows.openConnections(), 2U);
   closesocket(other);
   const auto connections = windows.connections();
@@ -174,14 +178,14 @@ TEST_F(SimulatedSockets, SpeakADialogue) {
   connectTo({.dialogue = says({{"\5\1\0"s, "\5\0"s}, {"ask", "answer"}})});
   EXPECT_EQ(receive(), "error " + std::to_string(WSAEWOULDBLOCK));
   EXPECT_EQ(send("\5\1"s), 2);
-  windows.runUntilIdle();
+  time.advance(kLong);
   EXPECT_FALSE(isSignaled()) << "the greeting is not whole";
   EXPECT_EQ(send("\0"s), 1);
-  windows.runUntilIdle();
+  time.advance(kLong);
   EXPECT_EQ(events().lNetworkEvents, FD_READ);
   EXPECT_EQ(receive(), "\5\0"s);
   EXPECT_EQ(send("ask"), 3);
-  windows.runUntilIdle();
+  time.advance(kLong);
   EXPECT_EQ(receive(3), "ans");
   EXPECT_EQ(receive(), "wer");
   EXPECT_EQ(windows.connections()[0].received, "\5\1\0ask"s);
@@ -190,7 +194,7 @@ TEST_F(SimulatedSockets, SpeakADialogue) {
 TEST_F(SimulatedSockets, AreResetByADialogueThatExpectedSomethingElse) {
   connectTo({.dialogue = says({{"expected", "answer"}})});
   send("exotic");
-  windows.runUntilIdle();
+  time.advance(kLong);
   const WSANETWORKEVENTS told = events();
   EXPECT_EQ(told.lNetworkEvents, FD_CLOSE);
   EXPECT_EQ(told.iErrorCode[FD_CLOSE_BIT], WSAECONNRESET);
@@ -203,8 +207,9 @@ TEST_F(SimulatedSockets, TellOfTheEndWhenEverythingBeforeItWasReceived) {
     return received.empty() ? Reply{} : Reply{.bytes = "bye", .after = milliseconds(7), .closes = true};
   }});
   send("x");
-  windows.runUntilIdle();
-  EXPECT_EQ(windows.state().clock, milliseconds(7));
+  time.advance(milliseconds(6));
+  EXPECT_FALSE(isSignaled());
+  time.advance(milliseconds(1));
   EXPECT_EQ(events().lNetworkEvents, FD_READ);
   EXPECT_EQ(receive(2), "by");
   EXPECT_EQ(events().lNetworkEvents, FD_READ) << "to receive asks for the next event";
@@ -218,7 +223,7 @@ TEST_F(SimulatedSockets, ReceiveInPieces) {
   connectTo("10.0.0.1", 1080);
   Lines pieces;
   for (int i = 0; i < 3; ++i) {
-    windows.state().sleepFor(milliseconds(i ? 1 : 0));
+    time.advance(milliseconds(i ? 1 : 0));
     pieces.push_back(receive());
   }
   EXPECT_EQ(pieces, (Lines{"12", "34", "5"}));
@@ -230,10 +235,10 @@ TEST_F(SimulatedSockets, SendAsMuchAsThereIsRoomFor) {
   EXPECT_EQ(send("56"), SOCKET_ERROR);
   EXPECT_EQ(WSAGetLastError(), WSAEWOULDBLOCK);
   EXPECT_FALSE(isSignaled());
-  windows.runUntilIdle();
+  time.advance(kLong);
   EXPECT_EQ(events().lNetworkEvents, FD_WRITE);
   EXPECT_EQ(send("56"), 2);
-  windows.runUntilIdle();
+  time.advance(kLong);
   EXPECT_FALSE(isSignaled()) << "only a send that failed asks for the event";
   EXPECT_EQ(windows.connections()[0].received, "123456");
 }
@@ -250,7 +255,7 @@ TEST_F(SimulatedSockets, DeliverWhatWasSentBeforeTheyAreClosed) {
   connectTo({});
   send("x");
   close();
-  windows.runUntilIdle();
+  time.advance(kLong);
   EXPECT_EQ(windows.connections()[0].received, "x");
 }
 
@@ -258,7 +263,7 @@ TEST_F(SimulatedSockets, LookNamesUpInTheScriptedTime) {
   windows.network.names[L"proxy"] = {.addresses = {"10.0.0.1", "fd00::1"}, .after = milliseconds(30)};
   PADDRINFOW list = nullptr;
   ASSERT_EQ(GetAddrInfoW(L"Proxy", L"8080", nullptr, &list), 0);
-  EXPECT_EQ(windows.state().clock, milliseconds(30));
+  EXPECT_EQ(passed(), milliseconds(30));
   Lines found;
   for (PADDRINFOW entry = list; entry; entry = entry->ai_next) {
     SOCKADDR_INET address{};
@@ -274,7 +279,7 @@ TEST_F(SimulatedSockets, LookNamesUpInTheScriptedTime) {
 TEST_F(SimulatedSockets, LookNamesUpAsTheHintsWant) {
   windows.network.names[L"both"] = {.addresses = {"10.0.0.1", "fd00::1"}};
   windows.network.names[L"broken"] = {.error = WSATRY_AGAIN};
-  windows.network.names[L"never"] = {.addresses = {"10.0.0.1"}, .after = kNever};
+  windows.network.names[L"never"] = {.addresses = {"10.0.0.1"}, .after = std::chrono::hours(24)};
   struct Case {
     const wchar_t* name;
     int family;
@@ -298,7 +303,7 @@ TEST_F(SimulatedSockets, LookNamesUpAsTheHintsWant) {
     EXPECT_EQ(list->ai_socktype, SOCK_STREAM);
     FreeAddrInfoW(list);
   }
-  EXPECT_EQ(windows.state().clock, kNever);
+  EXPECT_EQ(passed(), std::chrono::hours(24));
 }
 
 TEST_F(SimulatedSockets, FailWhereTheyAreToldTo) {
@@ -318,6 +323,7 @@ TEST_F(SimulatedSockets, FailWhereTheyAreToldTo) {
 
 TEST(MisusedSockets, AreComplainedAbout) {
   SimulatedWindows windows;
+  VirtualTime time(windows);
   EXPECT_EQ(WSASocketW(AF_INET, SOCK_STREAM, 0, nullptr, 0, 0), INVALID_SOCKET);
   EXPECT_EQ(WSAGetLastError(), WSANOTINITIALISED);
   WSADATA data{};
@@ -328,7 +334,7 @@ TEST(MisusedSockets, AreComplainedAbout) {
   HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
   WSAEventSelect(socket, event, FD_CONNECT);
   CloseHandle(event);
-  windows.runUntilIdle();
+  time.advance(kLong);
   closesocket(socket);
   EXPECT_EQ(closesocket(socket), SOCKET_ERROR);
   EXPECT_EQ(closesocket(INVALID_SOCKET), SOCKET_ERROR);

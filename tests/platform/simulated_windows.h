@@ -26,10 +26,14 @@ struct Call {
   std::wstring arguments;
   DWORD error = 0;  // what GetLastError (or the result) said, if the call failed
   bool failed = false;
-  bool quiet = false;  // of no interest in a transcript: errors read, events set and awaited
+  bool quiet = false;      // of no interest in a transcript: errors read, events set and awaited
+  std::wstring user = {};  // whom the thread impersonated; empty: it ran as the process
 };
 
 enum class Transcript { Significant, Everything };
+
+// A duration in milliseconds of virtual time that has no end.
+inline constexpr DWORD kNever = INFINITE;
 
 // What the user's Internet settings say. An absent text is handed out as a null pointer.
 struct UserSettings {
@@ -46,6 +50,7 @@ struct AutoProxyAnswer {
   std::optional<std::wstring> proxy = std::nullopt;
   std::optional<std::wstring> bypass = std::nullopt;
   bool failsWithoutCode = false;  // the call fails, but GetLastError then gives 0
+  DWORD takes = 0;                // milliseconds of virtual time; kNever: until that ends, then the call fails
 };
 
 // The engine for local scripts in "jsproxy.dll".
@@ -58,6 +63,7 @@ struct ScriptEngine {
   std::optional<std::string> answer = std::nullopt;  // the bytes handed out, a terminator is added behind them
   std::optional<DWORD> reportedLength = std::nullopt;
   bool reportsLength = true;  // if not, the length stays what the caller set it to
+  DWORD takes = 0;            // as above, for each answer
 };
 
 struct AuthSchemes {
@@ -85,6 +91,10 @@ struct Exchange {
   std::optional<std::wstring> headers = std::nullopt;
   std::optional<Delivery> delivery = std::nullopt;
   std::optional<ErrorBy> errorBy = std::nullopt;
+  // In virtual time, in milliseconds, or kNever. The answer's begin when the request was sent.
+  DWORD connectMs = 0;
+  DWORD answerMs = 0;
+  std::vector<std::pair<std::wstring, std::wstring>> fields = {};  // of the header, apart from `headers`
 };
 
 struct ProxyOption {
@@ -111,6 +121,7 @@ struct RequestRecord {
   DWORD securityFlags = 0;
   std::optional<ProxyOption> proxy;
   std::vector<Credentials> credentials;
+  std::map<DWORD, DWORD> options = {};  // time-outs, features, policies: option to value, the session's ones included
   std::size_t sends = 0;
   bool closed = false;
 };
@@ -136,6 +147,9 @@ struct HttpScript {
   std::chrono::microseconds closeDelay{200};
   // Lets calls on a session that is asynchronous, but has no callback, complete before they return.
   bool synchronous = false;
+
+  // In virtual time: a request that is closed says so only when the server would have answered, as in Wine.
+  bool closingWaits = false;
 
   DWORD securityFlags = 0;                                 // what a new request answers
   bool headerSizeQuerySucceeds = false;                    // the query for the size of the raw headers
@@ -177,8 +191,11 @@ class SimulatedWindows {
   SimulatedWindows& operator=(const SimulatedWindows&) = delete;
 
   UserSettings user;
+  std::map<std::wstring, UserSettings> otherUsers = {};          // of threads that impersonate them
   std::vector<AutoProxyAnswer> autoDetection{{.error = 12180}};  // one per call, the last one repeats
   std::vector<AutoProxyAnswer> autoConfig{{.error = 12167}};
+  // If set, answers in place of autoConfig. Runs under the simulator's lock: it must not call the library.
+  std::function<AutoProxyAnswer(const std::wstring& url)> decideConfig = {};
   std::optional<DWORD> crackedHostLength = std::nullopt;  // what WinHttpCrackUrl reports in place of the truth
   ScriptEngine scriptEngine;
   HttpScript http;
@@ -193,6 +210,11 @@ class SimulatedWindows {
   // If set, runs at the start of each call, under the simulator's lock: it must not call the library.
   std::function<void(const std::string& name)> onCall = {};
 
+  // Lets the calling thread impersonate that user; an empty name ends it.
+  void impersonate(const std::wstring& name);
+  // Changes members while other threads call.
+  void change(const std::function<void()>& edit);
+
   // Faults. A call that is made to fail does nothing else. Where several apply, the first one set wins.
   void failAlways(std::string_view name, DWORD code);
   void failOnce(std::string_view name, DWORD code);
@@ -200,7 +222,8 @@ class SimulatedWindows {
   void failCall(std::size_t index, DWORD code);                      // an index in calls()
   static bool canFail(std::string_view name);
 
-  // What changes under the library. The registry tells at once; the others when the simulated clock runs next.
+  // What changes under the library. The registry tells at once; the others on
+  // threads of the pool, and need a VirtualTime.
   void changeRegistry(std::wstring_view path);     // a value of "HKCU\\Software\\X"
   void createRegistryKey(std::wstring_view path);  // one of those that were missing
   void changeAddresses(std::vector<UnicastAddress> addresses);
@@ -223,9 +246,6 @@ class SimulatedWindows {
   std::size_t mostConnections() const;  // the most of them at one time
   std::vector<IdentityRecord> identities() const;
   std::vector<HandshakeRecord> handshakes() const;
-
-  // Runs what is due later, in order, moving the clock, until nothing is left.
-  void runUntilIdle();
 
   // Waits until every callback that is under way has run.
   void settle();
