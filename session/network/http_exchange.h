@@ -17,16 +17,16 @@ enum class AutoLogon : std::uint8_t { System, Never, Proxies };
 struct HttpPlan {
   std::wstring userAgent;
   Origin target;
-  Route route;                           // Direct or Http
-  std::optional<impl::Cred> cred;        // for the proxy
-  std::uint32_t credScheme = 0;          // a KIV_SCHEME_ value: how the credentials are sent
+  Route route;                     // Direct or Http
+  std::optional<impl::Cred> cred;  // for the proxy
+  std::uint32_t credScheme = 0;    // a KIV_SCHEME_ value: how the credentials are sent
   AutoLogon autoLogon = AutoLogon::System;
-  std::uint32_t connectTimeOut = 0;      // ms
-  std::uint32_t answerTimeOut = 0;       // ms
+  std::uint32_t connectTimeOut = 0;  // ms
+  std::uint32_t answerTimeOut = 0;   // ms
 };
 
 struct HttpAnswer {
-  DWORD error = 0;                  // 0: there is a status
+  DWORD error = 0;  // 0: there is a status
   DWORD status = 0;
   bool connected = false;           // a connection, to the proxy if there is one, was made
   bool redirectsElsewhere = false;  // to another host
