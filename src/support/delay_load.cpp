@@ -10,9 +10,16 @@
 
 namespace {
 
-// As the prompt fails, and as all others do.
+// As the prompt fails, as the security packages do, of which nothing is called without credentials, and as all others
+// do.
 INT_PTR WINAPI notFound() { return ERROR_PROC_NOT_FOUND; }
+INT_PTR WINAPI noPackage() { return static_cast<INT_PTR>(SEC_E_SECPKG_NOT_FOUND); }
 INT_PTR WINAPI no() { return FALSE; }
+
+FARPROC inPlaceOf(const char* function) {
+  if (std::strcmp(function, "CredUIPromptForWindowsCredentialsW") == 0) return notFound;
+  return std::strcmp(function, "AcquireCredentialsHandleW") == 0 ? noPackage : no;
+}
 
 // Left to itself the helper would call LoadLibrary with the bare name, which searches the application's folder first
 // ("Dynamic-link library search order"): whoever can write a file there would be shown the user's passwords. With this
@@ -40,8 +47,7 @@ FARPROC WINAPI beforeEachStep(unsigned step, PDelayLoadInfo wanted) {
 }
 
 FARPROC WINAPI afterFailure(unsigned step, PDelayLoadInfo wanted) {
-  if (step != dliFailGetProc) return nullptr;
-  return std::strcmp(wanted->dlp.szProcName, "CredUIPromptForWindowsCredentialsW") == 0 ? notFound : no;
+  return step == dliFailGetProc ? inPlaceOf(wanted->dlp.szProcName) : nullptr;
 }
 
 }  // namespace
