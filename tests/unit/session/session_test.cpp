@@ -75,7 +75,7 @@ TEST_F(SessionTest, TakesItsOwnBypassListInPlaceOfTheSettings) {
 }
 
 TEST_F(SessionTest, EndsACallExactlyAtItsTimeOut) {
-  windows.http.decide = [](const RequestRecord&) { return Exchange{.answerMs = kForEver}; };
+  windows.http.decide = [](const RequestRecord&) { return Exchange{.answerMs = kNever}; };
   const auto begun = time.now();
   EXPECT_EQ(resolve(session, L"http://www.example.org/", 1'234).status, KIV_STATUS_TIMED_OUT);
   EXPECT_EQ(elapsedSince(begun), 1'234ms);
@@ -85,7 +85,7 @@ TEST_F(SessionTest, EndsACallExactlyAtItsTimeOut) {
 }
 
 TEST_F(SessionTest, EndsACancelledRequestAtOnceAndClosesItsWork) {
-  windows.http.decide = [](const RequestRecord&) { return Exchange{.answerMs = kForEver}; };
+  windows.http.decide = [](const RequestRecord&) { return Exchange{.answerMs = kNever}; };
   const Started started = start(session, L"http://www.example.org/", KIV_NO_TIME_OUT, 7);
   time.advance(500ms);
   const auto begun = time.now();
@@ -240,7 +240,7 @@ TEST_F(SessionTest, PaysOneConnectTimeOutForManyDeadProxies) {
   useProxies(list + L"10.0.1.1:8080");
   windows.network.listeners[{"10.0.1.1", 8080}] = {};
   windows.http.decide = [](const RequestRecord& request) {
-    return Exchange{.connectMs = proxyOf(request) == L"10.0.1.1:8080" ? 1 : kForEver};
+    return Exchange{.connectMs = proxyOf(request) == L"10.0.1.1:8080" ? 1 : kNever};
   };
   const auto begun = time.now();
   EXPECT_EQ(resolve(session, L"http://www.example.org/").route(), L"http://10.0.1.1:8080");
@@ -267,7 +267,7 @@ TEST_F(SessionTest, NeverConnectsToTheTargetBeforeItsTurn) {
   useProxies(L"10.0.0.1:8080");
   set(KIV_OPTION_DIRECT, KIV_DIRECT_LAST_RESORT);
   windows.http.decide = [](const RequestRecord& request) {
-    return Exchange{.connectMs = proxyOf(request).empty() ? 1 : kForEver};
+    return Exchange{.connectMs = proxyOf(request).empty() ? 1 : kNever};
   };
   EXPECT_EQ(resolve(session, L"http://www.example.org/").route(), L"direct");
   EXPECT_TRUE(windows.connections().empty());
@@ -301,7 +301,7 @@ TEST_F(SessionTest, DropsOneOriginWhoseTargetFailed) {
 
 TEST_F(SessionTest, AnswersEveryCallerInTimeWhileDiscoveryHangs) {
   windows.user.autoConfigUrl = L"http://pac.test/proxy.pac";
-  windows.autoConfig = {{.takes = kForEver}};
+  windows.autoConfig = {{.takes = kNever}};
   std::vector<Started> started;
   for (int i = 0; i < 64; ++i) {
     started.push_back(start(session, (L"http://h" + std::to_wstring(i) + L".test/").c_str(), 30'000));
@@ -314,7 +314,7 @@ TEST_F(SessionTest, AnswersEveryCallerInTimeWhileDiscoveryHangs) {
 
 TEST_F(SessionTest, UsesItsOwnProxiesWhileDiscoveryIsOverdue) {
   windows.user.autoConfigUrl = L"http://pac.test/proxy.pac";
-  windows.autoConfig = {{.takes = kForEver}};
+  windows.autoConfig = {{.takes = kNever}};
   EXPECT_EQ(KivSession_SetProxy(session.get(), KIV_PROXY_FALLBACK, L"own:3128", nullptr, nullptr), KIV_STATUS_OK);
   const auto begun = time.now();
   EXPECT_EQ(resolve(session, L"http://www.example.org/").route(), L"http://own:3128");
@@ -347,7 +347,7 @@ TEST_F(SessionTest, KeepsWhatItHasWhenTheSameSettingsAreWrittenAgain) {
 TEST_F(SessionTest, BeginsARunningResolutionAgainWhenTheSettingsChange) {
   useProxies(L"old:1");
   windows.http.decide = [](const RequestRecord& request) {
-    return Exchange{.answerMs = proxyOf(request) == L"old:1" ? kForEver : 1};
+    return Exchange{.answerMs = proxyOf(request) == L"old:1" ? kNever : 1};
   };
   const Started started = start(session, L"http://www.example.org/", 1'000);
   time.advance(500ms);
@@ -359,7 +359,7 @@ TEST_F(SessionTest, BeginsARunningResolutionAgainWhenTheSettingsChange) {
 TEST_F(SessionTest, GivesWhoHasTimeLeftAnotherResolution) {
   set(KIV_OPTION_TIME_OUT, 1'000);
   set(KIV_OPTION_ANSWER_TIME_OUT, 86'400'000);
-  windows.http.decide = [](const RequestRecord&) { return Exchange{.answerMs = kForEver}; };
+  windows.http.decide = [](const RequestRecord&) { return Exchange{.answerMs = kNever}; };
   const auto begun = time.now();
   const Started patient = start(session, L"http://www.example.org/", 5'000);
   EXPECT_EQ(resolve(session, L"http://www.example.org/", 1'500).status, KIV_STATUS_TIMED_OUT);
@@ -370,7 +370,7 @@ TEST_F(SessionTest, GivesWhoHasTimeLeftAnotherResolution) {
 }
 
 TEST_F(SessionTest, RefusesMoreWaitersThanItHasRoomFor) {
-  windows.http.decide = [](const RequestRecord&) { return Exchange{.answerMs = kForEver}; };
+  windows.http.decide = [](const RequestRecord&) { return Exchange{.answerMs = kNever}; };
   for (int i = 0; i < 10'000; ++i) ASSERT_EQ(start(session, L"http://a.test/").status, KIV_STATUS_OK) << i;
   EXPECT_EQ(start(session, L"http://a.test/").status, KIV_STATUS_TOO_MANY);
   EXPECT_EQ(resolve(session, L"http://b.test/").status, KIV_STATUS_TOO_MANY);
