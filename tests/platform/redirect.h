@@ -60,7 +60,6 @@ KIV_SIMULATED(WakeConditionVariable);
 KIV_SIMULATED(WakeAllConditionVariable);
 KIV_SIMULATED(TrySubmitThreadpoolCallback);
 KIV_SIMULATED(CallbackMayRunLong);
-KIV_SIMULATED(FreeLibraryWhenCallbackReturns);
 KIV_SIMULATED(CreateThreadpoolWork);
 KIV_SIMULATED(SubmitThreadpoolWork);
 KIV_SIMULATED(WaitForThreadpoolWorkCallbacks);
@@ -127,7 +126,6 @@ KIV_SIMULATED(RevertToSelf);
 #define WakeAllConditionVariable Simulated_WakeAllConditionVariable
 #define TrySubmitThreadpoolCallback Simulated_TrySubmitThreadpoolCallback
 #define CallbackMayRunLong Simulated_CallbackMayRunLong
-#define FreeLibraryWhenCallbackReturns Simulated_FreeLibraryWhenCallbackReturns
 #define CreateThreadpoolWork Simulated_CreateThreadpoolWork
 #define SubmitThreadpoolWork Simulated_SubmitThreadpoolWork
 #define WaitForThreadpoolWorkCallbacks Simulated_WaitForThreadpoolWorkCallbacks
