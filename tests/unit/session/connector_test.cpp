@@ -43,7 +43,7 @@ ConnectorPlan throughSocks(RouteKind kind, std::optional<impl::Cred> cred = std:
   return result;
 }
 
-struct Told : session::ConnectorListener {
+struct Told final : session::ConnectorListener {
   void portAnswered(Connector& /*connector*/) noexcept override {
     ++answers;
     if (whenAnswered) whenAnswered();

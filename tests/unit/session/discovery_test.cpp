@@ -28,7 +28,7 @@ using session::Origin;
 using session::Ref;
 using Entries = std::vector<ProxyListEntry>;
 
-struct Told : session::DiscoveryListener {
+struct Told final : session::DiscoveryListener {
   void discovered(Discovery& /*discovery*/, Discovered discovered) noexcept override {
     ++times;
     result = std::move(discovered);

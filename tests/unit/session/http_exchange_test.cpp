@@ -49,7 +49,7 @@ HttpPlan throughProxy(const wchar_t* url = L"http://target/") {
 }
 
 // What an exchange told, and when.
-struct Told : session::HttpListener {
+struct Told final : session::HttpListener {
   void exchangeConnected(HttpExchange& /*exchange*/) noexcept override {
     ++connected;
     if (whenConnected) whenConnected();
