@@ -18,7 +18,7 @@ Ref<RegistryWatch> RegistryWatch::create(EventLoop& loop, const RegistryPlace& p
 }
 
 RegistryWatch::RegistryWatch(EventLoop& loop, const RegistryPlace& place, support::UniqueEvent event, ChangeSink& sink)
-    : place_(place), sink_(&sink), event_(std::move(event)), wait_(std::in_place, loop) {}
+    : loop_(loop), place_(place), sink_(&sink), event_(std::move(event)), wait_(std::in_place, loop) {}
 
 void RegistryWatch::start() noexcept {
   if (!key_) {
@@ -62,7 +62,9 @@ bool RegistryWatch::notifyOf(HKEY key) const noexcept {
 // one reading.
 bool RegistryWatch::open(const wchar_t* path) noexcept {
   UniqueKey user;
-  if (place_.root == RegistryRoot::User && RegOpenCurrentUser(KEY_READ, user.put()) != ERROR_SUCCESS) return false;
+  if (place_.root == RegistryRoot::User) {
+    if (!loop_.worksAsItsUser() || RegOpenCurrentUser(KEY_READ, user.put()) != ERROR_SUCCESS) return false;
+  }
   UniqueKey key;
   const HKEY root = user ? user.get() : HKEY_LOCAL_MACHINE;
   if (RegOpenKeyExW(root, path, 0, KEY_NOTIFY, key.put()) != ERROR_SUCCESS || !notifyOf(key.get())) return false;

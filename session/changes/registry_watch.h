@@ -40,6 +40,7 @@ class RegistryWatch final : public Task {
   bool notifyOf(HKEY key) const noexcept;
   bool open(const wchar_t* path) noexcept;
 
+  EventLoop& loop_;
   RegistryPlace place_;
   ChangeSink* sink_;
   support::UniqueEvent event_;  // closed after the key and the wait
