@@ -41,6 +41,9 @@ struct Options {
   KivStatus setNumber(std::uint32_t option, std::uint32_t value) noexcept;
   KivStatus setText(std::uint32_t option, const wchar_t* text);
   KivStatus setProxy(std::uint32_t which, const wchar_t* text);
+
+  static constexpr std::size_t kLongestBypassList = 1'048'576;
+  static constexpr std::size_t kLongestProxy = 4'096;
 };
 
 }  // namespace kiv::session

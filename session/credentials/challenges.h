@@ -21,8 +21,8 @@ inline constexpr std::size_t kLongestHeader = 65'536;
 inline constexpr std::size_t kMostChallenges = 16;
 inline constexpr std::size_t kLongestRealm = 1'024;
 
-// Reads the values of all headers, one in each line or separated by commas; what cannot be read is passed over. Nothing of
-// a text that is longer than kLongestHeader. Linear in its length. Throws std::bad_alloc.
+// Reads the values of all headers, one in each line or separated by commas; what cannot be read is passed over. Nothing
+// of a text that is longer than kLongestHeader. Linear in its length. Throws std::bad_alloc.
 std::vector<HeaderChallenge> readChallenges(std::wstring_view headers);
 
 // The strongest scheme of a set that is in `allowed` too: Negotiate, NTLM, Digest, Basic; 0 if there is none.

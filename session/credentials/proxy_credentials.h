@@ -1,11 +1,13 @@
 // The credentials of each proxy, and what became of them: refused ones are never sent again, questions are counted.
 //
-// Has a lock of its own, which is never held while anything else is called: decisions and connections ask it from any
-// thread. Passwords are protected memory.
+// Has a lock of its own, which is never held while anything else of the session is called: decisions and connections
+// ask it from any thread. Passwords are protected memory.
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
+#include <vector>
 
 #include "config/cred.h"
 #include "loop/lock.h"
@@ -17,7 +19,7 @@ namespace kiv::session {
 class ProxyCredentials final : public RefCounted {
  public:
   static constexpr int kMostQuestions = 2;
-  static constexpr std::size_t kMostProxies = 1'024;  // with answers, refusals or declines; more are treated as declined
+  static constexpr std::size_t kMostProxies = 1'024;  // that something is known of; more are treated as declined
   static constexpr std::size_t kMostRefused = 8;      // for each proxy; beyond, whatever is answered counts as refused
 
   // The application's own, from KivSession_SetProxy. Kept by forget(), which lets it be tried again.
@@ -44,7 +46,26 @@ class ProxyCredentials final : public RefCounted {
   bool isClosed() const noexcept;
 
  private:
+  struct Record {
+    std::optional<impl::Cred> given;
+    bool givenIsRefused = false;
+    std::optional<impl::Cred> answer;  // never one that is among the refused
+    std::vector<impl::Cred> refused;
+    bool everythingIsRefused = false;  // more than can be remembered
+    int questions = 0;
+    bool declined = false;
+
+    bool refuses(const impl::Cred& cred) const;
+  };
+
+  // Under the lock. Null if there is none, or if there can be none.
+  const Record* find(const Route& proxy) const noexcept;
+  Record* make(const Route& proxy) noexcept;
+
   mutable Lock lock_;
+  std::map<Route, Record> records_;
+  bool isFull_ = false;  // proxies without a record are treated as declined
+  bool closed_ = false;
 };
 
 }  // namespace kiv::session

@@ -1,9 +1,9 @@
 // The session's work: small tasks that run one after the other on the system's thread pool, under one lock.
 //
 // All state of a session is guarded by that lock. The pool's callbacks (a request's notification, a socket's event, the
-// timer) only post a task; the task then runs under the lock, as the session's user, and starts what comes next. It never
-// blocks. What must block (PAC scripts, name resolution) is a Job, which has a thread of the pool to itself and no lock.
-// A call of the application takes the lock, changes state, and posts.
+// timer) only post a task; the task then runs under the lock, as the session's user, and starts what comes next. It
+// never blocks. What must block (PAC scripts, name resolution) is a Job, which has a thread of the pool to itself and
+// no lock. A call of the application takes the lock, changes state, and posts.
 //
 // Nothing here calls the application.
 #pragma once
@@ -41,11 +41,13 @@ class Task : public RefCounted {
 // Something that blocks. When work() has returned, the job is posted as a task.
 class Job : public Task {
  protected:
-  // On a thread of the pool, as the session's user, without the lock.
+  // On a thread of the pool, as the session's user, without the lock. Left out if that user cannot be impersonated.
   virtual void work() noexcept = 0;
 
  private:
   friend class EventLoop;
+
+  EventLoop* loop_ = nullptr;  // while it works
 };
 
 // A point in time at which something happens in the loop. Everything under the loop's lock.
@@ -96,25 +98,83 @@ class EventLoop final : public RefCounted {
   static Time now() noexcept { return GetTickCount64(); }
 
   // From any thread, with or without the lock, also inside a callback of the system. Cannot fail.
+  // The caller owns the loop, or somebody who does waits for the caller.
   void post(Task& task) noexcept;
+  // The same, and takes over a reference to the task: an object whose last owner is not in the loop ends there.
+  void postAndRelease(Task& task) noexcept;
   // Gives the job a thread. False if the pool has none: then it does not run at all.
   [[nodiscard]] bool start(Job& job) noexcept;
   // Under the lock: from now on no deadline passes. Tasks still run, so that what was abandoned can end.
   void stop() noexcept;
+  const Identity& identity() const noexcept { return identity_; }
+  // In a task: false if the session's user cannot be impersonated. Whatever would touch the system then fails with
+  // ERROR_BAD_IMPERSONATION_LEVEL.
+  bool worksAsItsUser() const noexcept { return worksAsItsUser_; }
 
  private:
   friend class Deadline;
+
+  struct CloseWork {
+    void operator()(PTP_WORK work) const noexcept { CloseThreadpoolWork(work); }
+  };
+  // The three steps after which, by the documentation of CloseThreadpoolTimer, no callback can come.
+  struct EndTimer {
+    void operator()(PTP_TIMER timer) const noexcept {
+      SetThreadpoolTimer(timer, nullptr, 0, 0);
+      WaitForThreadpoolTimerCallbacks(timer, TRUE);
+      CloseThreadpoolTimer(timer);
+    }
+  };
+  using UniqueWork = support::Unique<PTP_WORK, CloseWork>;
+  using UniqueTimer = support::Unique<PTP_TIMER, EndTimer>;
 
   explicit EventLoop(Identity identity);
   ~EventLoop() override;
 
   static void CALLBACK onWork(PTP_CALLBACK_INSTANCE instance, PVOID loop, PTP_WORK work);
   static void CALLBACK onTimer(PTP_CALLBACK_INSTANCE instance, PVOID loop, PTP_TIMER timer);
+  static void CALLBACK onJob(PTP_CALLBACK_INSTANCE instance, PVOID job);
 
-  // The rest is the implementation's to design.
-  Lock lock_;
+  // The mailbox.
+  void wakeUp() noexcept;
+  void submit(bool mustSubmit) noexcept;
+  Ref<Task> take() noexcept;
+  bool mustGoOn() noexcept;
+
+  void drain() noexcept;
+  bool runNext(bool asUser) noexcept;
+  bool passEarliest() noexcept;
+
+  // The deadlines: a heap whose first element is the earliest.
+  void reservePlace();
+  void add(Deadline& deadline) noexcept;
+  void remove(Deadline& deadline) noexcept;
+  void moveUp(std::size_t place) noexcept;
+  void moveDown(std::size_t place) noexcept;
+  void place(Deadline& deadline, std::size_t place) noexcept;
+  Time earliest() const noexcept { return heap_.empty() ? kNever : heap_.front()->when_; }
+  void armTimer() noexcept;
+
+  Lock lock_;  // guards all but the mailbox
   Identity identity_;
+  bool worksAsItsUser_ = true;
+  bool runsTask_ = false;  // the timer is armed when the task has run
+  bool stopped_ = false;
   std::vector<Deadline*> heap_;
+  std::size_t deadlines_ = 0;  // that exist, and have a place reserved
+  Time armedFor_ = kNever;
+
+  // A lock of its own, under which nothing is called: tasks are posted by callbacks that run inside a system call which
+  // is made under the other lock.
+  Lock mailboxLock_;
+  Task* first_ = nullptr;
+  Task* last_ = nullptr;
+  bool submitted_ = false;  // a callback drains the mailbox, or is about to
+  bool woken_ = false;      // it has something to do, even if no task is there
+  bool timerFired_ = false;
+
+  UniqueWork work_;
+  UniqueTimer timer_;  // ends before the work object, which its callback submits
 };
 
 }  // namespace kiv::session

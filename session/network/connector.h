@@ -29,8 +29,8 @@ class ConnectorListener {
 struct ConnectorPlan {
   std::wstring host;  // a name in ASCII form, or an address without brackets
   std::uint16_t port = 0;
-  std::uint32_t connectTimeOut = 0;  // ms, name resolution included
-  std::uint32_t answerTimeOut = 0;   // ms, of the whole SOCKS handshake
+  std::uint32_t connectTimeOut = 0;     // ms, name resolution included
+  std::uint32_t answerTimeOut = 0;      // ms, of the whole SOCKS handshake
   RouteKind socks = RouteKind::Direct;  // Socks4 or Socks5 for a handshake
   std::optional<Origin> target;         // of the handshake
   std::optional<impl::Cred> cred;       // for a SOCKS5 proxy that wants user name and password

@@ -15,9 +15,9 @@ namespace kiv::session {
 struct Discovered {
   ListSource source = ListSource::Nothing;
   std::vector<impl::ProxyListEntry> entries;
-  std::wstring bypassList;      // that was read, also by a discovery that is overdue
-  bool failed = false;          // settings unreadable, or an error that stops discovery: kept for the failure time only
-  bool overdue = false;         // entries were not found in time
+  std::wstring bypassList;  // that was read, also by a discovery that is overdue
+  bool failed = false;      // settings unreadable, or an error that stops discovery: kept for the failure time only
+  bool overdue = false;     // entries were not found in time
 };
 
 class Discovery;
@@ -31,8 +31,6 @@ class DiscoveryListener {
   ~DiscoveryListener() = default;
 };
 
-class Discoveries;
-
 // One question for one origin. Handed out by Discoveries; all under the loop's lock.
 class Discovery : public Job {
  public:
@@ -40,16 +38,29 @@ class Discovery : public Job {
   virtual void abandon() noexcept = 0;
 };
 
-// At most four at a time, others wait for their turn; a local script runs alone in the process. While one is overdue,
-// others have one second.
+class DiscoveryQueue;
+
+// At most four at a time, others wait for their turn; a local script runs alone in the process. One that is overdue and
+// still hangs counts among the four, and while there is one, others have one second. All under the loop's lock.
 class Discoveries {
  public:
-  Discoveries(EventLoop& loop, std::wstring userAgent);
+  // `mayLogOn`: scripts' servers that ask for it may receive the logged-on user's credentials. Throws std::bad_alloc.
+  Discoveries(EventLoop& loop, std::wstring userAgent, bool mayLogOn);
+  Discoveries(const Discoveries&) = delete;
+  Discoveries& operator=(const Discoveries&) = delete;
+  // Those that are not finished are abandoned.
+  ~Discoveries();
+
   // `timeOut` in ms from now, waiting for its turn included. Throws std::bad_alloc and SystemError.
   Ref<Discovery> begin(const Origin& origin, std::uint32_t timeOut, DiscoveryListener& listener);
 
-  std::uint64_t begun() const noexcept;
+  std::uint64_t begun() const noexcept { return begun_; }
+  // That are overdue and have not ended yet.
   std::size_t overdue() const noexcept;
+
+ private:
+  Ref<DiscoveryQueue> queue_;
+  std::uint64_t begun_ = 0;
 };
 
 }  // namespace kiv::session

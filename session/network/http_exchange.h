@@ -17,18 +17,19 @@ enum class AutoLogon : std::uint8_t { System, Never, Proxies };
 struct HttpPlan {
   std::wstring userAgent;
   Origin target;
-  Route route;                           // Direct or Http
-  std::optional<impl::Cred> cred;        // for the proxy
-  std::uint32_t credScheme = 0;          // a KIV_SCHEME_ value: how the credentials are sent
+  Route route;                     // Direct or Http
+  std::optional<impl::Cred> cred;  // for the proxy
+  std::uint32_t credScheme = 0;    // a KIV_SCHEME_ value: how the credentials are sent
   AutoLogon autoLogon = AutoLogon::System;
-  std::uint32_t connectTimeOut = 0;      // ms
-  std::uint32_t answerTimeOut = 0;       // ms
+  std::uint32_t connectTimeOut = 0;  // ms
+  std::uint32_t answerTimeOut = 0;   // ms
 };
 
 struct HttpAnswer {
-  DWORD error = 0;                  // 0: there is a status
+  DWORD error = 0;  // 0: there is a status
   DWORD status = 0;
   bool connected = false;           // a connection, to the proxy if there is one, was made
+  bool secure = false;              // over TLS, so that the status is the target's
   bool redirectsElsewhere = false;  // to another host
   std::uint32_t schemes = 0;        // a sum of KIV_SCHEME_ values that a 407 offers
   std::wstring realm;               // of the strongest of them

@@ -18,7 +18,8 @@ enum class DecisionKind : std::uint8_t { None = KIV_KIND_NONE, Direct = KIV_KIND
 // Never changes once it was made. Holds no password: it asks the session's credentials.
 class Decision final : public RefCounted {
  public:
-  // `route` is what a decision of kind None leaves empty; `authScheme` a KIV_SCHEME_ value, or 0. Throws std::bad_alloc.
+  // `route` is what a decision of kind None leaves empty; `authScheme` a KIV_SCHEME_ value, or 0. Throws
+  // std::bad_alloc.
   Decision(const Origin& origin, DecisionKind kind, Route route, std::uint32_t authScheme, std::uint32_t reason,
            Time madeAt, Ref<ProxyCredentials> credentials);
 
@@ -39,7 +40,10 @@ class Decision final : public RefCounted {
   DecisionKind kind_;
   Route route_;
   std::wstring proxyUrl_;
-  std::wstring originUrl_;  // what Origin::parse reads; shorter than an Origin
+  // The origin, in fewer bytes than an Origin has.
+  std::string originHost_;
+  OriginScheme originScheme_;
+  std::uint16_t originPort_;
   std::uint32_t authScheme_;
   std::uint32_t reason_;
   Time madeAt_;

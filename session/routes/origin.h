@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "routes/host.h"
+
 namespace kiv::session {
 
 enum class OriginScheme : std::uint8_t { Http, Https };  // ws counts as http, wss as https
@@ -14,8 +16,12 @@ enum class OriginScheme : std::uint8_t { Http, Https };  // ws counts as http, w
 // Has its characters in itself, so that a lookup allocates nothing.
 class Origin {
  public:
-  static constexpr std::size_t kLongestHost = 255;
   static constexpr std::size_t kLongestUrl = 1'048'576;
+
+  // Copy the characters that there are, and no more.
+  Origin(const Origin& other) noexcept;
+  Origin& operator=(const Origin& other) noexcept;
+  ~Origin() = default;
 
   // Reads an absolute http, https, ws or wss URL; nothing for any other text. Allocates nothing.
   static std::optional<Origin> parse(std::wstring_view url) noexcept;
@@ -31,12 +37,15 @@ class Origin {
   bool operator==(const Origin& other) const noexcept;
 
  private:
-  Origin() = default;
+  friend class Decision;  // which keeps one in parts
 
-  OriginScheme scheme_ = OriginScheme::Http;
-  std::uint16_t port_ = 0;
-  std::size_t length_ = 0;
-  std::size_t hash_ = 0;
+  // `host` is in the form that host() gives.
+  Origin(OriginScheme scheme, std::wstring_view host, std::uint16_t port) noexcept;
+
+  OriginScheme scheme_;
+  std::uint16_t port_;
+  std::size_t length_;
+  std::size_t hash_;
   std::array<wchar_t, kLongestHost> host_;  // not filled beyond its length
 };
 

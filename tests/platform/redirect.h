@@ -48,6 +48,35 @@ KIV_SIMULATED(IdnToAscii);
 KIV_SIMULATED(CredUIPromptForWindowsCredentialsW);
 KIV_SIMULATED(CredUnPackAuthenticationBufferW);
 KIV_SIMULATED(CoTaskMemFree);
+KIV_SIMULATED(WinHttpSetTimeouts);
+KIV_SIMULATED(GetCurrentThreadId);
+KIV_SIMULATED(GetTickCount64);
+KIV_SIMULATED(AcquireSRWLockExclusive);
+KIV_SIMULATED(AcquireSRWLockShared);
+KIV_SIMULATED(ReleaseSRWLockExclusive);
+KIV_SIMULATED(ReleaseSRWLockShared);
+KIV_SIMULATED(SleepConditionVariableSRW);
+KIV_SIMULATED(WakeConditionVariable);
+KIV_SIMULATED(WakeAllConditionVariable);
+KIV_SIMULATED(TrySubmitThreadpoolCallback);
+KIV_SIMULATED(CallbackMayRunLong);
+KIV_SIMULATED(FreeLibraryWhenCallbackReturns);
+KIV_SIMULATED(CreateThreadpoolWork);
+KIV_SIMULATED(SubmitThreadpoolWork);
+KIV_SIMULATED(WaitForThreadpoolWorkCallbacks);
+KIV_SIMULATED(CloseThreadpoolWork);
+KIV_SIMULATED(CreateThreadpoolTimer);
+KIV_SIMULATED(SetThreadpoolTimer);
+KIV_SIMULATED(WaitForThreadpoolTimerCallbacks);
+KIV_SIMULATED(CloseThreadpoolTimer);
+KIV_SIMULATED(CreateThreadpoolWait);
+KIV_SIMULATED(SetThreadpoolWait);
+KIV_SIMULATED(WaitForThreadpoolWaitCallbacks);
+KIV_SIMULATED(CloseThreadpoolWait);
+KIV_SIMULATED(GetCurrentThread);
+KIV_SIMULATED(OpenThreadToken);
+KIV_SIMULATED(SetThreadToken);
+KIV_SIMULATED(RevertToSelf);
 
 #undef KIV_SIMULATED
 
@@ -86,5 +115,34 @@ KIV_SIMULATED(CoTaskMemFree);
 #define CredUIPromptForWindowsCredentialsW Simulated_CredUIPromptForWindowsCredentialsW
 #define CredUnPackAuthenticationBufferW Simulated_CredUnPackAuthenticationBufferW
 #define CoTaskMemFree Simulated_CoTaskMemFree
+#define WinHttpSetTimeouts Simulated_WinHttpSetTimeouts
+#define GetCurrentThreadId Simulated_GetCurrentThreadId
+#define GetTickCount64 Simulated_GetTickCount64
+#define AcquireSRWLockExclusive Simulated_AcquireSRWLockExclusive
+#define AcquireSRWLockShared Simulated_AcquireSRWLockShared
+#define ReleaseSRWLockExclusive Simulated_ReleaseSRWLockExclusive
+#define ReleaseSRWLockShared Simulated_ReleaseSRWLockShared
+#define SleepConditionVariableSRW Simulated_SleepConditionVariableSRW
+#define WakeConditionVariable Simulated_WakeConditionVariable
+#define WakeAllConditionVariable Simulated_WakeAllConditionVariable
+#define TrySubmitThreadpoolCallback Simulated_TrySubmitThreadpoolCallback
+#define CallbackMayRunLong Simulated_CallbackMayRunLong
+#define FreeLibraryWhenCallbackReturns Simulated_FreeLibraryWhenCallbackReturns
+#define CreateThreadpoolWork Simulated_CreateThreadpoolWork
+#define SubmitThreadpoolWork Simulated_SubmitThreadpoolWork
+#define WaitForThreadpoolWorkCallbacks Simulated_WaitForThreadpoolWorkCallbacks
+#define CloseThreadpoolWork Simulated_CloseThreadpoolWork
+#define CreateThreadpoolTimer Simulated_CreateThreadpoolTimer
+#define SetThreadpoolTimer Simulated_SetThreadpoolTimer
+#define WaitForThreadpoolTimerCallbacks Simulated_WaitForThreadpoolTimerCallbacks
+#define CloseThreadpoolTimer Simulated_CloseThreadpoolTimer
+#define CreateThreadpoolWait Simulated_CreateThreadpoolWait
+#define SetThreadpoolWait Simulated_SetThreadpoolWait
+#define WaitForThreadpoolWaitCallbacks Simulated_WaitForThreadpoolWaitCallbacks
+#define CloseThreadpoolWait Simulated_CloseThreadpoolWait
+#define GetCurrentThread Simulated_GetCurrentThread
+#define OpenThreadToken Simulated_OpenThreadToken
+#define SetThreadToken Simulated_SetThreadToken
+#define RevertToSelf Simulated_RevertToSelf
 
 #endif

@@ -23,10 +23,14 @@ struct Call {
   std::wstring arguments;
   DWORD error = 0;  // what GetLastError (or the result) said, if the call failed
   bool failed = false;
-  bool quiet = false;  // of no interest in a transcript: errors read, events set and awaited
+  bool quiet = false;      // of no interest in a transcript: errors read, events set and awaited
+  std::wstring user = {};  // whom the thread impersonated; empty: it ran as the process
 };
 
 enum class Transcript { Significant, Everything };
+
+// A duration in milliseconds of virtual time that has no end.
+inline constexpr DWORD kNever = INFINITE;
 
 // What the user's Internet settings say. An absent text is handed out as a null pointer.
 struct UserSettings {
@@ -43,6 +47,7 @@ struct AutoProxyAnswer {
   std::optional<std::wstring> proxy = std::nullopt;
   std::optional<std::wstring> bypass = std::nullopt;
   bool failsWithoutCode = false;  // the call fails, but GetLastError then gives 0
+  DWORD takes = 0;                // milliseconds of virtual time; kNever: until that ends, then the call fails
 };
 
 // The engine for local scripts in "jsproxy.dll".
@@ -55,6 +60,7 @@ struct ScriptEngine {
   std::optional<std::string> answer = std::nullopt;  // the bytes handed out, a terminator is added behind them
   std::optional<DWORD> reportedLength = std::nullopt;
   bool reportsLength = true;  // if not, the length stays what the caller set it to
+  DWORD takes = 0;            // as above, for each answer
 };
 
 struct AuthSchemes {
@@ -82,6 +88,10 @@ struct Exchange {
   std::optional<std::wstring> headers = std::nullopt;
   std::optional<Delivery> delivery = std::nullopt;
   std::optional<ErrorBy> errorBy = std::nullopt;
+  // In virtual time, in milliseconds, or kNever. The answer's begin when the request was sent.
+  DWORD connectMs = 0;
+  DWORD answerMs = 0;
+  std::vector<std::pair<std::wstring, std::wstring>> fields = {};  // of the header, apart from `headers`
 };
 
 struct ProxyOption {
@@ -108,6 +118,7 @@ struct RequestRecord {
   DWORD securityFlags = 0;
   std::optional<ProxyOption> proxy;
   std::vector<Credentials> credentials;
+  std::map<DWORD, DWORD> options = {};  // time-outs, features, policies: option to value, the session's ones included
   std::size_t sends = 0;
   bool closed = false;
 };
@@ -133,6 +144,9 @@ struct HttpScript {
   std::chrono::microseconds closeDelay{200};
   // Lets calls on a session that is asynchronous, but has no callback, complete before they return.
   bool synchronous = false;
+
+  // In virtual time: a request that is closed says so only when the server would have answered, as in Wine.
+  bool closingWaits = false;
 
   DWORD securityFlags = 0;                                 // what a new request answers
   bool headerSizeQuerySucceeds = false;                    // the query for the size of the raw headers
@@ -174,8 +188,11 @@ class SimulatedWindows {
   SimulatedWindows& operator=(const SimulatedWindows&) = delete;
 
   UserSettings user;
+  std::map<std::wstring, UserSettings> otherUsers = {};          // of threads that impersonate them
   std::vector<AutoProxyAnswer> autoDetection{{.error = 12180}};  // one per call, the last one repeats
   std::vector<AutoProxyAnswer> autoConfig{{.error = 12167}};
+  // If set, answers in place of autoConfig. Runs under the simulator's lock: it must not call the library.
+  std::function<AutoProxyAnswer(const std::wstring& url)> decideConfig = {};
   std::optional<DWORD> crackedHostLength = std::nullopt;  // what WinHttpCrackUrl reports in place of the truth
   ScriptEngine scriptEngine;
   HttpScript http;
@@ -184,6 +201,11 @@ class SimulatedWindows {
   std::map<std::wstring, std::wstring> environmentAfterwards;  // what a variable changes to once it was asked for
   // If set, runs at the start of each call, under the simulator's lock: it must not call the library.
   std::function<void(const std::string& name)> onCall = {};
+
+  // Lets the calling thread impersonate that user; an empty name ends it.
+  void impersonate(const std::wstring& name);
+  // Changes members while other threads call.
+  void change(const std::function<void()>& edit);
 
   // Faults. A call that is made to fail does nothing else. Where several apply, the first one set wins.
   void failAlways(std::string_view name, DWORD code);
