@@ -5,11 +5,17 @@
 #ifdef _WIN32
 
 // clang-format off
+#include <winsock2.h>
+#include <ws2tcpip.h>
 #include <windows.h>
 #include <winhttp.h>
 #include <wincred.h>
 #include <dpapi.h>
 #include <combaseapi.h>
+#ifndef SECURITY_WIN32
+#define SECURITY_WIN32
+#endif
+#include <sspi.h>
 // clang-format on
 
 #define KIV_SIMULATED(Function) extern "C" decltype(::Function) Simulated_##Function
@@ -78,6 +84,37 @@ KIV_SIMULATED(OpenThreadToken);
 KIV_SIMULATED(SetThreadToken);
 KIV_SIMULATED(RevertToSelf);
 
+KIV_SIMULATED(WSAStartup);
+KIV_SIMULATED(WSACleanup);
+KIV_SIMULATED(WSAGetLastError);
+KIV_SIMULATED(WSASocketW);
+KIV_SIMULATED(WSAEventSelect);
+KIV_SIMULATED(WSAEnumNetworkEvents);
+KIV_SIMULATED(connect);
+KIV_SIMULATED(send);
+KIV_SIMULATED(recv);
+KIV_SIMULATED(shutdown);
+KIV_SIMULATED(closesocket);
+KIV_SIMULATED(htons);
+KIV_SIMULATED(ntohs);
+KIV_SIMULATED(htonl);
+KIV_SIMULATED(ntohl);
+KIV_SIMULATED(GetAddrInfoW);
+KIV_SIMULATED(FreeAddrInfoW);
+KIV_SIMULATED(RegOpenCurrentUser);
+KIV_SIMULATED(RegOpenKeyExW);
+KIV_SIMULATED(RegNotifyChangeKeyValue);
+KIV_SIMULATED(RegCloseKey);
+KIV_SIMULATED(LoadLibraryExW);
+KIV_SIMULATED(GetModuleHandleW);
+KIV_SIMULATED(AcquireCredentialsHandleW);
+KIV_SIMULATED(FreeCredentialsHandle);
+KIV_SIMULATED(InitializeSecurityContextW);
+KIV_SIMULATED(CompleteAuthToken);
+KIV_SIMULATED(DeleteSecurityContext);
+KIV_SIMULATED(FreeContextBuffer);
+KIV_SIMULATED(QuerySecurityPackageInfoW);
+
 #undef KIV_SIMULATED
 
 #define WinHttpOpen Simulated_WinHttpOpen
@@ -144,5 +181,36 @@ KIV_SIMULATED(RevertToSelf);
 #define OpenThreadToken Simulated_OpenThreadToken
 #define SetThreadToken Simulated_SetThreadToken
 #define RevertToSelf Simulated_RevertToSelf
+
+#define WSAStartup Simulated_WSAStartup
+#define WSACleanup Simulated_WSACleanup
+#define WSAGetLastError Simulated_WSAGetLastError
+#define WSASocketW Simulated_WSASocketW
+#define WSAEventSelect Simulated_WSAEventSelect
+#define WSAEnumNetworkEvents Simulated_WSAEnumNetworkEvents
+#define connect Simulated_connect
+#define send Simulated_send
+#define recv Simulated_recv
+#define shutdown Simulated_shutdown
+#define closesocket Simulated_closesocket
+#define htons Simulated_htons
+#define ntohs Simulated_ntohs
+#define htonl Simulated_htonl
+#define ntohl Simulated_ntohl
+#define GetAddrInfoW Simulated_GetAddrInfoW
+#define FreeAddrInfoW Simulated_FreeAddrInfoW
+#define RegOpenCurrentUser Simulated_RegOpenCurrentUser
+#define RegOpenKeyExW Simulated_RegOpenKeyExW
+#define RegNotifyChangeKeyValue Simulated_RegNotifyChangeKeyValue
+#define RegCloseKey Simulated_RegCloseKey
+#define LoadLibraryExW Simulated_LoadLibraryExW
+#define GetModuleHandleW Simulated_GetModuleHandleW
+#define AcquireCredentialsHandleW Simulated_AcquireCredentialsHandleW
+#define FreeCredentialsHandle Simulated_FreeCredentialsHandle
+#define InitializeSecurityContextW Simulated_InitializeSecurityContextW
+#define CompleteAuthToken Simulated_CompleteAuthToken
+#define DeleteSecurityContext Simulated_DeleteSecurityContext
+#define FreeContextBuffer Simulated_FreeContextBuffer
+#define QuerySecurityPackageInfoW Simulated_QuerySecurityPackageInfoW
 
 #endif

@@ -195,6 +195,7 @@ FARPROC WINAPI GetProcAddress(HMODULE module, LPCSTR name) {
   Entry call("GetProcAddress");
   call.handle(L"module", module).text(L"name", std::wstring_view(name ? toWide(name) : L"null"));
   if (call.fault()) return call.fail(*call.fault(), FARPROC{});
+  if (call.state().changes.modules.contains(module)) return findSystemProcedure(call, module, name ? name : "");
   if (!call.state().check(module, Kind::Module, call.name())) return call.fail(ERROR_MOD_NOT_FOUND, FARPROC{});
   const ScriptEngine& engine = call.windows().scriptEngine;
   const std::string_view wanted = name ? name : "";

@@ -9,12 +9,32 @@
 #include <thread>
 
 #include "platform/memory_watch.h"
+#include "platform/simulated_network_state.h"
 #include "platform/simulated_windows.h"
 #include "platform/virtual_time.h"
 
 namespace kiv::test {
 
-enum class Kind { Internet, GlobalBlock, TaskBlock, Module, Event, Token, Work, Timer, Wait };
+enum class Kind {
+  Internet,
+  GlobalBlock,
+  TaskBlock,
+  Module,
+  Event,
+  Winsock,
+  Socket,
+  AddressList,
+  RegistryKey,
+  Registration,
+  AddressTable,
+  Credentials,
+  Context,
+  ContextBuffer,
+  Token,
+  Work,
+  Timer,
+  Wait
+};
 
 struct Resource {
   Kind kind = Kind::Internet;
@@ -133,6 +153,11 @@ struct SimulatedWindows::State {
   std::thread dispatcher;
   std::atomic<VirtualTime*> time = nullptr;
 
+  SocketState network;
+  RegistryState registry;
+  ChangeState changes;
+  SecurityState security;
+
   // These expect the mutex to be held.
   void* newHandle(Kind kind, const std::string& name);
   void* newBlock(Kind kind, const void* contents, std::size_t size);
@@ -155,6 +180,9 @@ struct SimulatedWindows::State {
   // Lets requests report that they closed, although their servers never answered.
   void letGoOfRequests();
   void queueCallback(void* object, DWORD result);
+
+  // Complains if something would still signal the event.
+  void checkUnwatched(HANDLE event);
 
   // These take the mutex.
   void notify(const Notification& notification);
@@ -235,6 +263,9 @@ class Entry {
   bool quiet_;
   std::optional<DWORD> fault_;
 };
+
+// GetProcAddress for a module of Modules.
+FARPROC findSystemProcedure(Entry& call, HMODULE module, std::string_view name);
 
 // Wide text to the code page of the simulated system, UTF-8, and back. What is not valid becomes U+FFFD.
 std::string toNarrow(std::wstring_view wide);

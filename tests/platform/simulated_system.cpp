@@ -130,6 +130,7 @@ BOOL WINAPI CloseHandle(HANDLE handle) {
     state.complaints.push_back(state.resources.at(handle).name + " was released while " +
                                state.resources.at(wait).name + " waited for it");
   }
+  state.checkUnwatched(handle);
   state.wake();
   return call.succeed(TRUE);
 }

@@ -13,6 +13,9 @@
 #include <utility>
 #include <vector>
 
+#include "platform/simulated_changes.h"
+#include "platform/simulated_network.h"
+#include "platform/simulated_security.h"
 #include "support/platform.h"
 
 namespace kiv::test {
@@ -199,6 +202,11 @@ class SimulatedWindows {
   CredentialPrompt prompt;
   std::map<std::wstring, std::wstring> environment;
   std::map<std::wstring, std::wstring> environmentAfterwards;  // what a variable changes to once it was asked for
+  Network network;
+  Registry registry;
+  Modules modules;
+  SecurityPackages security;
+  bool processEnds = false;  // what RtlDllShutdownInProgress says
   // If set, runs at the start of each call, under the simulator's lock: it must not call the library.
   std::function<void(const std::string& name)> onCall = {};
 
@@ -214,6 +222,14 @@ class SimulatedWindows {
   void failCall(std::size_t index, DWORD code);                      // an index in calls()
   static bool canFail(std::string_view name);
 
+  // What changes under the library. The registry tells at once; the others on
+  // threads of the pool, and need a VirtualTime.
+  void changeRegistry(std::wstring_view path);     // a value of "HKCU\\Software\\X"
+  void createRegistryKey(std::wstring_view path);  // one of those that were missing
+  void changeAddresses(std::vector<UnicastAddress> addresses);
+  void changeWinHttpProxy();
+  void resumeFromSleep();
+
   // The record.
   std::vector<Call> calls(Transcript extent = Transcript::Significant) const;
   std::vector<std::string> callNames(Transcript extent = Transcript::Significant) const;
@@ -224,6 +240,12 @@ class SimulatedWindows {
   std::vector<Credentials> credentials() const;  // of all requests, in order
   std::vector<Protection> protections() const;   // one per CryptProtectMemory
   std::vector<ReleasedBlock> releasedBlocks() const;
+
+  std::vector<ConnectionRecord> connections() const;
+  std::size_t openConnections() const;  // sockets that began to connect and were not closed
+  std::size_t mostConnections() const;  // the most of them at one time
+  std::vector<IdentityRecord> identities() const;
+  std::vector<HandshakeRecord> handshakes() const;
 
   // Waits until every callback that is under way has run.
   void settle();

@@ -58,6 +58,21 @@ using HMODULE = HINSTANCE;
 using FARPROC = INT_PTR (*)();
 using LPSECURITY_ATTRIBUTES = struct SecurityAttributes*;
 
+using UCHAR = unsigned char;
+using USHORT = std::uint16_t;
+using ULONG64 = std::uint64_t;
+union LARGE_INTEGER {
+  struct {
+    DWORD LowPart;
+    LONG HighPart;
+  } u;
+  std::int64_t QuadPart;
+};
+static_assert(sizeof(LARGE_INTEGER) == 8);
+
+#define LOAD_LIBRARY_SEARCH_SYSTEM32 0x00000800u
+#define NTAPI
+
 struct FILETIME {
   DWORD dwLowDateTime;
   DWORD dwHighDateTime;
@@ -133,6 +148,8 @@ HGLOBAL WINAPI GlobalFree(HGLOBAL block);
 HMODULE WINAPI LoadLibraryW(LPCWSTR fileName);
 FARPROC WINAPI GetProcAddress(HMODULE module, LPCSTR name);
 BOOL WINAPI FreeLibrary(HMODULE module);
+HMODULE WINAPI LoadLibraryExW(LPCWSTR fileName, HANDLE file, DWORD flags);
+HMODULE WINAPI GetModuleHandleW(LPCWSTR moduleName);
 int WINAPI WideCharToMultiByte(UINT codePage, DWORD flags, LPCWCH wide, int wideLength, LPSTR narrow, int narrowSize,
                                LPCCH defaultCharacter, LPBOOL usedDefault);
 int WINAPI MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH narrow, int narrowLength, LPWSTR wide, int wideSize);
@@ -178,3 +195,5 @@ inline PVOID SecureZeroMemory(PVOID memory, SIZE_T size) {
   explicit_bzero(memory, size);
   return memory;
 }
+
+#include <winreg.h>
