@@ -119,6 +119,13 @@ bool leadsElsewhere(const std::wstring& location, const Origin& target) {
   return next && next->host() != target.host();
 }
 
+// Whether the answer came over TLS. A proxy that refuses to connect to the target answers without.
+bool isSecure(HINTERNET request) {
+  DWORD bits = 0;
+  DWORD size = sizeof(bits);
+  return WinHttpQueryOption(request, WINHTTP_OPTION_SECURITY_KEY_BITNESS, &bits, &size) && bits != 0;
+}
+
 class PendingExchange final : public HttpExchange {
  public:
   PendingExchange(EventLoop& loop, HttpPlan plan, HttpListener& listener)
@@ -321,6 +328,7 @@ void PendingExchange::readAnswer() {
   answer_.redirectsElsewhere = std::ranges::find(kRedirects, status) != kRedirects.end() &&
                                leadsElsewhere(header(request_.get(), WINHTTP_QUERY_LOCATION, 0), plan_.target);
   answer_.status = status;
+  answer_.secure = isSecure(request_.get());
   end(ERROR_SUCCESS);
 }
 

@@ -85,6 +85,7 @@ enum class ErrorBy { Notification, ReturnValue };
 // What becomes of one WinHttpSendRequest and the WinHttpReceiveResponse that follows it.
 struct Exchange {
   DWORD status = 200;
+  bool beforeTls = false;  // of an https request: the proxy's own answer
   DWORD sendError = 0;
   DWORD receiveError = 0;
   std::optional<AuthSchemes> schemes = std::nullopt;  // absent: Basic for 401 and 407, an error for any other status

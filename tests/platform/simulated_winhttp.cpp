@@ -478,6 +478,10 @@ BOOL WINAPI WinHttpQueryOption(HINTERNET handle, DWORD option, LPVOID buffer, LP
   DWORD error = 0;
   const Internet* internet = find(call, handle, std::nullopt, error);
   if (!internet) return call.fail(error, FALSE);
+  if (option == WINHTTP_OPTION_SECURITY_KEY_BITNESS && internet->level == Level::Request) {
+    const bool secure = (call.state().requests[internet->record].flags & WINHTTP_FLAG_SECURE) != 0;
+    return answerNumber(call, secure && !internet->exchange.beforeTls ? 256 : 0, buffer, size);
+  }
   if (option != WINHTTP_OPTION_SECURITY_FLAGS || internet->level != Level::Request) {
     return call.fail(ERROR_WINHTTP_INVALID_OPTION, FALSE);
   }

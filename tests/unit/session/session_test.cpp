@@ -47,7 +47,7 @@ TEST_F(SessionTest, AnswersASecondCallWithoutASystemCall) {
 }
 
 TEST_F(SessionTest, LooksUpWithoutBlockingAndBeginsAResolution) {
-  windows.http.decide = [](const RequestRecord&) { return Exchange{.answerMs = 100}; };
+  windows.http.decide = [](const RequestRecord&) { return Exchange{.answering = 100ms}; };
   EXPECT_EQ(lookup(session, L"http://www.example.org/").status, KIV_STATUS_NOT_YET);
   EXPECT_EQ(lookup(session, L"http://www.example.org/").status, KIV_STATUS_NOT_YET);
   time.advance(99ms);
@@ -75,7 +75,7 @@ TEST_F(SessionTest, TakesItsOwnBypassListInPlaceOfTheSettings) {
 }
 
 TEST_F(SessionTest, EndsACallExactlyAtItsTimeOut) {
-  windows.http.decide = [](const RequestRecord&) { return Exchange{.answerMs = kNever}; };
+  windows.http.decide = [](const RequestRecord&) { return Exchange{.answering = kNever}; };
   const auto begun = time.now();
   EXPECT_EQ(resolve(session, L"http://www.example.org/", 1'234).status, KIV_STATUS_TIMED_OUT);
   EXPECT_EQ(elapsedSince(begun), 1'234ms);
@@ -85,7 +85,7 @@ TEST_F(SessionTest, EndsACallExactlyAtItsTimeOut) {
 }
 
 TEST_F(SessionTest, EndsACancelledRequestAtOnceAndClosesItsWork) {
-  windows.http.decide = [](const RequestRecord&) { return Exchange{.answerMs = kNever}; };
+  windows.http.decide = [](const RequestRecord&) { return Exchange{.answering = kNever}; };
   const Started started = start(session, L"http://www.example.org/", KIV_NO_TIME_OUT, 7);
   time.advance(500ms);
   const auto begun = time.now();
@@ -101,7 +101,7 @@ TEST_F(SessionTest, EndsACancelledRequestAtOnceAndClosesItsWork) {
 }
 
 TEST_F(SessionTest, SharesOneResolutionAmongAllCallersForAnOrigin) {
-  windows.http.decide = [](const RequestRecord&) { return Exchange{.answerMs = 50}; };
+  windows.http.decide = [](const RequestRecord&) { return Exchange{.answering = 50ms}; };
   std::vector<Started> started;
   for (int i = 0; i < 100; ++i) started.push_back(start(session, L"http://www.example.org/"));
   KivRequest_Cancel(started.front().request.get());
@@ -164,6 +164,7 @@ TEST_F(SessionTest, JudgesTheAnswersOfProxies) {
       {L"http://a.test/", {.status = 504}, KIV_REASON_MAKESHIFT},
       {L"http://a.test/", {.sendError = ERROR_WINHTTP_CONNECTION_ERROR}, KIV_REASON_NOTHING_WORKS},
       {L"https://a.test/", {.status = 500}, KIV_REASON_REACHED},
+      {L"https://a.test/", {.status = 503, .beforeTls = true}, KIV_REASON_NOTHING_WORKS},
       {L"https://a.test/", {.sendError = ERROR_WINHTTP_SECURE_FAILURE}, KIV_REASON_REACHED},
       {L"https://a.test/", {.receiveError = ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED}, KIV_REASON_REACHED},
       {L"https://a.test/", {.sendError = ERROR_WINHTTP_CANNOT_CONNECT}, KIV_REASON_NOTHING_WORKS},
@@ -240,7 +241,7 @@ TEST_F(SessionTest, PaysOneConnectTimeOutForManyDeadProxies) {
   useProxies(list + L"10.0.1.1:8080");
   windows.network.listeners[{"10.0.1.1", 8080}] = {};
   windows.http.decide = [](const RequestRecord& request) {
-    return Exchange{.connectMs = proxyOf(request) == L"10.0.1.1:8080" ? 1 : kNever};
+    return Exchange{.connecting = proxyOf(request) == L"10.0.1.1:8080" ? 1ms : kNever};
   };
   const auto begun = time.now();
   EXPECT_EQ(resolve(session, L"http://www.example.org/").route(), L"http://10.0.1.1:8080");
@@ -257,7 +258,7 @@ TEST_F(SessionTest, PaysOneConnectTimeOutForManyDeadProxies) {
 
 TEST_F(SessionTest, MakesOneConnectionIfTheFirstProxyIsHealthy) {
   useProxies(L"10.0.0.1:8080;10.0.0.2:8080");
-  windows.http.decide = [](const RequestRecord&) { return Exchange{.connectMs = 299, .answerMs = 2'000}; };
+  windows.http.decide = [](const RequestRecord&) { return Exchange{.connecting = 299ms, .answering = 2'000ms}; };
   EXPECT_EQ(resolve(session, L"http://www.example.org/").route(), L"http://10.0.0.1:8080");
   EXPECT_EQ(windows.requests().size(), 1U);
   EXPECT_TRUE(windows.connections().empty());
@@ -267,7 +268,7 @@ TEST_F(SessionTest, NeverConnectsToTheTargetBeforeItsTurn) {
   useProxies(L"10.0.0.1:8080");
   set(KIV_OPTION_DIRECT, KIV_DIRECT_LAST_RESORT);
   windows.http.decide = [](const RequestRecord& request) {
-    return Exchange{.connectMs = proxyOf(request).empty() ? 1 : kNever};
+    return Exchange{.connecting = proxyOf(request).empty() ? 1ms : kNever};
   };
   EXPECT_EQ(resolve(session, L"http://www.example.org/").route(), L"direct");
   EXPECT_TRUE(windows.connections().empty());
@@ -347,7 +348,7 @@ TEST_F(SessionTest, KeepsWhatItHasWhenTheSameSettingsAreWrittenAgain) {
 TEST_F(SessionTest, BeginsARunningResolutionAgainWhenTheSettingsChange) {
   useProxies(L"old:1");
   windows.http.decide = [](const RequestRecord& request) {
-    return Exchange{.answerMs = proxyOf(request) == L"old:1" ? kNever : 1};
+    return Exchange{.answering = proxyOf(request) == L"old:1" ? kNever : 1ms};
   };
   const Started started = start(session, L"http://www.example.org/", 1'000);
   time.advance(500ms);
@@ -359,7 +360,7 @@ TEST_F(SessionTest, BeginsARunningResolutionAgainWhenTheSettingsChange) {
 TEST_F(SessionTest, GivesWhoHasTimeLeftAnotherResolution) {
   set(KIV_OPTION_TIME_OUT, 1'000);
   set(KIV_OPTION_ANSWER_TIME_OUT, 86'400'000);
-  windows.http.decide = [](const RequestRecord&) { return Exchange{.answerMs = kNever}; };
+  windows.http.decide = [](const RequestRecord&) { return Exchange{.answering = kNever}; };
   const auto begun = time.now();
   const Started patient = start(session, L"http://www.example.org/", 5'000);
   EXPECT_EQ(resolve(session, L"http://www.example.org/", 1'500).status, KIV_STATUS_TIMED_OUT);
@@ -370,7 +371,7 @@ TEST_F(SessionTest, GivesWhoHasTimeLeftAnotherResolution) {
 }
 
 TEST_F(SessionTest, RefusesMoreWaitersThanItHasRoomFor) {
-  windows.http.decide = [](const RequestRecord&) { return Exchange{.answerMs = kNever}; };
+  windows.http.decide = [](const RequestRecord&) { return Exchange{.answering = kNever}; };
   for (int i = 0; i < 10'000; ++i) ASSERT_EQ(start(session, L"http://a.test/").status, KIV_STATUS_OK) << i;
   EXPECT_EQ(start(session, L"http://a.test/").status, KIV_STATUS_TOO_MANY);
   EXPECT_EQ(resolve(session, L"http://b.test/").status, KIV_STATUS_TOO_MANY);
