@@ -91,6 +91,11 @@ class Connecting {
   Ref<Connector> connector;
 };
 
+// For the tests that run several cases, each in a system of its own.
+struct OwnWindows final : SimulatedWindows {
+  ~OwnWindows() { expectNoComplaints(*this); }
+};
+
 class ConnectorTest : public PlatformTest {
  protected:
   // Whether the port answered, and how it ended.
@@ -114,9 +119,9 @@ class ConnectorTest : public PlatformTest {
   Connecting it{windows};
 };
 
-TEST_F(ConnectorTest, ConnectsToAnAddressWithoutLookingItUp) {
+TEST(ConnectorCases, ConnectsToAnAddressWithoutLookingItUp) {
   for (const auto& [host, address] : {std::pair{L"10.0.0.1", "10.0.0.1"}, std::pair{L"fd00::1", "fd00::1"}}) {
-    SimulatedWindows own;
+    OwnWindows own;
     own.network.listeners[{address, 1080}] = {};
     Connecting connecting(own);
     connecting.start(plan(host));
@@ -217,7 +222,7 @@ TEST_F(ConnectorTest, CanBeStoppedByWhoeverHearsThatThePortAnswered) {
   EXPECT_EQ(it.told.ends, 0);
 }
 
-TEST_F(ConnectorTest, ReachesTheTargetThroughSocksProxies) {
+TEST(ConnectorCases, ReachesTheTargetThroughSocksProxies) {
   const std::string granted5 = "\x05\x00\x00\x01\x0A\x00\x00\x01\x1F\x90"s;
   const std::string connect5 = "\x05\x01\x00\x03\x0B"s + "example.org\x01\xBB";
   struct Case {
@@ -236,7 +241,7 @@ TEST_F(ConnectorTest, ReachesTheTargetThroughSocksProxies) {
   };
   for (const Case& c : cases) {
     for (const std::optional<std::size_t> size : {std::optional<std::size_t>(), std::optional<std::size_t>(1)}) {
-      SimulatedWindows own;
+      OwnWindows own;
       own.network.listeners[{"10.0.0.1", 1080}] = {.dialogue = says(c.exchanges), .pieces = size, .room = size};
       Connecting connecting(own);
       connecting.start(throughSocks(c.kind, c.hasCred ? impl::Cred::create(L"user", L"word") : std::nullopt));
@@ -258,7 +263,7 @@ TEST_F(ConnectorTest, NamesAnAddressOfTheTargetAsAnAddress) {
   EXPECT_EQ(run(through), 0U);
 }
 
-TEST_F(ConnectorTest, TellsHowASocksProxyRefuses) {
+TEST(ConnectorCases, TellsHowASocksProxyRefuses) {
   struct Case {
     std::vector<std::pair<std::string, std::string>> exchanges;
     DWORD error;
@@ -271,7 +276,7 @@ TEST_F(ConnectorTest, TellsHowASocksProxyRefuses) {
       {{{"something else", ""}}, WSAECONNRESET},
   };
   for (const Case& c : cases) {
-    SimulatedWindows own;
+    OwnWindows own;
     own.network.listeners[{"10.0.0.1", 1080}] = {.dialogue = says(c.exchanges)};
     Connecting connecting(own);
     connecting.start(throughSocks(RouteKind::Socks5));

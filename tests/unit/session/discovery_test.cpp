@@ -75,6 +75,11 @@ class Discovering {
   std::list<Told> told;
 };
 
+// For the tests that run several cases, each in a system of its own.
+struct OwnWindows final : SimulatedWindows {
+  ~OwnWindows() { expectNoComplaints(*this); }
+};
+
 class DiscoveryTest : public PlatformTest {
  protected:
   const Discovered& run(const std::wstring& url = L"http://target/") {
@@ -160,9 +165,9 @@ TEST_F(DiscoveryTest, FailsWithTheErrorsThatStopDiscovery) {
   EXPECT_EQ(found.bypassList, L"m");
 }
 
-TEST_F(DiscoveryTest, SendsTheLoggedOnUsersCredentialsOnlyIfItMay) {
+TEST(DiscoveryCases, SendsTheLoggedOnUsersCredentialsOnlyIfItMay) {
   for (const bool mayLogOn : {false, true}) {
-    SimulatedWindows own;
+    OwnWindows own;
     own.user.autoConfigUrl = L"http://conf/p.pac";
     own.autoConfig = {{.error = ERROR_WINHTTP_LOGIN_FAILURE}, {.proxy = L"a:1"}};
     Discovering discovering(own, mayLogOn);

@@ -193,7 +193,7 @@ TEST_F(EventLoopTest, HasNoTimerWithoutADeadline) {
   alarm.clear();
   guard.reset();
   EXPECT_THAT(windows.arguments("SetThreadpoolTimer", windows.count("SetThreadpoolTimer")),
-              testing::HasSubstr(L"due=null"));
+              testing::Not(testing::HasSubstr(L"due")));
   time.advance(1s);
   EXPECT_EQ(passed, Passed());
   guard.emplace(loop->lock());

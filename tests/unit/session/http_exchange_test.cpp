@@ -98,6 +98,11 @@ class Exchanging {
   Ref<HttpExchange> exchange;
 };
 
+// For the tests that run several cases, each in a system of its own.
+struct OwnWindows final : SimulatedWindows {
+  ~OwnWindows() { expectNoComplaints(*this); }
+};
+
 class HttpExchangeTest : public PlatformTest {
  protected:
   const HttpAnswer& run(HttpPlan plan) {
@@ -127,13 +132,13 @@ TEST_F(HttpExchangeTest, AsksForTheRootOfTheTargetDirectly) {
   EXPECT_TRUE(request().closed);
 }
 
-TEST_F(HttpExchangeTest, AsksThroughItsProxyInASessionOfItsOwn) {
+TEST(HttpExchangeCases, AsksThroughItsProxyInASessionOfItsOwn) {
   struct Case {
     const wchar_t* host;
     const wchar_t* named;
   };
   for (const Case& c : {Case{L"proxy", L"proxy=proxy:8080,"}, Case{L"fd00::1", L"proxy=[fd00::1]:8080,"}}) {
-    SimulatedWindows own;
+    OwnWindows own;
     Exchanging exchanging(own);
     HttpPlan through = throughProxy(L"https://[fd00::2]/");
     through.route.host = c.host;
@@ -157,11 +162,11 @@ TEST_F(HttpExchangeTest, FollowsNoRedirectsKeepsNoCookiesAndLimitsItsTime) {
   EXPECT_EQ(options.count(WINHTTP_OPTION_AUTOLOGON_POLICY), 0U);
 }
 
-TEST_F(HttpExchangeTest, TellsTheErrorUnchanged) {
+TEST(HttpExchangeCases, TellsTheErrorUnchanged) {
   for (const DWORD error : {12007U, 12029U, 12030U, 12044U, 12157U, 12175U}) {
     for (const ErrorBy errorBy : {ErrorBy::Notification, ErrorBy::ReturnValue}) {
       SCOPED_TRACE(error);
-      SimulatedWindows own;
+      OwnWindows own;
       own.http.failSend(error, errorBy);
       Exchanging exchanging(own);
       exchanging.start(plan(L"https://target/"));
@@ -214,9 +219,9 @@ TEST_F(HttpExchangeTest, EndsInTimeAlsoIfClosingWaitsForTheServer) {
   EXPECT_EQ(it.told.at, 15'000U);
 }
 
-TEST_F(HttpExchangeTest, TellsNothingOnceItIsStopped) {
+TEST(HttpExchangeCases, TellsNothingOnceItIsStopped) {
   for (const bool closingWaits : {false, true}) {
-    SimulatedWindows own;
+    OwnWindows own;
     own.http.closingWaits = closingWaits;
     own.http.respond({.answerMs = 2'000});
     Exchanging exchanging(own);
@@ -244,9 +249,9 @@ TEST_F(HttpExchangeTest, CanBeStoppedBeforeItHasSentAndByWhoeverHearsThatItConne
   EXPECT_EQ(it.told.ends, 0);
 }
 
-TEST_F(HttpExchangeTest, ToleratesCallbacksInsideItsCalls) {
+TEST(HttpExchangeCases, ToleratesCallbacksInsideItsCalls) {
   for (const Delivery delivery : {Delivery::Inside, Delivery::OtherThread, Delivery::OtherThreadEarly}) {
-    SimulatedWindows own;
+    OwnWindows own;
     own.http.delivery = delivery;
     Exchanging exchanging(own);
     exchanging.start(plan());
@@ -293,7 +298,7 @@ TEST_F(HttpExchangeTest, TellsTheRealmOfTheStrongestScheme) {
   EXPECT_EQ(run(throughProxy()).realm, L"strong");
 }
 
-TEST_F(HttpExchangeTest, SendsTheLoggedOnUsersCredentialsToWhomThePlanAllows) {
+TEST(HttpExchangeCases, SendsTheLoggedOnUsersCredentialsToWhomThePlanAllows) {
   constexpr AuthSchemes kNtlm{KIV_SCHEME_NTLM | KIV_SCHEME_BASIC, KIV_SCHEME_NTLM, 1};
   constexpr AuthSchemes kBasic{KIV_SCHEME_BASIC, KIV_SCHEME_BASIC, 1};
   struct Case {
@@ -310,7 +315,7 @@ TEST_F(HttpExchangeTest, SendsTheLoggedOnUsersCredentialsToWhomThePlanAllows) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(static_cast<int>(c.autoLogon));
-    SimulatedWindows own;
+    OwnWindows own;
     own.http.otherwise = {.status = 407, .schemes = c.offered};
     Exchanging exchanging(own);
     HttpPlan through = throughProxy();
@@ -329,7 +334,7 @@ TEST_F(HttpExchangeTest, SendsTheLoggedOnUsersCredentialsToWhomThePlanAllows) {
   }
 }
 
-TEST_F(HttpExchangeTest, NoticesRedirectsToAnotherHost) {
+TEST(HttpExchangeCases, NoticesRedirectsToAnotherHost) {
   struct Case {
     DWORD status;
     const wchar_t* location;
@@ -352,7 +357,7 @@ TEST_F(HttpExchangeTest, NoticesRedirectsToAnotherHost) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.status) + " " + testing::PrintToString(std::wstring(c.location)));
-    SimulatedWindows own;
+    OwnWindows own;
     own.http.respond({.status = c.status, .fields = Fields{{L"Location", c.location}}});
     Exchanging exchanging(own);
     exchanging.start(throughProxy());
@@ -390,7 +395,8 @@ TEST(HttpExchangeAsUser, WorksAsTheSessionsUserOrNotAtAll) {
   own.time.settle();
   EXPECT_EQ(own.told.answer.status, 200U);
   for (const Call& call : windows.calls()) {
-    if (call.name == "WinHttpOpen" || call.name == "WinHttpSendRequest") EXPECT_EQ(call.user, L"anna");
+    const bool usesNetwork = call.name == "WinHttpOpen" || call.name == "WinHttpSendRequest";
+    EXPECT_TRUE(!usesNetwork || call.user == L"anna");
   }
 
   windows.failAlways("SetThreadToken", ERROR_BAD_IMPERSONATION_LEVEL);
