@@ -10,12 +10,13 @@
 
 namespace kiv::session {
 
-// A session's first reference belongs to its handle. A counter that all calls share would make lookups of several threads
-// wait for each other's cache line, so threads are spread over several.
+// A session's first reference belongs to its handle, and is released when the handle has been given up and the last call
+// has left. A counter that all calls share would make lookups of several threads wait for each other's cache line, so
+// threads are spread over several.
 class CallGate {
  public:
   struct alignas(64) Stripe {
-    std::atomic<std::int32_t> inside{0};
+    std::atomic<std::uint32_t> inside{0};  // calls, and kGivenUp
     std::atomic<std::uint64_t> keptAnswers{0};
   };
 
@@ -24,19 +25,17 @@ class CallGate {
     stripe.inside.fetch_add(1);
     return stripe;
   }
-  // True if the session has been given up and somebody must look whether this was the last call.
-  bool leave(Stripe& stripe) noexcept {
-    stripe.inside.fetch_sub(1);
-    return givenUp_.load();
+  // No call enters afterwards. True, here or once from leave(), for whoever has to release the handle's reference.
+  bool giveUp() noexcept {
+    bool isLast = false;
+    for (Stripe& stripe : stripes_) {
+      if (stripe.inside.fetch_or(kGivenUp) == 0) isLast = stripeEmptied();
+    }
+    return isLast;
   }
-  // No call enters afterwards.
-  void giveUp() noexcept { givenUp_.store(true); }
-  bool isGivenUp() const noexcept { return givenUp_.load(); }
-  bool isEmpty() const noexcept {
-    std::int32_t inside = 0;
-    for (const Stripe& stripe : stripes_) inside += stripe.inside.load();
-    return inside == 0;
-  }
+  // If it returns false, the session may be gone.
+  bool leave(Stripe& stripe) noexcept { return stripe.inside.fetch_sub(1) == (kGivenUp | 1U) && stripeEmptied(); }
+
   std::uint64_t keptAnswers() const noexcept {
     std::uint64_t sum = 0;
     for (const Stripe& stripe : stripes_) sum += stripe.keptAnswers.load(std::memory_order_relaxed);
@@ -44,8 +43,13 @@ class CallGate {
   }
 
  private:
-  std::array<Stripe, 16> stripes_;
-  std::atomic<bool> givenUp_{false};
+  static constexpr std::uint32_t kGivenUp = 0x8000'0000U;
+  static constexpr std::size_t kStripes = 16;
+
+  bool stripeEmptied() noexcept { return stripesLeft_.fetch_sub(1) == 1; }
+
+  std::array<Stripe, kStripes> stripes_;
+  std::atomic<std::size_t> stripesLeft_{kStripes};  // that a call is in, or may still enter
 };
 
 }  // namespace kiv::session

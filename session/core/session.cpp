@@ -340,16 +340,14 @@ void Session::run() noexcept {
 }
 
 void Session::tearDown() noexcept {
-  if (!std::exchange(tornDown_, true)) {
-    if (changes_) std::exchange(changes_, {})->stop();
-    for (const auto& [origin, resolution] : resolutions_) resolution->abandon();
-    resolutions_.clear();
-    discoveries_ = nullptr;
-    for (const auto& [proxy, login] : logins_) login->withdraw();
-    logins_.clear();
-    loop_->stop();
-  }
-  if (gate_.isGivenUp() && gate_.isEmpty() && !std::exchange(handleReleased_, true)) release();
+  if (std::exchange(tornDown_, true)) return;
+  if (changes_) std::exchange(changes_, {})->stop();
+  for (const auto& [origin, resolution] : resolutions_) resolution->abandon();
+  resolutions_.clear();
+  discoveries_ = nullptr;
+  for (const auto& [proxy, login] : logins_) login->withdraw();
+  logins_.clear();
+  loop_->stop();
 }
 
 }  // namespace kiv::session

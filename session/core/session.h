@@ -75,8 +75,6 @@ class Session final : public AuthSession, private ChangesListener {
   void forgetCredentials() noexcept;
   std::uint64_t counter(std::uint32_t counter) noexcept;
   void close() noexcept;
-  // A call has left a session that was given up.
-  void lookWhetherEmpty() noexcept { loop_->post(*this); }
 
   // As AuthSession.
   KivStatus askFor(const Route& proxy, std::uint32_t scheme, std::wstring_view realm) noexcept override;
@@ -174,7 +172,6 @@ class Session final : public AuthSession, private ChangesListener {
   std::atomic<bool> closed_{false};
   bool watches_ = false;
   bool tornDown_ = false;
-  bool handleReleased_ = false;
 };
 
 template <class Change>

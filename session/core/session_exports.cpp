@@ -32,9 +32,7 @@ class Call {
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
   ~Call() {
-    // Read first: once the gate is left, the session may be gone, but for one that was given up.
-    const Ref<EventLoop> loop(session_.gate().isGivenUp() ? &session_.loop() : nullptr);
-    if (session_.gate().leave(stripe_)) session_.lookWhetherEmpty();
+    if (session_.gate().leave(stripe_)) session_.release();
   }
 
   Session& session() noexcept { return session_; }
@@ -111,11 +109,8 @@ void KivSession_Close(KivSession* session) {
 
 void KivSession_Destruct(KivSession* session) {
   if (!session || kiv::session::processEnds()) return;
-  Session& given = *toObject(session);
-  const Ref<Session> stays(&given);
-  given.close();
-  given.gate().giveUp();
-  given.lookWhetherEmpty();
+  toObject(session)->close();
+  if (toObject(session)->gate().giveUp()) toObject(session)->release();
 }
 
 KivStatus KivSession_SetNumber(KivSession* session, uint32_t option, uint32_t value) {

@@ -174,7 +174,7 @@ void EventLoop::stop() noexcept {
 }
 
 void EventLoop::reservePlace() {
-  if (deadlines_ == heap_.capacity()) heap_.reserve(std::max<std::size_t>(16, 2 * deadlines_));
+  if (deadlines_ >= heap_.capacity()) heap_.reserve(std::max<std::size_t>(16, 2 * deadlines_));
   ++deadlines_;
 }
 

@@ -8,6 +8,7 @@
 // Nothing here calls the application.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <limits>
 #include <vector>
@@ -50,7 +51,8 @@ class Job : public Task {
   EventLoop* loop_ = nullptr;  // while it works
 };
 
-// A point in time at which something happens in the loop. Everything under the loop's lock.
+// A point in time at which something happens in the loop. Everything under the loop's lock, but that one that is not set
+// may be destroyed anywhere.
 class Deadline {
  public:
   // Throws std::bad_alloc; nothing else of it can fail.
@@ -161,7 +163,7 @@ class EventLoop final : public RefCounted {
   bool runsTask_ = false;  // the timer is armed when the task has run
   bool stopped_ = false;
   std::vector<Deadline*> heap_;
-  std::size_t deadlines_ = 0;  // that exist, and have a place reserved
+  std::atomic<std::size_t> deadlines_{0};  // that exist, and have a place reserved
   Time armedFor_ = kNever;
 
   // A lock of its own, under which nothing is called: tasks are posted by callbacks that run inside a system call which
