@@ -119,9 +119,9 @@ class Reader {
   // What stands between quotes, with as much of it as a realm can have. Nothing of one that does not end.
   std::wstring quoted() {
     std::wstring value;
-    for (accept(L'"'); !atEnd() && !accept(L'"');) {
+    for (accept(L'"'); !accept(L'"');) {
       accept(L'\\');
-      if (atEnd()) break;
+      if (atEnd()) return {};
       if (value.size() < kLongestRealm) value += rest_.front();
       rest_.remove_prefix(1);
     }

@@ -40,7 +40,8 @@ std::optional<LeftOut::Entry> LeftOut::read(std::wstring_view text) {
     if (!entry.port) return std::nullopt;
   }
   if (hasStar(parts->host)) {
-    entry.host = parts->host;
+    const bool bracketed = parts->host.starts_with(L'[') && parts->host.ends_with(L']');
+    entry.host = bracketed ? parts->host.substr(1, parts->host.size() - 2) : parts->host;
     return entry;
   }
   const std::optional<Route> proxy = Route::proxy(RouteKind::Http, parts->host, entry.port);

@@ -22,11 +22,12 @@ void requireOrder(const std::vector<Route>& candidates, const session::Candidate
     fuzz::require(directs == 1 && candidates.back().isDirect(), "the last resort is there, and last");
   }
   if (sources.source != ListSource::Manual) return;
-  const auto end = candidates.end() - (sources.fallback ? 1 : 0);
+  std::vector<Route> ofSettings = candidates;
+  std::erase_if(ofSettings, [&](const Route& route) { return route == sources.fallback; });
   const auto isSocks = [](const Route& route) { return route.kind == RouteKind::Socks4; };
   const auto isHttp = [](const Route& route) { return route.kind == RouteKind::Http; };
-  if (candidates.empty() || sources.direct == DirectPolicy::LastResort) return;
-  fuzz::require(std::none_of(std::find_if(candidates.begin(), end, isSocks), end, isHttp), "socks= comes last");
+  const auto firstSocks = std::ranges::find_if(ofSettings, isSocks);
+  fuzz::require(std::none_of(firstSocks, ofSettings.end(), isHttp), "socks= comes last");
 }
 
 void requireValid(const std::vector<Route>& candidates, const session::CandidateSources& sources) {

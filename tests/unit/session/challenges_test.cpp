@@ -62,7 +62,7 @@ TEST(ChallengesTest, OfNtlmAndNegotiateHaveATokenAndOthersHaveNot) {
       {L"Negotiate  a-._~+/Z09== ", {{kNegotiate, L"a-._~+/Z09==", L""}}},
       {L"Negotiate ab=, NTLM cd==", {{kNegotiate, L"ab=", L""}, {kNtlm, L"cd==", L""}}},
       {L"Negotiate ab=c", {{kNegotiate, L"", L""}}},
-      {L"Negotiate =", {{kNegotiate, L"", L""}}},
+      {L"Negotiate /=, =", {{kNegotiate, L"/=", L""}}},
       {L"Negotiate ab cd", {{kNegotiate, L"", L""}}},
       {L"Negotiate realm=\"a\"", {{kNegotiate, L"", L"a"}}},
       {L"Basic abcd==", {{kBasic, L"", L""}}},

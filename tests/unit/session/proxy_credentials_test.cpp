@@ -166,6 +166,7 @@ TEST_F(ProxyCredentialsTest, AreComparedAlsoIfAPasswordIsEmpty) {
 }
 
 TEST_F(ProxyCredentialsTest, AreNeverUsableAgainWhenMemoryRanOutAsTheyWereRefused) {
+  const Route third = {RouteKind::Http, L"third", 80};
   for (std::size_t nth = 1;; ++nth) {
     SCOPED_TRACE("allocation " + std::to_string(nth) + " fails");
     const Ref<ProxyCredentials> fresh = makeRef<ProxyCredentials>();
@@ -177,13 +178,13 @@ TEST_F(ProxyCredentialsTest, AreNeverUsableAgainWhenMemoryRanOutAsTheyWereRefuse
       const MemoryWatch::AllocationFailure failure(nth);
       fresh->refused(proxy, wrong);
       fresh->refused(other, wrong);
-      fresh->declined({RouteKind::Http, L"third", 80});
+      fresh->declined(third);
       happened = failure.happened();
     }
     EXPECT_FALSE(fresh->usable(proxy));
     EXPECT_FALSE(fresh->answered(proxy, wrong));
     EXPECT_FALSE(fresh->answered(other, wrong));
-    EXPECT_EQ(fresh->question({RouteKind::Http, L"third", 80}), Question::Declined);
+    EXPECT_EQ(fresh->question(third), Question::Declined);
     if (!happened) {
       EXPECT_GT(nth, 6U);
       return;
