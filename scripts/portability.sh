@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Compiles, for its errors only, what other compilers and standard libraries must take as well: all of it with iterators
-# that are classes, as Visual C++'s are, and kiv.hpp in C++17 and C++20, also as strictly as Visual C++ with /permissive-.
+# that are classes, as Visual C++'s are, and kiv.hpp and session.hpp in C++17 and C++20, also as strictly as Visual C++ with /permissive-.
 # What that compiler's own library says of it cannot be had here.
 . "$(dirname "$0")/lib.sh"
 scripts/setup.sh build
@@ -27,9 +27,9 @@ static_assert(std::is_class_v<std::string_view::iterator> && std::is_class_v<std
 END
 
 flags=(-std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic -Wshadow -Werror -DUNICODE -D_UNICODE -DWIN32_LEAN_AND_MEAN -DNOMINMAX
-  -D_WIN32_WINNT=0x0601 -DKIV_BUILDING '-DKIV_VERSION="0"' -Iinclude -Isrc -Itools -isystem "$work/class-iterators"
+  -D_WIN32_WINNT=0x0601 -DKIV_BUILDING '-DKIV_VERSION="0"' -Iinclude -Isrc -Isession -Itools -isystem "$work/class-iterators"
   -isystem build/windows-x64/headers)
-sources=$(find src tools examples "$work" -name '*.cpp' | LC_ALL=C sort)
+sources=$(find session src tools examples "$work" -name '*.cpp' | LC_ALL=C sort)
 failed=0
 
 # each FILES COMMAND...: the command with each of the files.
@@ -42,14 +42,14 @@ each() {
 each "$sources" x86_64-w64-mingw32-g++-posix "${flags[@]}"
 each "$sources" clang++ --target=x86_64-w64-mingw32 "${flags[@]}" -nostdinc++ -isystem "$posix" -isystem "$posix/x86_64-w64-mingw32"
 
-# A program over kiv.hpp that uses its templates.
-program=tests/package/consumer-cpp/main.cpp
+# Programs over kiv.hpp and session.hpp that use their templates.
+programs=$(printf '%s\n' tests/package/consumer-{cpp,session}/main.cpp)
 strict=(-fsyntax-only -Wall -Wextra -Wconversion -Wpedantic -Wshadow -Werror -Iinclude)
 for standard in c++17 c++20; do
-  each "$program" g++ "-std=$standard" "${strict[@]}"
-  each "$program" x86_64-w64-mingw32-g++-posix "-std=$standard" "${strict[@]}"
-  each "$program" clang++ "-std=$standard" "${strict[@]}"
-  each "$program" clang++ --target=x86_64-pc-windows-msvc -nostdinc++ -nostdlibinc -isystem "$win32" \
+  each "$programs" g++ "-std=$standard" "${strict[@]}"
+  each "$programs" x86_64-w64-mingw32-g++-posix "-std=$standard" "${strict[@]}"
+  each "$programs" clang++ "-std=$standard" "${strict[@]}"
+  each "$programs" clang++ --target=x86_64-pc-windows-msvc -nostdinc++ -nostdlibinc -isystem "$win32" \
     -isystem "$win32/x86_64-w64-mingw32" -isystem /usr/share/mingw-w64/include -fno-ms-compatibility \
     -fno-delayed-template-parsing -fexceptions -fcxx-exceptions "-std=$standard" "${strict[@]}"
 done

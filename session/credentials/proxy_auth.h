@@ -13,6 +13,7 @@
 #include "credentials/handshake.h"
 #include "credentials/proxy_credentials.h"
 #include "kiv/session.h"
+#include "loop/event_loop.h"
 #include "loop/lock.h"
 #include "loop/ref.h"
 #include "routes/route.h"
@@ -21,7 +22,7 @@
 namespace kiv::session {
 
 // What an authentication asks of the session. From any thread, without a lock held. Implemented by the session.
-class AuthSession : public RefCounted {
+class AuthSession : public Task {
  public:
   // Opens the question for this proxy unless it is open; KIV_STATUS_NOT_YET, or KIV_STATUS_UNSUPPORTED if nobody is
   // there to ask or may be asked again, or KIV_STATUS_CLOSED, KIV_STATUS_OUT_OF_MEMORY.

@@ -106,6 +106,7 @@ class EventLoop final : public RefCounted {
   [[nodiscard]] bool start(Job& job) noexcept;
   // Under the lock: from now on no deadline passes. Tasks still run, so that what was abandoned can end.
   void stop() noexcept;
+  const Identity& identity() const noexcept { return identity_; }
   // In a task: false if the session's user cannot be impersonated. Whatever would touch the system then fails with
   // ERROR_BAD_IMPERSONATION_LEVEL.
   bool worksAsItsUser() const noexcept { return worksAsItsUser_; }

@@ -29,6 +29,7 @@ struct HttpAnswer {
   DWORD error = 0;  // 0: there is a status
   DWORD status = 0;
   bool connected = false;           // a connection, to the proxy if there is one, was made
+  bool secure = false;              // over TLS, so that the status is the target's
   bool redirectsElsewhere = false;  // to another host
   std::uint32_t schemes = 0;        // a sum of KIV_SCHEME_ values that a 407 offers
   std::wstring realm;               // of the strongest of them

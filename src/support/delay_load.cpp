@@ -10,15 +10,30 @@
 
 namespace {
 
-// As the prompt fails, as the security packages do, of which nothing is called without credentials, and as all others
-// do.
+// As most fail; as those do for which zero is success; and as the security packages do, of which nothing is called
+// without credentials.
+INT_PTR WINAPI no() { return FALSE; }
 INT_PTR WINAPI notFound() { return ERROR_PROC_NOT_FOUND; }
 INT_PTR WINAPI noPackage() { return static_cast<INT_PTR>(SEC_E_SECPKG_NOT_FOUND); }
-INT_PTR WINAPI no() { return FALSE; }
 
-FARPROC inPlaceOf(const char* function) {
-  if (std::strcmp(function, "CredUIPromptForWindowsCredentialsW") == 0) return notFound;
-  return std::strcmp(function, "AcquireCredentialsHandleW") == 0 ? noPackage : no;
+struct Replacement {
+  const char* name;
+  FARPROC function;
+};
+constexpr Replacement kReplacements[] = {
+    {"AcquireCredentialsHandleW", noPackage},
+    {"CredUIPromptForWindowsCredentialsW", notFound},
+    {"GetAddrInfoW", notFound},
+    {"RegOpenCurrentUser", notFound},
+    {"RegOpenKeyExW", notFound},
+    {"WSAStartup", notFound},
+};
+
+FARPROC inPlaceOf(const char* name) {
+  for (const Replacement& replacement : kReplacements) {
+    if (std::strcmp(name, replacement.name) == 0) return replacement.function;
+  }
+  return no;
 }
 
 // Left to itself the helper would call LoadLibrary with the bare name, which searches the application's folder first

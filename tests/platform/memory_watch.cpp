@@ -220,6 +220,14 @@ std::size_t MemoryWatch::Scope::liveBlocks() const {
   return live;
 }
 
+std::size_t MemoryWatch::Scope::liveBytes() const {
+  Watch& state = watch();
+  const std::lock_guard lock(state.mutex);
+  std::size_t bytes = 0;
+  for (const auto& [address, block] : state.blocks) bytes += block.sequence >= first_ ? block.size : 0;
+  return bytes;
+}
+
 MemoryWatch::SecretGuard::SecretGuard(std::wstring_view secret) {
   if (secret.size() < 4) std::abort();
   Watch& state = watch();

@@ -25,6 +25,8 @@ class MemoryWatch {
 
     // Counts the blocks allocated since this scope began and not yet released.
     std::size_t liveBlocks() const;
+    // Counts the bytes of these.
+    std::size_t liveBytes() const;
 
    private:
     std::uint64_t first_;

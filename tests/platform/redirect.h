@@ -66,7 +66,6 @@ KIV_SIMULATED(WakeConditionVariable);
 KIV_SIMULATED(WakeAllConditionVariable);
 KIV_SIMULATED(TrySubmitThreadpoolCallback);
 KIV_SIMULATED(CallbackMayRunLong);
-KIV_SIMULATED(FreeLibraryWhenCallbackReturns);
 KIV_SIMULATED(CreateThreadpoolWork);
 KIV_SIMULATED(SubmitThreadpoolWork);
 KIV_SIMULATED(WaitForThreadpoolWorkCallbacks);
@@ -164,7 +163,6 @@ KIV_SIMULATED(QuerySecurityPackageInfoW);
 #define WakeAllConditionVariable Simulated_WakeAllConditionVariable
 #define TrySubmitThreadpoolCallback Simulated_TrySubmitThreadpoolCallback
 #define CallbackMayRunLong Simulated_CallbackMayRunLong
-#define FreeLibraryWhenCallbackReturns Simulated_FreeLibraryWhenCallbackReturns
 #define CreateThreadpoolWork Simulated_CreateThreadpoolWork
 #define SubmitThreadpoolWork Simulated_SubmitThreadpoolWork
 #define WaitForThreadpoolWorkCallbacks Simulated_WaitForThreadpoolWorkCallbacks

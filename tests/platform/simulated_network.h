@@ -18,7 +18,7 @@ namespace kiv::test {
 // What becomes of the lookup of a name. Literal addresses need none.
 struct NameAnswer {
   std::vector<std::string> addresses = {};  // in their usual form, "10.0.0.1" or "fd00::1"; handed out in this order
-  std::chrono::milliseconds after{0};       // how long the lookup takes; 24 hours: it never ends, and then fails
+  std::chrono::milliseconds after{0};       // how long it takes; kNever: until virtual time ends, then it fails
   int error = 0;                            // 0: the lookup succeeds
 };
 

@@ -5,7 +5,6 @@
 
 struct _TP_CALLBACK_INSTANCE {
   bool runsLong = false;
-  HMODULE module = nullptr;  // to be freed when the callback returned
 };
 
 namespace kiv::test {
@@ -40,7 +39,6 @@ void runOnPool(State& state, void* object, const std::string& name,
     callback(&instance);
   }
   running = {};
-  if (instance.module) FreeLibrary(instance.module);
   const std::lock_guard lock(state.mutex);
   checkThread(state, name);
 }
@@ -146,6 +144,7 @@ void State::runCallback(void* object, std::size_t cancelled, DWORD result) {
 }
 
 void State::signal(HANDLE event) {
+  if (resources.at(event).released) return;
   Event& signalled = events.at(event);
   signalled.signaled = true;
   for (void* wait : std::deque<void*>(armedWaits)) {
@@ -185,11 +184,6 @@ BOOL WINAPI CallbackMayRunLong(PTP_CALLBACK_INSTANCE instance) {
     return call.fail(ERROR_INVALID_PARAMETER, FALSE);
   }
   return call.fault() ? call.fail(*call.fault(), FALSE) : call.succeed(TRUE);
-}
-
-void WINAPI FreeLibraryWhenCallbackReturns(PTP_CALLBACK_INSTANCE instance, HMODULE module) {
-  const Entry call("FreeLibraryWhenCallbackReturns", Noise::Quiet);
-  instance->module = module;
 }
 
 PTP_WORK WINAPI CreateThreadpoolWork(PTP_WORK_CALLBACK callback, PVOID context, PTP_CALLBACK_ENVIRON) {

@@ -12,9 +12,6 @@ using Noise = Entry::Noise;
 using Stage = Socket::Stage;
 using std::chrono::milliseconds;
 
-// Of a lookup: longer than anybody waits.
-constexpr milliseconds kForever = std::chrono::hours(24);
-
 void* toHandle(SOCKET socket) { return reinterpret_cast<void*>(static_cast<std::uintptr_t>(socket)); }
 
 // A socket's error, in the place of its result.
@@ -193,13 +190,9 @@ int lookUp(Entry& call, const std::wstring& name, int flags, std::vector<std::st
   const NameAnswer* known = findName(call.windows().network, name);
   if (!known || flags & AI_NUMERICHOST) return WSAHOST_NOT_FOUND;
   const NameAnswer answer = *known;
-  if (answer.after > milliseconds(0)) {
-    call.lock().unlock();
-    call.state().sleepFor(answer.after);
-    call.lock().lock();
-  }
+  if (!call.spend(answer.after)) return WSATRY_AGAIN;
   addresses = answer.addresses;
-  return answer.after >= kForever ? WSATRY_AGAIN : answer.error;
+  return answer.error;
 }
 
 }  // namespace

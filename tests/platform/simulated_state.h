@@ -248,7 +248,7 @@ class Entry {
   const std::wstring& user() const { return state_.calls[index_].user; }
 
   // Blocks in virtual time, for ever if the duration is kNever; tells whether it came to the end of it.
-  bool spend(DWORD milliseconds);
+  bool spend(std::chrono::milliseconds duration);
 
  private:
   void recordFailure(DWORD code);

@@ -173,7 +173,7 @@ void SimulatedWindows::failCall(std::size_t index, DWORD code) {
 }
 
 bool SimulatedWindows::canFail(std::string_view name) {
-  constexpr std::array<std::string_view, 19> never = {"GetLastError",
+  constexpr std::array<std::string_view, 18> never = {"GetLastError",
                                                       "SetLastError",
                                                       "SetEvent",
                                                       "ResetEvent",
@@ -190,8 +190,7 @@ bool SimulatedWindows::canFail(std::string_view name) {
                                                       "WaitForThreadpoolWaitCallbacks",
                                                       "CloseThreadpoolWork",
                                                       "CloseThreadpoolTimer",
-                                                      "CloseThreadpoolWait",
-                                                      "FreeLibraryWhenCallbackReturns"};
+                                                      "CloseThreadpoolWait"};
   constexpr auto neverEither = std::to_array<std::string_view>(
       {"WSAGetLastError", "WSACleanup", "closesocket", "FreeAddrInfoW", "RegCloseKey", "FreeMibTable",
        "CancelMibChangeNotify2", "WinHttpUnregisterProxyChangeNotification", "PowerUnregisterSuspendResumeNotification",
@@ -499,10 +498,10 @@ Entry& Entry::handle(const wchar_t* label, const void* value) {
   return text(label, std::wstring_view(state_.nameOf(value)));
 }
 
-bool Entry::spend(DWORD milliseconds) {
+bool Entry::spend(std::chrono::milliseconds duration) {
   VirtualTime* time = state_.time;
-  if (milliseconds == 0 || !time) return true;
-  const auto limit = milliseconds == kNever ? std::nullopt : std::optional(std::chrono::milliseconds(milliseconds));
+  if (duration.count() == 0 || !time) return true;
+  const auto limit = duration < kNever ? std::optional(duration) : std::nullopt;
   return time->wait(
              lock_, name_ + " to return", [] { return false; }, limit) == Waited::TimedOut;
 }

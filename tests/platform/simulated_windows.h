@@ -32,8 +32,8 @@ struct Call {
 
 enum class Transcript { Significant, Everything };
 
-// A duration in milliseconds of virtual time that has no end.
-inline constexpr DWORD kNever = INFINITE;
+// A duration in virtual time that stands for one without an end.
+inline constexpr std::chrono::milliseconds kNever = std::chrono::hours(24);
 
 // What the user's Internet settings say. An absent text is handed out as a null pointer.
 struct UserSettings {
@@ -49,8 +49,8 @@ struct AutoProxyAnswer {
   DWORD error = 0;
   std::optional<std::wstring> proxy = std::nullopt;
   std::optional<std::wstring> bypass = std::nullopt;
-  bool failsWithoutCode = false;  // the call fails, but GetLastError then gives 0
-  DWORD takes = 0;                // milliseconds of virtual time; kNever: until that ends, then the call fails
+  bool failsWithoutCode = false;       // the call fails, but GetLastError then gives 0
+  std::chrono::milliseconds takes{0};  // in virtual time; kNever: until that ends, then the call fails
 };
 
 // The engine for local scripts in "jsproxy.dll".
@@ -62,8 +62,8 @@ struct ScriptEngine {
   BOOL getInfoResult = TRUE;
   std::optional<std::string> answer = std::nullopt;  // the bytes handed out, a terminator is added behind them
   std::optional<DWORD> reportedLength = std::nullopt;
-  bool reportsLength = true;  // if not, the length stays what the caller set it to
-  DWORD takes = 0;            // as above, for each answer
+  bool reportsLength = true;           // if not, the length stays what the caller set it to
+  std::chrono::milliseconds takes{0};  // as above, for each answer
 };
 
 struct AuthSchemes {
@@ -91,9 +91,9 @@ struct Exchange {
   std::optional<std::wstring> headers = std::nullopt;
   std::optional<Delivery> delivery = std::nullopt;
   std::optional<ErrorBy> errorBy = std::nullopt;
-  // In virtual time, in milliseconds, or kNever. The answer's begin when the request was sent.
-  DWORD connectMs = 0;
-  DWORD answerMs = 0;
+  // In virtual time. The time for the answer begins when the request was sent.
+  std::chrono::milliseconds connecting{0};
+  std::chrono::milliseconds answering{0};
   std::vector<std::pair<std::wstring, std::wstring>> fields = {};  // of the header, apart from `headers`
 };
 

@@ -69,16 +69,10 @@ void deliver(Entry& call, const Notification& notification, Delivery delivery, s
   if (early) state.changed.wait(call.lock(), [&] { return job->done; });
 }
 
-Milliseconds durationOf(DWORD milliseconds) { return milliseconds == kNever ? kEndless : Milliseconds(milliseconds); }
-
-Milliseconds sum(Milliseconds first, Milliseconds second) {
-  return first == kEndless || second == kEndless ? kEndless : first + second;
-}
-
 Milliseconds limitOf(const Internet& request, DWORD option, DWORD otherwise) {
   const auto found = request.options.find(option);
   const DWORD value = found == request.options.end() ? otherwise : found->second;
-  return value == 0 ? kEndless : durationOf(value);
+  return value == 0 || value == INFINITE ? kEndless : Milliseconds(value);
 }
 
 // The time-outs that count while the request is sent, and while the response is awaited, with the system's defaults.
@@ -120,10 +114,11 @@ std::vector<Notification> endOf(Internet& request) {
 void completeInTime(Entry& call, Internet& request, Notification end, Delivery delivery) {
   State& state = call.state();
   VirtualTime& time = state.needTime(call.name());
-  Milliseconds takes = durationOf(request.exchange.connectMs);
+  Milliseconds takes = request.exchange.connecting;
   Milliseconds limit = connectLimit(request);
   if (end.api == API_SEND_REQUEST) {
-    request.answered = sum(sum(time.now(), takes), durationOf(request.exchange.answerMs));
+    const bool isAnswered = takes < kNever && request.exchange.answering < kNever;
+    request.answered = isAnswered ? time.now() + takes + request.exchange.answering : kEndless;
   } else {
     takes = request.answered == kEndless ? kEndless : std::max(request.answered - time.now(), Milliseconds(0));
     limit = answerLimit(request);
@@ -135,7 +130,7 @@ void completeInTime(Entry& call, Internet& request, Notification end, Delivery d
   }
   request.underWay = end;
   const std::size_t operation = ++request.operation;
-  if (takes == kEndless) return;
+  if (takes >= kNever) return;
   if (takes.count() == 0) return handOut(call, request, endOf(request), delivery);
   time.at(takes, [&state, &request, operation] {
     if (request.operation != operation) return;
@@ -156,7 +151,8 @@ void closeInTime(Entry& call, HINTERNET handle, Internet& internet) {
   }
   internet.underWay->asItIs = true;
   VirtualTime& time = state.needTime(call.name());
-  const Milliseconds due = std::min(internet.answered, sum(time.now(), answerLimit(internet)));
+  const Milliseconds limit = answerLimit(internet);
+  const Milliseconds due = std::min(internet.answered, limit == kEndless ? kEndless : time.now() + limit);
   if (due == kEndless) return;
   time.at(due - time.now(), [&state, &internet, closing] {
     state.queue(*std::exchange(internet.underWay, std::nullopt));

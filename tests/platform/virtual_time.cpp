@@ -57,7 +57,8 @@ thread_local VirtualTime::Participant* current = nullptr;
 VirtualTime::VirtualTime(SimulatedWindows& windows, Mode mode, Milliseconds start)
     : windows_(windows), mode_(mode), now_(start) {
   const MemoryWatch::Pause pause;
-  test_ = running_ = current = &addThread("the test");
+  test_ = running_ = &addThread("the test");
+  outer_ = std::exchange(current, test_);
   test_->finished = true;
   if (!isDeterministic()) timekeeper_ = std::thread([this] { keepTime(); });
   windows_.state().time = this;
@@ -71,7 +72,7 @@ VirtualTime::~VirtualTime() {
   }
   if (timekeeper_.joinable()) timekeeper_.join();
   windows_.state().time = nullptr;
-  current = nullptr;
+  current = outer_;
 }
 
 // Lets everything run to its end, then the threads themselves.

@@ -118,6 +118,7 @@ class VirtualTime {
   std::deque<Runnable> ready_;
   std::vector<Participant*> idle_;  // workers
   Participant* test_ = nullptr;
+  Participant* outer_ = nullptr;  // what the test's thread is in the virtual time around this one
   Participant* running_ = nullptr;
   std::optional<Milliseconds> advancingTo_;  // by the test's thread, which waits for that
   Milliseconds horizon_{};                   // until then the test's thread waits for something to happen

@@ -176,6 +176,10 @@ class WineUser:
         self._written = settings
         self._settings_known = True
 
+    def forget_settings(self) -> None:
+        """Somebody else has written the user's settings."""
+        self._settings_known = False
+
     def file(self, name: str) -> Path:
         """The file that the user knows as C:/e2e/NAME."""
         return self.prefix / "drive_c" / "e2e" / name

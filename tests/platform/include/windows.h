@@ -173,7 +173,6 @@ void WINAPI WakeConditionVariable(PCONDITION_VARIABLE variable);
 void WINAPI WakeAllConditionVariable(PCONDITION_VARIABLE variable);
 BOOL WINAPI TrySubmitThreadpoolCallback(PTP_SIMPLE_CALLBACK callback, PVOID context, PTP_CALLBACK_ENVIRON environment);
 BOOL WINAPI CallbackMayRunLong(PTP_CALLBACK_INSTANCE instance);
-void WINAPI FreeLibraryWhenCallbackReturns(PTP_CALLBACK_INSTANCE instance, HMODULE module);
 PTP_WORK WINAPI CreateThreadpoolWork(PTP_WORK_CALLBACK callback, PVOID context, PTP_CALLBACK_ENVIRON environment);
 void WINAPI SubmitThreadpoolWork(PTP_WORK work);
 void WINAPI WaitForThreadpoolWorkCallbacks(PTP_WORK work, BOOL cancelPending);
