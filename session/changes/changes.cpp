@@ -10,6 +10,7 @@
 #include "changes/registry_watch.h"
 #include "changes/snapshots.h"
 #include "changes/system_notifications.h"
+#include "support/border.h"
 
 namespace kiv::session {
 namespace {
@@ -25,40 +26,6 @@ constexpr std::array<RegistryPlace, 3> kPlaces{{
 }};
 #undef KIV_INTERNET_SETTINGS
 
-// Registers for the system's notifications, which loads libraries and so must not happen under the loop's lock.
-class Registering final : public Job {
- public:
-  Registering(Comparison<Addresses>& addresses, void* settingsContext, void* addressesContext, void* resumeContext)
-      : addresses_(&addresses),
-        settingsContext_(settingsContext),
-        addressesContext_(addressesContext),
-        resumeContext_(resumeContext) {}
-
-  // Ends the notifications; if the job is still at work, when it is done.
-  void stop() noexcept {
-    stopped_ = true;
-    if (finished_) notifications_.reset();
-  }
-
- private:
-  ~Registering() override = default;
-
-  void work() noexcept override { notifications_.emplace(settingsContext_, addressesContext_, resumeContext_); }
-  void run() noexcept override {
-    finished_ = true;
-    if (stopped_) return notifications_.reset();
-    addresses_->read();
-  }
-
-  Ref<Comparison<Addresses>> addresses_;
-  void* settingsContext_;
-  void* addressesContext_;
-  void* resumeContext_;
-  std::optional<SystemNotifications> notifications_;
-  bool finished_ = false;
-  bool stopped_ = false;
-};
-
 class Watcher final : public Changes, public ChangeSink {
  public:
   Watcher(EventLoop& loop, ChangesListener& listener)
@@ -70,8 +37,7 @@ class Watcher final : public Changes, public ChangeSink {
         notices_{makeRef<Notice>(loop, *this, ChangeSource::Settings),
                  makeRef<Notice>(loop, *this, ChangeSource::Addresses),
                  makeRef<Notice>(loop, *this, ChangeSource::Resume)},
-        registering_(
-            makeRef<Registering>(*addresses_, notices_[0]->context(), notices_[1]->context(), notices_[2]->context())) {
+        beginning_(makeRef<Beginning>(*this)) {
     std::ranges::transform(kPlaces, keys_.begin(),
                            [&](const RegistryPlace& place) { return RegistryWatch::create(loop, place, *this); });
   }
@@ -85,30 +51,71 @@ class Watcher final : public Changes, public ChangeSink {
     for (const Ref<RegistryWatch>& key : keys_) {
       if (key) key->stop();
     }
-    registering_->stop();
+    beginning_->stop();
   }
 
  private:
   ~Watcher() override = default;
 
-  // Once, first of all: the keys are those of the session's user. What is heard of before the snapshots are there
-  // counts.
+  // Reads first, then registers for notifications, then reads again: so no change is lost that comes after the first
+  // reading. Loads libraries, which must not happen under the loop's lock.
+  class Beginning final : public Job {
+   public:
+    explicit Beginning(Watcher& watcher)
+        : watcher_(watcher),
+          contexts_{watcher.notices_[0]->context(), watcher.notices_[1]->context(), watcher.notices_[2]->context()} {}
+
+    // Ends the notifications; if the job is still at work, when it is done.
+    void stop() noexcept {
+      stopped_ = true;
+      if (finished_) notifications_.reset();
+    }
+
+   private:
+    ~Beginning() override = default;
+
+    void work() noexcept override {
+      support::guarded([this] {
+        settings_ = ProxySettings::read();
+        addresses_ = Addresses::read();
+      });
+      notifications_.emplace(contexts_[0], contexts_[1], contexts_[2]);
+    }
+    void run() noexcept override {
+      finished_ = true;
+      if (stopped_) return notifications_.reset();
+      watcher_.begin(std::move(settings_), std::move(addresses_));
+    }
+
+    Watcher& watcher_;  // unless it was stopped
+    std::array<void*, 3> contexts_;
+    std::optional<ProxySettings> settings_;
+    std::optional<Addresses> addresses_;
+    std::optional<SystemNotifications> notifications_;
+    bool finished_ = false;
+    bool stopped_ = false;
+  };
+
+  // Once, first of all. Without a thread for it nothing is noticed.
   void run() noexcept override {
-    if (stopped_) return;
+    if (!stopped_) static_cast<void>(loop_.start(*beginning_));
+  }
+
+  void begin(std::optional<ProxySettings> settings, std::optional<Addresses> addresses) noexcept {
+    begun_ = true;
     for (const Ref<RegistryWatch>& key : keys_) {
       if (key) key->start();
     }
-    settings_->read();
-    static_cast<void>(loop_.start(*registering_));  // without a thread for it, the settings are all that is watched
+    settings_->beginWith(std::move(settings));
+    addresses_->beginWith(std::move(addresses));
   }
 
   void heardOf(ChangeSource source) noexcept override {
+    if (!begun_) return;  // what has changed is read then
     switch (source) {
       case ChangeSource::Settings:
-        settings_->suspect();
         return settings_->read();
       case ChangeSource::Addresses:
-        addresses_->suspect();
         return awaitQuiet();
       case ChangeSource::Resume:
         settings_->renew();
@@ -135,8 +142,9 @@ class Watcher final : public Changes, public ChangeSink {
   Ref<Comparison<ProxySettings>> settings_;
   Ref<Comparison<Addresses>> addresses_;
   std::array<Ref<Notice>, 3> notices_;
-  Ref<Registering> registering_;
+  Ref<Beginning> beginning_;
   std::array<Ref<RegistryWatch>, kPlaces.size()> keys_;
+  bool begun_ = false;
   bool stopped_ = false;
 };
 

@@ -6,6 +6,7 @@
 
 #include "changes/change_source.h"
 #include "loop/event_loop.h"
+#include "support/border.h"
 
 namespace kiv::session {
 
@@ -15,20 +16,20 @@ class Comparison final : public Job {
  public:
   Comparison(EventLoop& loop, ChangeSink& sink) noexcept : loop_(loop), sink_(&sink) {}
 
-  // The system said that something may be different. Before the first snapshot is there, that is taken for a
-  // difference: nobody knows what was the case before.
-  void suspect() noexcept { unseen_ = unseen_ || !last_; }
+  // What was read before the system was asked to tell of changes; nothing if it could not be.
+  void beginWith(std::optional<Snapshot> first) noexcept {
+    last_ = std::move(first);
+    read();
+  }
   // Reads, and tells the sink of a difference. While a reading is going on, another follows.
   void read() noexcept {
     again_ = reading_;
     if (reading_) return;
-    differs_ = std::exchange(unseen_, false);
     reading_ = loop_.start(*this);
   }
   // Reads, and compares with nothing: what the next readings find is compared with it.
   void renew() noexcept {
     last_.reset();
-    unseen_ = false;
     read();
   }
   // The sink hears nothing any more.
@@ -38,21 +39,14 @@ class Comparison final : public Job {
   ~Comparison() override = default;
 
   void work() noexcept override {
-    try {
-      found_ = Snapshot::read();
-    } catch (...) {  // without memory nothing is noticed
-      found_.reset();
-    }
+    support::guarded([this] { found_ = Snapshot::read(); });  // without memory nothing is noticed
   }
 
   void run() noexcept override {
     if (!sink_) return;
     reading_ = false;
-    bool differs = std::exchange(differs_, false);
-    if (found_) {
-      differs = differs || (last_ && *last_ != *found_);
-      last_ = std::exchange(found_, std::nullopt);
-    }
+    const bool differs = found_ && last_ && *last_ != *found_;
+    if (found_) last_ = std::exchange(found_, std::nullopt);
     if (again_) read();
     if (differs) sink_->foundDifference();
   }
@@ -63,8 +57,6 @@ class Comparison final : public Job {
   std::optional<Snapshot> found_;  // the job's while it works
   bool reading_ = false;
   bool again_ = false;
-  bool unseen_ = false;
-  bool differs_ = false;
 };
 
 }  // namespace kiv::session

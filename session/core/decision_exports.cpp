@@ -36,9 +36,7 @@ const wchar_t* KivDecision_ProxyUrl(const KivDecision* decision) {
   return decision ? toObject(decision)->proxyUrl() : L"";
 }
 
-uint32_t KivDecision_AuthScheme(const KivDecision* decision) {
-  return decision ? toObject(decision)->authScheme() : 0;
-}
+uint32_t KivDecision_AuthScheme(const KivDecision* decision) { return decision ? toObject(decision)->authScheme() : 0; }
 
 uint64_t KivDecision_Age(const KivDecision* decision) {
   return decision ? kiv::session::EventLoop::now() - toObject(decision)->madeAt() : 0;
@@ -77,7 +75,9 @@ KivStatus KivAuth_Create(KivSession* session, KivDecision* decision, KivAuth** a
   Session& given = *toObject(session);
   if (given.isClosed()) return KIV_STATUS_CLOSED;
   return statusOf([&] {
-    *auth = toHandle<KivAuth>(makeRef<ProxyAuth>(Ref<AuthSession>(&given), toObject(decision)->route()).detach());
+    *auth = toHandle<KivAuth>(
+        makeRef<ProxyAuth>(Ref<AuthSession>(&given), toObject(decision)->route(), toObject(decision)->authScheme())
+            .detach());
     return KIV_STATUS_OK;
   });
 }

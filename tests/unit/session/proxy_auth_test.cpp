@@ -185,7 +185,6 @@ TEST_F(ProxyAuthTest, PicksTheStrongestSchemeThatIsAllowedAndThere) {
     std::vector<std::wstring> present;
     std::wstring scheme;
   };
-  const std::wstring both = L"x";
   for (const Case& c : {Case{L"Basic realm=\"x\"\nNTLM\nNegotiate", kAllSchemes, {L"NTLM", L"Negotiate"}, L"Negotiate"},
                         Case{L"Basic realm=\"x\", NTLM", kAllSchemes, {L"NTLM", L"Negotiate"}, L"NTLM"},
                         Case{L"Negotiate, NTLM", KIV_SCHEME_NTLM, {L"NTLM", L"Negotiate"}, L"NTLM"},
@@ -243,7 +242,7 @@ TEST_F(ProxyAuthTest, DoesNotTakeAHandshakeThatNeverBeganForARefusal) {
 
 TEST_F(ProxyAuthTest, GoesOnWithAWeakerSchemeWhenATokenCannotBeRead) {
   give(L"user");
-  for (const wchar_t* token : {L"NTLM ====", L"NTLM abc", L"NTLM YWJj"}) {
+  for (const wchar_t* token : {L"NTLM a=", L"NTLM abc", L"NTLM YWJj"}) {
     const Ref<ProxyAuth> one = another();
     EXPECT_EQ(next(*one, L"NTLM").status, KIV_STATUS_AGAIN);
     EXPECT_EQ(next(*one, token), (Step{static_cast<KivStatus>(SEC_E_INVALID_TOKEN), L"null"}));
@@ -348,7 +347,7 @@ TEST_F(ProxyAuthTest, DoesNothingForAClosedSessionOrForBadArguments) {
 TEST_F(ProxyAuthTest, WipesPasswordsAndHeaders) {
   give(L"user");
   const ExpectSecretWiped password(kPassword);
-  const ExpectSecretWiped header(base64("user:open-sesame-in-a-block-of-its-own"));
+  const ExpectSecretWiped header(L"dXNlcjpvcGVuLXNlc2FtZS1pbi1hLWJsb2NrLW9mLWl0cy1vd24=");
   {
     const MemoryWatch::Pause pause;
     const wchar_t* sent = nullptr;
