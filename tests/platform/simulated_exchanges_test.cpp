@@ -42,11 +42,14 @@ class Request {
   BOOL set(DWORD option, DWORD value) { return set(handle_, option, value); }
   void send() { EXPECT_TRUE(WinHttpSendRequest(handle_, nullptr, 0, nullptr, 0, 0, 0)); }
   void close() {
+    AcquireSRWLockExclusive(&lock_);
     if (handle_) WinHttpCloseHandle(std::exchange(handle_, nullptr));
+    ReleaseSRWLockExclusive(&lock_);
   }
   HINTERNET handle() const { return handle_; }
 
   Lines notes;
+  HANDLE closed = nullptr;  // if set, an event for that
 
  private:
   static void CALLBACK onStatus(HINTERNET handle, DWORD_PTR context, DWORD status, LPVOID information, DWORD) {
@@ -61,12 +64,17 @@ class Request {
       what = std::to_string(result.dwError) + " of " + std::to_string(result.dwResult);
     }
     self.notes.push_back(what + " " + std::to_string(GetTickCount64() - 3600000));
-    if (what == "sent" && self.handle_) WinHttpReceiveResponse(handle, nullptr);
+    if (what == "closed" && self.closed) SetEvent(self.closed);
+    if (what != "sent") return;
+    AcquireSRWLockExclusive(&self.lock_);
+    if (self.handle_) WinHttpReceiveResponse(handle, nullptr);
+    ReleaseSRWLockExclusive(&self.lock_);
   }
 
   HINTERNET session_ = nullptr;
   HINTERNET connection_ = nullptr;
   HINTERNET handle_ = nullptr;
+  SRWLOCK lock_ = SRWLOCK_INIT;  // so that nothing is received on a handle that is being closed
 };
 
 class TimedExchanges : public PlatformTest {
@@ -214,6 +222,26 @@ TEST(TimedExchange, ClosesAtTheEndOfTimeIfItWouldNeverHave) {
   }
   EXPECT_EQ(request->notes.back().substr(0, 6), "closed");
   request.reset();
+  EXPECT_EQ(windows.complaints(), Lines{});
+}
+
+TEST(FreeExchanges, AreAnsweredOrCancelledAtOnce) {
+  SimulatedWindows windows;
+  windows.http.otherwise = {.connecting = 30ms, .answering = 30ms};
+  HANDLE closed = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+  {
+    VirtualTime time(windows, VirtualTime::Mode::Free);
+    for (int repeat = 0; repeat < 20; ++repeat) {
+      Request request;
+      request.closed = closed;
+      request.send();
+      if (repeat % 2 == 0) time.advance(50ms);
+      request.close();
+      EXPECT_EQ(WaitForSingleObject(closed, INFINITE), DWORD{WAIT_OBJECT_0});
+      EXPECT_EQ(request.notes.back().substr(0, 6), "closed");
+    }
+  }
+  CloseHandle(closed);
   EXPECT_EQ(windows.complaints(), Lines{});
 }
 

@@ -9,7 +9,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using Lines = std::vector<std::string>;
-using testing::Contains;
 using testing::HasSubstr;
 
 FILETIME in(std::chrono::milliseconds delay) {
@@ -195,16 +194,25 @@ TEST_F(Pool, ComplainsAboutAnEventThatIsClosedUnderAWait) {
   expectComplaint("event 1 was released while wait 1 waited for it");
 }
 
-TEST_F(Pool, ComplainsAboutACallbackThatLeavesAnIdentityOrALockBehind) {
-  SRWLOCK lock = SRWLOCK_INIT;
+TEST_F(Pool, ComplainsAboutACallbackThatReturnsWhileItImpersonates) {
+  PTP_WORK work = createWork();
   callbacks.body = [&] { windows.impersonate(L"alice"); };
+  SubmitThreadpoolWork(work);
+  time.settle();
+  callbacks.body = [&] { SetLastError(0); };
+  SubmitThreadpoolWork(work);
+  time.settle();
+  EXPECT_EQ(windows.calls(Transcript::Everything).back().user, L"");
+  CloseThreadpoolWork(work);
+  expectComplaint("the callback of work 1 returned while it impersonated");
+}
+
+TEST_F(Pool, ComplainsAboutACallbackThatReturnsWithALock) {
+  SRWLOCK lock = SRWLOCK_INIT;
+  callbacks.body = [&] { AcquireSRWLockExclusive(&lock); };
   TrySubmitThreadpoolCallback(&Callbacks::simple, &callbacks, nullptr);
   time.settle();
-  callbacks.body = [&] { EXPECT_EQ(windows.calls(Transcript::Everything).back().user, L""); };
-  TrySubmitThreadpoolCallback(&Callbacks::simple, &callbacks, nullptr);
-  time.settle();
-  expectComplaint("returned while it impersonated");
-  static_cast<void>(lock);
+  expectComplaint("returned with an SRW lock");
 }
 
 TEST_F(Pool, HoldsALockAcrossABlockingCall) {
@@ -301,50 +309,51 @@ TEST(SlimLocks, WorkWithoutVirtualTime) {
   EXPECT_EQ(value, 1);
 }
 
+// What callbacks that run at once count up together.
+struct Counter {
+  SRWLOCK lock = SRWLOCK_INIT;
+  CONDITION_VARIABLE changed = CONDITION_VARIABLE_INIT;
+  int count = 0;
+
+  static void add(PVOID context) {
+    auto& self = *static_cast<Counter*>(context);
+    AcquireSRWLockExclusive(&self.lock);
+    ++self.count;
+    ReleaseSRWLockExclusive(&self.lock);
+    WakeAllConditionVariable(&self.changed);
+  }
+  void awaitCount(int expected) {
+    AcquireSRWLockExclusive(&lock);
+    while (count < expected) SleepConditionVariableSRW(&changed, &lock, INFINITE, 0);
+    ReleaseSRWLockExclusive(&lock);
+  }
+  static void CALLBACK work(PTP_CALLBACK_INSTANCE, PVOID context, PTP_WORK) { add(context); }
+  static void CALLBACK timer(PTP_CALLBACK_INSTANCE, PVOID context, PTP_TIMER) { add(context); }
+  static void CALLBACK wait(PTP_CALLBACK_INSTANCE, PVOID context, PTP_WAIT, TP_WAIT_RESULT) { add(context); }
+};
+
 TEST(FreePool, RunsWorkTimersAndWaitsAtOnce) {
   SimulatedWindows windows;
-  {
-    VirtualTime time(windows, VirtualTime::Mode::Free);
-    SRWLOCK lock = SRWLOCK_INIT;
-    CONDITION_VARIABLE variable = CONDITION_VARIABLE_INIT;
-    int count = 0;
-    Callbacks callbacks;
-    struct Shared {
-      SRWLOCK& lock;
-      CONDITION_VARIABLE& variable;
-      int& count;
-    } shared{lock, variable, count};
-    const auto tell = [](PVOID context) {
-      auto& told = *static_cast<Shared*>(context);
-      AcquireSRWLockExclusive(&told.lock);
-      ++told.count;
-      ReleaseSRWLockExclusive(&told.lock);
-      WakeAllConditionVariable(&told.variable);
-    };
-    static const auto teller = tell;
-    PTP_WORK work =
-        CreateThreadpoolWork([](PTP_CALLBACK_INSTANCE, PVOID context, PTP_WORK) { teller(context); }, &shared, nullptr);
-    PTP_TIMER timer = CreateThreadpoolTimer([](PTP_CALLBACK_INSTANCE, PVOID context, PTP_TIMER) { teller(context); },
-                                            &shared, nullptr);
-    PTP_WAIT wait = CreateThreadpoolWait(
-        [](PTP_CALLBACK_INSTANCE, PVOID context, PTP_WAIT, TP_WAIT_RESULT) { teller(context); }, &shared, nullptr);
-    HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    SetThreadpoolWait(wait, event, nullptr);
-    FILETIME due = in(10ms);
-    SetThreadpoolTimer(timer, &due, 0, 0);
-    for (int repeat = 0; repeat < 10; ++repeat) SubmitThreadpoolWork(work);
-    SetEvent(event);
-    AcquireSRWLockExclusive(&lock);
-    while (count < 12) SleepConditionVariableSRW(&variable, &lock, INFINITE, 0);
-    ReleaseSRWLockExclusive(&lock);
-    WaitForThreadpoolWorkCallbacks(work, FALSE);
-    WaitForThreadpoolTimerCallbacks(timer, TRUE);
-    WaitForThreadpoolWaitCallbacks(wait, TRUE);
-    CloseThreadpoolWork(work);
-    CloseThreadpoolTimer(timer);
-    CloseThreadpoolWait(wait);
-    CloseHandle(event);
-  }
+  VirtualTime time(windows, VirtualTime::Mode::Free);
+  Counter counter;
+  PTP_WORK work = CreateThreadpoolWork(&Counter::work, &counter, nullptr);
+  PTP_TIMER timer = CreateThreadpoolTimer(&Counter::timer, &counter, nullptr);
+  PTP_WAIT wait = CreateThreadpoolWait(&Counter::wait, &counter, nullptr);
+  HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+  SetThreadpoolWait(wait, event, nullptr);
+  FILETIME due = in(10ms);
+  SetThreadpoolTimer(timer, &due, 0, 0);
+  for (int repeat = 0; repeat < 10; ++repeat) SubmitThreadpoolWork(work);
+  SetEvent(event);
+  counter.awaitCount(12);
+  WaitForThreadpoolWorkCallbacks(work, FALSE);
+  WaitForThreadpoolTimerCallbacks(timer, TRUE);
+  WaitForThreadpoolWaitCallbacks(wait, TRUE);
+  EXPECT_EQ(counter.count, 12);
+  CloseThreadpoolWork(work);
+  CloseThreadpoolTimer(timer);
+  CloseThreadpoolWait(wait);
+  CloseHandle(event);
   EXPECT_EQ(windows.complaints(), Lines{});
 }
 
