@@ -50,7 +50,7 @@ static const struct way {
   int stays;
 } ways[] = {
     {"parse", "kiv.dll", parse_proxy, 3000, 0},           {"throw", "kiv.dll", throw_within, 3000, 1},
-    {"request", "kiv.dll", request_nobody, 300, 1},       {"version", "kiv-session.dll", ask_version, 3000, 0},
+    {"request", "kiv.dll", request_nobody, 300, 1},       {"version", "kiv-session.dll", ask_version, 300, 0},
     {"session", "kiv-session.dll", have_session, 300, 1},
 };
 

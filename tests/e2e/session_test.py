@@ -119,7 +119,7 @@ def a_request_through_squid_asks_for_the_origin_alone(scene: Scene) -> None:
     with scene.client(via(squid)) as client:
         decided(client.ask("resolve", f"http://user:password@{target}/path?query", 0), kiv.PROXY, kiv.REACHED,
                 url_of(squid))
-    equal(wait_for(servers["squid"].accesses), [f"HEAD http://{target}/ 404"], "requests")
+    equal(wait_for(servers["squid"].accesses), [f"HEAD http://{target}/ 403"], "requests")
 
 
 def scripts_see_the_origin_alone(scene: Scene) -> None:
@@ -140,7 +140,7 @@ def what_the_bypass_list_names_is_reached_directly_and_not_tested(scene: Scene) 
     with Odd(plain_ok) as living, scene.client(via(living, bypass="*.inside.test")) as client:
         decided(client.ask("resolve", "http://wiki.inside.test/", 0), kiv.DIRECT, kiv.BYPASSED)
         decided(client.ask("resolve", "http://outside.test/", 0), kiv.PROXY, kiv.REACHED, url_of(living))
-        equal(living.lines, ["HEAD http://outside.test/ 200"], "requests")
+        equal(living.lines, ["HEAD http://outside.test:80/ 200"], "requests")
 
 
 def own_candidates_stand_around_the_settings(scene: Scene) -> None:
@@ -242,7 +242,7 @@ def a_hundred_callers_of_one_origin_share_one_resolution(scene: Scene) -> None:
         for tag in range(1, 101):
             decided(client.completed(tag), kiv.PROXY, kiv.REACHED, url_of(slow))
         equal(client.counter(kiv.RESOLUTIONS), 1, "resolutions")
-        equal(slow.lines, ["HEAD http://host.test/ 200"], "requests")
+        equal(slow.lines, ["HEAD http://host.test:80/ 200"], "requests")
 
 
 def deadlines_and_cancels_are_met_while_eight_threads_are_busy(scene: Scene) -> None:
