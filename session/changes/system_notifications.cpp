@@ -10,8 +10,9 @@ namespace {
 // As the documentation declares them: not every toolchain does.
 constexpr ULONGLONG kProxyChanges = 1;  // WINHTTP_PROXY_NOTIFY_CHANGE
 constexpr DWORD kByCallback = 2;        // DEVICE_NOTIFY_CALLBACK
-constexpr ULONG kResumed = 0x12;        // PBT_APMRESUMEAUTOMATIC
-constexpr ULONG kResumedByUser = 0x7;   // PBT_APMRESUMESUSPEND
+// PBT_APMRESUMEAUTOMATIC, which "is always sent when the system resumes" ("PBT_APMRESUMESUSPEND event"); the other
+// event only follows it if a user is there.
+constexpr ULONG kResumed = 0x12;
 using ProxyCallback = void(CALLBACK*)(ULONGLONG flags, void* context);
 using RegisterForProxy = DWORD(WINAPI*)(ULONGLONG flags, ProxyCallback callback, void* context, HANDLE* registration);
 using RegisterForResume = DWORD(WINAPI*)(DWORD flags, HANDLE recipient, HANDLE* registration);
@@ -23,7 +24,7 @@ VOID NETIOAPI_API_ onAddress(PVOID context, PMIB_UNICASTIPADDRESS_ROW /*row*/, M
 }
 
 ULONG CALLBACK onPower(PVOID context, ULONG type, PVOID /*setting*/) {
-  if (type == kResumed || type == kResumedByUser) Notice::post(context);
+  if (type == kResumed) Notice::post(context);
   return ERROR_SUCCESS;
 }
 

@@ -207,4 +207,10 @@ void Outbox::close() noexcept {
   while (const Ref<Event> event = owed.takeFirst()) call(*event);
 }
 
+void Outbox::clear() noexcept {
+  EventList dropped;
+  const LockGuard guard(lock_);
+  while (Ref<Event> event = events_.takeFirst()) dropped.append(std::move(event));
+}
+
 }  // namespace kiv::session

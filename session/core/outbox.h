@@ -59,6 +59,8 @@ class Outbox {
 
   // Ends all callbacks: waits for one that is running on another thread, then runs the `done` functions that are owed.
   void close() noexcept;
+  // Drops what nobody has read.
+  void clear() noexcept;
 
  private:
   static void CALLBACK onWork(PTP_CALLBACK_INSTANCE instance, PVOID self, PTP_WORK work);

@@ -75,6 +75,11 @@ class Session final : public AuthSession, private ChangesListener {
   void forgetCredentials() noexcept;
   std::uint64_t counter(std::uint32_t counter) noexcept;
   void close() noexcept;
+  // The handle was given up, and the last call has left: nobody reads events any more, and some of them own the session.
+  void releaseHandle() noexcept {
+    outbox_.clear();
+    release();
+  }
 
   // As AuthSession.
   KivStatus askFor(const Route& proxy, std::uint32_t scheme, std::wstring_view realm) noexcept override;

@@ -32,7 +32,7 @@ class Call {
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
   ~Call() {
-    if (session_.gate().leave(stripe_)) session_.release();
+    if (session_.gate().leave(stripe_)) session_.releaseHandle();
   }
 
   Session& session() noexcept { return session_; }
@@ -110,7 +110,7 @@ void KivSession_Close(KivSession* session) {
 void KivSession_Destruct(KivSession* session) {
   if (!session || kiv::session::processEnds()) return;
   toObject(session)->close();
-  if (toObject(session)->gate().giveUp()) toObject(session)->release();
+  if (toObject(session)->gate().giveUp()) toObject(session)->releaseHandle();
 }
 
 KivStatus KivSession_SetNumber(KivSession* session, uint32_t option, uint32_t value) {

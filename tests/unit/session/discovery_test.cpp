@@ -205,7 +205,7 @@ TEST_F(DiscoveryTest, HasNoBypassListOfOneThatIsTooLong) {
 
 TEST_F(DiscoveryTest, IsOverdueWithTheBypassListThatWasRead) {
   windows.user.bypass = L"*.local";
-  setScript({.proxy = L"a:1", .takes = 30'000});
+  setScript({.proxy = L"a:1", .takes = 30'000ms});
   const Discovered& found = run();
   EXPECT_TRUE(found.overdue);
   EXPECT_FALSE(found.failed);
@@ -217,14 +217,14 @@ TEST_F(DiscoveryTest, IsOverdueWithTheBypassListThatWasRead) {
 
 TEST_F(DiscoveryTest, AsksNothingMoreOnceItIsOverdue) {
   windows.user.autoDetect = true;
-  windows.autoDetection = {{.error = ERROR_WINHTTP_AUTODETECTION_FAILED, .takes = 30'000}};
+  windows.autoDetection = {{.error = ERROR_WINHTTP_AUTODETECTION_FAILED, .takes = 30'000ms}};
   setScript({.proxy = L"a:1"});
   EXPECT_TRUE(run().overdue);
   EXPECT_EQ(windows.count("WinHttpGetProxyForUrl"), 1U);
 }
 
 TEST_F(DiscoveryTest, RunsFourAtATimeAndTheOthersInTheirOrder) {
-  setScript({.proxy = L"a:1", .takes = 1'000});
+  setScript({.proxy = L"a:1", .takes = 1'000ms});
   for (int i = 0; i < 10; ++i) it.begin();
   it.time.advance(999ms);
   EXPECT_EQ(windows.count("WinHttpGetProxyForUrl"), 4U);
@@ -256,7 +256,7 @@ TEST_F(DiscoveryTest, TellsEveryListenerInTimeWhileFourHang) {
 TEST_F(DiscoveryTest, GivesOthersOneSecondWhileOneHangs) {
   setScript({});
   windows.decideConfig = [](const std::wstring& url) {
-    return AutoProxyAnswer{.proxy = L"a:1", .takes = url == L"http://slow:80/" ? 20'000U : 3'000U};
+    return AutoProxyAnswer{.proxy = L"a:1", .takes = url == L"http://slow:80/" ? 20s : 3s};
   };
   it.begin(L"http://slow/");
   it.time.advance(9s);
@@ -277,7 +277,7 @@ TEST_F(DiscoveryTest, RunsOneLocalScriptAtATime) {
   windows.user.autoConfigUrl = L"file://C:/p.pac";
   windows.autoConfig = {{.error = ERROR_WINHTTP_UNRECOGNIZED_SCHEME}};
   windows.scriptEngine.answer = "PROXY a:1";
-  windows.scriptEngine.takes = 1'000;
+  windows.scriptEngine.takes = 1'000ms;
   it.begin();
   it.begin();
   it.time.advance(10s);
@@ -286,7 +286,7 @@ TEST_F(DiscoveryTest, RunsOneLocalScriptAtATime) {
 }
 
 TEST_F(DiscoveryTest, TellsNothingOnceItIsAbandoned) {
-  setScript({.proxy = L"a:1", .takes = 1'000});
+  setScript({.proxy = L"a:1", .takes = 1'000ms});
   for (int i = 0; i < 5; ++i) it.begin();
   it.time.advance(500ms);
   {
@@ -301,7 +301,7 @@ TEST_F(DiscoveryTest, TellsNothingOnceItIsAbandoned) {
 }
 
 TEST_F(DiscoveryTest, MayHangLongerThanTheSession) {
-  setScript({.proxy = L"a:1", .takes = 30'000});
+  setScript({.proxy = L"a:1", .takes = 30'000ms});
   for (int i = 0; i < 5; ++i) it.begin();
   it.time.advance(1s);
   it.end();

@@ -197,7 +197,7 @@ TEST_F(HttpExchangeTest, SendsAgainAfterAnAnswerWithoutAStatus) {
 }
 
 TEST_F(HttpExchangeTest, EndsWhenItHasNotConnectedInTime) {
-  windows.http.respond({.connectMs = kNever});
+  windows.http.respond({.connecting = kNever});
   const HttpAnswer& answer = run(plan());
   EXPECT_EQ(answer.error, DWORD{ERROR_WINHTTP_TIMEOUT});
   EXPECT_FALSE(answer.connected);
@@ -205,7 +205,7 @@ TEST_F(HttpExchangeTest, EndsWhenItHasNotConnectedInTime) {
 }
 
 TEST_F(HttpExchangeTest, EndsWhenItWasNotAnsweredInTime) {
-  windows.http.respond({.connectMs = 1'000, .answerMs = kNever});
+  windows.http.respond({.connecting = 1'000ms, .answering = kNever});
   const HttpAnswer& answer = run(plan());
   EXPECT_EQ(answer.error, DWORD{ERROR_WINHTTP_TIMEOUT});
   EXPECT_TRUE(answer.connected);
@@ -214,7 +214,7 @@ TEST_F(HttpExchangeTest, EndsWhenItWasNotAnsweredInTime) {
 
 TEST_F(HttpExchangeTest, EndsInTimeAlsoIfClosingWaitsForTheServer) {
   windows.http.closingWaits = true;
-  windows.http.respond({.answerMs = 20'000});
+  windows.http.respond({.answering = 20'000ms});
   EXPECT_EQ(run(plan()).error, DWORD{ERROR_WINHTTP_TIMEOUT});
   EXPECT_EQ(it.told.at, 15'000U);
 }
@@ -223,7 +223,7 @@ TEST(HttpExchangeCases, TellsNothingOnceItIsStopped) {
   for (const bool closingWaits : {false, true}) {
     OwnWindows own;
     own.http.closingWaits = closingWaits;
-    own.http.respond({.answerMs = 2'000});
+    own.http.respond({.answering = 2'000ms});
     Exchanging exchanging(own);
     exchanging.start(plan());
     exchanging.time.advance(1s);

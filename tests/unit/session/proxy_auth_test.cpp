@@ -58,6 +58,9 @@ class FakeSession final : public AuthSession {
   KivStatus askStatus = KIV_STATUS_NOT_YET;
   std::vector<std::pair<std::uint32_t, std::wstring>> asked;
   std::vector<std::wstring> refused;
+
+ private:
+  void run() noexcept override {}
 };
 
 std::wstring base64(std::string_view bytes) {

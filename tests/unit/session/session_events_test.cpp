@@ -1,6 +1,7 @@
 // Whole sessions: events, callbacks, closing, and what is done with bad arguments.
 #include <atomic>
 
+#include "platform/simulated_state.h"
 #include "unit/session/support/session_test.h"
 
 namespace kiv::test {
