@@ -84,6 +84,29 @@ CASES = [
                              environment=typed(PROXY_USER, WRONG_PASSWORD)), (("squid_basic", f"HEAD {URL} 407"),)),
 ]
 
+# They run away from the bridge: Wine honours the proxy with which a session of WinHTTP is opened.
+ROOT = "http://localhost:{web}/"
+SESSION_CASES = [
+    Case("session_downloader", Scenario("session_downloader_direct", URL, "200 by DIRECT"), (("web", "GET /ok 200"),)),
+    Case("session_downloader", Scenario("session_downloader_through_a_proxy", f"{URL} {URL}",
+                                        f"200 by {proxied('squid')}\n200 by {proxied('squid')}", via("squid")),
+         (("squid", f"GET {URL} 200"),)),
+    Case("session_downloader", Scenario("session_downloader_with_the_proxys_password", f"--login{PROXY_LOGIN} {URL}",
+                                        f"200 by {proxied('squid_basic')}", via("squid_basic")),
+         (("squid_basic", f"GET {URL} 200"),)),
+    Case("session_downloader", Scenario("session_downloader_without_a_password", URL, "", via("squid_basic"),
+                                        exit_code=2), (UNTOUCHED,)),
+    Case("session_service", Scenario("session_service_through_a_proxy", URL, proxied("squid"), via("squid")),
+         (("squid", f"HEAD {ROOT} 403"),)),
+    Case("session_service", Scenario("session_service_asks_nobody", URL, WHATEVER, via("squid_basic"), exit_code=2),
+         (("squid_basic", f"HEAD {ROOT} 407"),)),
+    Case("session_dialog", Scenario("session_dialog_that_is_filled_in", URL + PROXY_LOGIN,
+                                    f"the loop went on while the dialog was open: yes\n{proxied('squid_basic')}",
+                                    via("squid_basic")), (("squid_basic", f"HEAD {ROOT} 403"),)),
+    Case("session_dialog", Scenario("session_dialog_that_nobody_needs", URL, proxied("squid"), via("squid")),
+         (("squid", f"HEAD {ROOT} 403"),)),
+]
+
 
 def not_asked(case: Case, bench: Bench, servers: dict[str, Server]) -> list[str]:
     """What servers should have been asked last and were not, once they had the time to log it."""
