@@ -141,6 +141,7 @@ void Resolution::filter() {
 
 void Resolution::filtered(const Filtering& filtering) noexcept {
   if (filtering_.get() != &filtering || phase_ != Phase::Filtering) return;
+  const Ref<Resolution> self(this);
   std::size_t index = 0;
   std::erase_if(candidates_, [&](const Candidate&) { return !filtering.allowed()[index++]; });
   filtering_ = {};

@@ -218,6 +218,16 @@ TEST_F(SessionCallbacksTest, LeavesOutWhatTheFilterRefuses) {
   EXPECT_EQ(sentThrough(L"first:1") + sentThrough(L"second:2"), 0U);
 }
 
+TEST_F(SessionCallbacksTest, TakesTheFirstCandidateThatTheFilterLeavesIfNothingIsToBeTested) {
+  useProxies(L"first:1;second:2");
+  set(KIV_OPTION_TEST, KIV_TEST_NONE);
+  KivSession_SetFilter(
+      session.get(), [](void*, const wchar_t* proxyUrl) { return std::wstring(proxyUrl) == L"http://second:2" ? 1 : 0; },
+      nullptr);
+  EXPECT_EQ(resolve(session, L"http://a.test/").route(), L"http://second:2");
+  EXPECT_EQ(resolve(session, L"http://b.test/").reason(), KIV_REASON_NOT_TESTED);
+}
+
 TEST_F(SessionCallbacksTest, HandsChallengesLogLinesAndChangesToTheirCallbacks) {
   struct Received {
     UniqueChallenge challenge;
