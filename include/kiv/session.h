@@ -376,7 +376,8 @@ KIV_API const wchar_t* KivDecision_Host(const KivDecision* decision);
 KIV_API uint32_t KivDecision_Port(const KivDecision* decision);
 /** @return `scheme://host:port`, without credentials; empty unless the kind is KIV_KIND_PROXY. */
 KIV_API const wchar_t* KivDecision_ProxyUrl(const KivDecision* decision);
-/** @return the KIV_SCHEME_ with which the proxy let the test request pass; 0 if it wanted none or was not asked. */
+/** @return the KIV_SCHEME_ with which the session's credentials let the test request pass, KIV_SCHEME_BASIC for a SOCKS
+ *          proxy; 0 if none were sent, also if the system sent the logged-on user's. */
 KIV_API uint32_t KivDecision_AuthScheme(const KivDecision* decision);
 /** @return how long ago the decision was made, in ms, counting time in which the computer slept. */
 KIV_API uint64_t KivDecision_Age(const KivDecision* decision);
@@ -389,7 +390,7 @@ typedef void (*KivCredentialSink)(void* context, const wchar_t* user, const wcha
 /**
  * Hands the session's credentials for the decision's proxy to `sink`, before it returns, and wipes them.
  * @return KIV_STATUS_OK; KIV_STATUS_NOT_YET if the session has none; KIV_STATUS_BAD_ARGUMENT; KIV_STATUS_CLOSED;
- *         KIV_STATUS_OUT_OF_MEMORY.
+ *         KIV_STATUS_OUT_OF_MEMORY; a system error if the password cannot be decrypted.
  */
 KIV_API KivStatus KivDecision_Credentials(const KivDecision* decision, void* context, KivCredentialSink sink);
 /** Adds an owner. @return `decision`. */
@@ -464,7 +465,8 @@ KIV_API void KivChallenge_Release(KivChallenge* challenge);
 /* ---- Authentication for other HTTP clients ----------------------------------------------------------------------- */
 
 /**
- * Begins the authentication of one connection to a decision's proxy, for clients that cannot do it themselves.
+ * Begins the authentication of one connection to a decision's proxy, for clients that cannot do it themselves. Connections
+ * that authenticate at the same time can each send credentials that are not proven yet; each sends them once.
  * @param auth receives the authentication, to be released.
  * @return KIV_STATUS_OK; KIV_STATUS_BAD_ARGUMENT, also for a decision that names no HTTP proxy; _CLOSED; _OUT_OF_MEMORY.
  */

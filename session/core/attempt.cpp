@@ -34,6 +34,12 @@ bool isGatewayFailure(DWORD status) {
   return std::ranges::find(kFailures, status) != kFailures.end();
 }
 
+// The failure is this machine's, and says nothing of the proxy.
+bool isLocal(DWORD error) {
+  constexpr std::array<DWORD, 3> kLocal = {ERROR_NOT_ENOUGH_MEMORY, ERROR_OUTOFMEMORY, ERROR_BAD_IMPERSONATION_LEVEL};
+  return std::ranges::find(kLocal, error) != kLocal.end();
+}
+
 // The server was reached; whether its certificate is good, and which one of the client's it gets, is the application's
 // to decide.
 bool isAboutCertificates(DWORD error) {
@@ -66,15 +72,25 @@ void Attempt::orFail(Body&& body) noexcept {
 
 void Attempt::begin() noexcept {
   orFail([this] {
-    if (connectsOnly(session_, route_) || isSocks(route_)) return connect();
+    if (connectsOnly(session_, route_)) return connect();
+    if (isSocks(route_)) return beginWithSocks();
     std::optional<ProvenCredentials> proven;
     if (!route_.isDirect()) {
       login_ = session_.findLogin(route_);
       if (login_) proven = login_->proven();
     }
-    if (proven) return send(std::move(proven->cred), proven->scheme);
-    send(std::nullopt, 0);
+    if (!proven) return send(std::nullopt, 0);
+    sentVersion_ = proven->version;
+    send(std::move(proven->cred), proven->scheme);
   });
+}
+
+// A SOCKS proxy says in the handshake whether it wants a user name and a password; nobody is asked for them.
+void Attempt::beginWithSocks() {
+  if (!session_.proxyCredentials().usable(route_)) return connect();
+  wantedScheme_ = KIV_SCHEME_BASIC;
+  login_ = session_.loginFor(route_);
+  enterLogin();
 }
 
 void Attempt::connect() {
@@ -86,7 +102,6 @@ void Attempt::connect() {
   if (isSocks(route_) && !connectsOnly(session_, route_)) {
     plan.socks = route_.kind;
     plan.target = origin_;
-    sent_ = session_.proxyCredentials().usable(route_);
     plan.cred = sent_;
   }
   session_.count(Counter::Connections);
@@ -122,17 +137,19 @@ void Attempt::exchangeEnded(HttpExchange& /*exchange*/, const HttpAnswer& answer
     return;
   }
   AttemptResult result = judge(answer);
-  if (sent_ && answer.error == ERROR_SUCCESS) {
-    login_->accepted(*this, sentScheme_);
-    result.authScheme = sentScheme_;
-  }
+  if (sent_ && (answer.error == ERROR_SUCCESS || result.outcome == Outcome::Passed)) accepted(result);
   end(result);
+}
+
+void Attempt::accepted(AttemptResult& result) noexcept {
+  login_->accepted(*this, sentScheme_, sentVersion_);
+  result.authScheme = sentScheme_;
 }
 
 AttemptResult Attempt::judge(const HttpAnswer& answer) const noexcept {
   if (answer.error != ERROR_SUCCESS) {
     if (origin_.isHttps() && isAboutCertificates(answer.error)) return {Outcome::Passed, KIV_REASON_REACHED};
-    const bool connected = connected_ || answer.connected || route_.isDirect();
+    const bool connected = connected_ || answer.connected || route_.isDirect() || isLocal(answer.error);
     return {connected ? Outcome::Failed : Outcome::NotConnected};
   }
   if (route_.isDirect()) return {Outcome::Passed, KIV_REASON_REACHED};
@@ -153,12 +170,19 @@ void Attempt::challenged(const HttpAnswer& answer) {
 
 void Attempt::enterLogin() {
   ProxyLogin::Entrance entrance = login_->enter(*this, wantedScheme_, realm_);
-  if (entrance.entry == ProxyLogin::Entry::Send) send(std::move(entrance.cred), wantedScheme_);
-  if (entrance.entry == ProxyLogin::Entry::Refused) end({Outcome::CredentialsWanted});
+  waits_ = entrance.entry == ProxyLogin::Entry::Wait;
+  if (waits_) return;
+  if (entrance.entry == ProxyLogin::Entry::Refused) return end({Outcome::CredentialsWanted});
+  sentVersion_ = entrance.version;
+  if (!isSocks(route_)) return send(std::move(entrance.cred), wantedScheme_);
+  sent_ = std::move(entrance.cred);
+  sentScheme_ = wantedScheme_;
+  connect();
 }
 
 void Attempt::loginChanged() noexcept {
-  orFail([this] { enterLogin(); });
+  waits_ = false;
+  orFail([this] { isSocks(route_) ? beginWithSocks() : enterLogin(); });
 }
 
 void Attempt::portAnswered(Connector& /*connector*/) noexcept {
@@ -169,13 +193,15 @@ void Attempt::portAnswered(Connector& /*connector*/) noexcept {
 void Attempt::connectorEnded(Connector& /*connector*/, DWORD error) noexcept {
   connector_ = {};
   if (error == ERROR_SUCCESS) {
-    return end({Outcome::Passed, connectsOnly(session_, route_) ? KIV_REASON_CONNECTED : KIV_REASON_REACHED});
+    AttemptResult result{Outcome::Passed, connectsOnly(session_, route_) ? KIV_REASON_CONNECTED : KIV_REASON_REACHED};
+    if (sent_) accepted(result);
+    return end(result);
   }
   if (error == ERROR_LOGON_FAILURE) {
-    if (sent_) session_.credentialsRefused(route_, *sent_);
+    if (sent_) login_->refused(*this, *sent_);
     return end({Outcome::CredentialsWanted});
   }
-  end({connected_ || route_.isDirect() ? Outcome::Failed : Outcome::NotConnected});
+  end({connected_ || route_.isDirect() || isLocal(error) ? Outcome::Failed : Outcome::NotConnected});
 }
 
 void Attempt::end(AttemptResult result) noexcept {

@@ -50,8 +50,8 @@ class Attempt final : private HttpListener, private ConnectorListener, private L
   ~Attempt();
 
   void begin() noexcept;
-  // The proxy whose 407 was met, if it is one.
-  ProxyLogin* login() const noexcept { return login_.get(); }
+  // Where it waits for other credentials, or for an answer; null if it does not.
+  ProxyLogin* waitsAt() const noexcept { return waits_ ? login_.get() : nullptr; }
 
   // Whether a connection is all that can be tested of a route. WinHTTP does not speak TLS to proxies, says its
   // documentation, so of those nothing more can be known.
@@ -64,10 +64,12 @@ class Attempt final : private HttpListener, private ConnectorListener, private L
   void connectorEnded(Connector& connector, DWORD error) noexcept override;
   void loginChanged() noexcept override;
 
+  void beginWithSocks();
   void connect();
   void send(std::optional<impl::Cred> cred, std::uint32_t scheme);
   void challenged(const HttpAnswer& answer);
   void enterLogin();
+  void accepted(AttemptResult& result) noexcept;
   AttemptResult judge(const HttpAnswer& answer) const noexcept;
   void end(AttemptResult result) noexcept;
   template <class Body>
@@ -83,6 +85,8 @@ class Attempt final : private HttpListener, private ConnectorListener, private L
   Ref<ProxyLogin> login_;
   std::optional<impl::Cred> sent_;
   std::uint32_t sentScheme_ = 0;
+  std::uint32_t sentVersion_ = 0;
+  bool waits_ = false;
   std::uint32_t wantedScheme_ = 0;
   std::wstring realm_;
 };

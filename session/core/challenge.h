@@ -25,6 +25,7 @@ class Challenge final : public RefCounted {
   const wchar_t* realm() const noexcept { return realm_.c_str(); }
   std::uint32_t attempt() const noexcept { return attempt_; }
   bool isWithdrawn() const noexcept { return state_.load() == State::Withdrawn; }
+  bool hasAnswer() const noexcept { return state_.load() == State::Answered; }
   bool isOpen() const noexcept { return state_.load() == State::Open; }
 
   // Throw std::bad_alloc and SystemError.

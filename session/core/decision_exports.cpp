@@ -1,5 +1,6 @@
 // The C functions of decisions, and of the authentication of connections to their proxies.
 #include "core/session.h"
+#include "credentials/handshake.h"
 #include "credentials/proxy_auth.h"
 #include "routes/decision.h"
 #include "support/border.h"
@@ -7,15 +8,9 @@
 
 using kiv::impl::Cred;
 using kiv::impl::SecureString;
-using kiv::session::AuthSession;
-using kiv::session::makeRef;
-using kiv::session::ProxyAuth;
+using kiv::session::clearPassword;
 using kiv::session::ProxyCredentials;
-using kiv::session::Ref;
-using kiv::session::RouteKind;
-using kiv::session::Session;
 using kiv::session::statusOf;
-using kiv::support::toHandle;
 using kiv::support::toObject;
 
 uint32_t KivDecision_Kind(const KivDecision* decision) {
@@ -51,10 +46,9 @@ KivStatus KivDecision_Credentials(const KivDecision* decision, void* context, Ki
     if (credentials.isClosed()) return KIV_STATUS_CLOSED;
     const std::optional<Cred> cred = credentials.usable(toObject(decision)->route());
     if (!cred) return KIV_STATUS_NOT_YET;
-    const SecureString password = cred->password();
+    const SecureString password = clearPassword(*cred);
     const wchar_t* const user = cred->username().c_str();
-    kiv::support::guarded(
-        [&] { kiv::support::callApplication(sink, context, user, password.c_str() ? password.c_str() : L""); });
+    kiv::support::guarded([&] { kiv::support::callApplication(sink, context, user, password.c_str()); });
     return KIV_STATUS_OK;
   });
 }
@@ -66,20 +60,6 @@ KivDecision* KivDecision_Retain(KivDecision* decision) {
 
 void KivDecision_Release(KivDecision* decision) {
   if (decision) toObject(decision)->release();
-}
-
-KivStatus KivAuth_Create(KivSession* session, KivDecision* decision, KivAuth** auth) {
-  if (auth) *auth = nullptr;
-  if (!session || !decision || !auth) return KIV_STATUS_BAD_ARGUMENT;
-  if (toObject(decision)->route().kind != RouteKind::Http) return KIV_STATUS_BAD_ARGUMENT;
-  Session& given = *toObject(session);
-  if (given.isClosed()) return KIV_STATUS_CLOSED;
-  return statusOf([&] {
-    *auth = toHandle<KivAuth>(
-        makeRef<ProxyAuth>(Ref<AuthSession>(&given), toObject(decision)->route(), toObject(decision)->authScheme())
-            .detach());
-    return KIV_STATUS_OK;
-  });
 }
 
 KivStatus KivAuth_Next(KivAuth* auth, const wchar_t* proxyAuthenticate, const wchar_t** proxyAuthorization) {

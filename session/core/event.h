@@ -32,7 +32,8 @@ class Event final : public RefCounted {
   explicit Event(EventContents contents) : contents_(std::move(contents)) {}
 
   const EventContents& contents() const noexcept { return contents_; }
-  // Before it is sent: the request that an event was made for has ended.
+  // Before it is sent: what an event was made for has come.
+  void ask(ChallengeHandle challenge) noexcept { contents_.challenge = std::move(challenge); }
   void complete(KivStatus status, Ref<Decision> decision) noexcept {
     contents_.status = status;
     contents_.decision = std::move(decision);

@@ -76,6 +76,10 @@ void Outbox::send(Ref<Event> event) noexcept {
     return;
   }
   if (contents.kind == KIV_EVENT_LOG) ++waitingLogLines_;
+  if (contents.kind == KIV_EVENT_CHANGED && std::exchange(changeWaits_, true)) {
+    dropped = std::move(event);
+    return;
+  }
   if (isForCallback(contents)) {
     forCallbacks_.append(std::move(event));
     schedule();
@@ -108,6 +112,7 @@ void CALLBACK Outbox::onWork(PTP_CALLBACK_INSTANCE instance, PVOID self, PTP_WOR
 void Outbox::runCallbacks() noexcept {
   {
     const LockGuard guard(lock_);
+    if (closed_) return;
     running_ = true;
     callbackThread_ = GetCurrentThreadId();
   }
@@ -134,9 +139,16 @@ void Outbox::runCallbacks() noexcept {
   }
 }
 
+// It does not wait any more.
+void Outbox::taken(const EventContents& event) noexcept {
+  if (event.kind == KIV_EVENT_COMPLETED) untold_.fetch_sub(1, std::memory_order_relaxed);
+  if (event.kind == KIV_EVENT_LOG) --waitingLogLines_;
+  if (event.kind == KIV_EVENT_CHANGED) changeWaits_ = false;
+}
+
 Ref<Event> Outbox::takeCallback() noexcept {
   Ref<Event> event = forCallbacks_.takeFirst();
-  if (event && event->contents().kind == KIV_EVENT_LOG) --waitingLogLines_;
+  if (event) taken(event->contents());
   return event;
 }
 
@@ -146,7 +158,6 @@ void Outbox::call(Event& event) noexcept {
   const EventContents& contents = event.contents();
   switch (contents.kind) {
     case KIV_EVENT_COMPLETED:
-      untold_.fetch_sub(1, std::memory_order_relaxed);
       callGuarded(contents.done, contents.tag, contents.status,
                   support::toHandle<KivDecision>(Ref<Decision>(contents.decision).detach()));
       break;
@@ -169,13 +180,18 @@ void Outbox::call(Event& event) noexcept {
   }
 }
 
+bool Outbox::noteReader() noexcept {
+  const LockGuard guard(lock_);
+  const bool wasHeard = hasReader_ || callbacks_.wake || callbacks_.credentials;
+  hasReader_ = true;
+  return !wasHeard;
+}
+
 KivStatus Outbox::next(std::uint32_t timeout, Ref<Event>& event) {
-  if (isInCallback()) return KIV_STATUS_REENTRANT;
   // Made beforehand, since nothing may fail once an event was taken.
   Ref<Event> closed = makeRef<Event>(EventContents{.kind = KIV_EVENT_CLOSED});
   const Time begun = EventLoop::now();
   const LockGuard guard(lock_);
-  hasReader_ = true;
   while (events_.empty()) {
     if (closed_) {
       event = std::move(closed);
@@ -186,8 +202,7 @@ KivStatus Outbox::next(std::uint32_t timeout, Ref<Event>& event) {
     arrived_.wait(lock_, timeout == KIV_NO_TIME_OUT ? INFINITE : static_cast<std::uint32_t>(timeout - passed));
   }
   event = events_.takeFirst();
-  if (event->contents().kind == KIV_EVENT_COMPLETED) untold_.fetch_sub(1, std::memory_order_relaxed);
-  if (event->contents().kind == KIV_EVENT_LOG) --waitingLogLines_;
+  taken(event->contents());
   return KIV_STATUS_OK;
 }
 
@@ -203,8 +218,16 @@ void Outbox::close() noexcept {
     }
     arrived_.wakeAll();
     while (running_ && !nested && !processEnds()) idle_.wait(lock_, INFINITE);
+    // Another thread that closes the session waits for what follows, too.
+    running_ = true;
+    callbackThread_ = GetCurrentThreadId();
   }
   while (const Ref<Event> event = owed.takeFirst()) call(*event);
+  if (nested) return;
+  const LockGuard guard(lock_);
+  running_ = false;
+  callbackThread_ = 0;
+  idle_.wakeAll();
 }
 
 void Outbox::clear() noexcept {

@@ -52,7 +52,9 @@ class Outbox {
   // Requests whose end was not told yet.
   std::atomic<std::uint32_t>& untold() noexcept { return untold_; }
 
-  // As KivSession_Next. Throws std::bad_alloc.
+  // Somebody reads events. True for the first time, if nobody could hear a question before.
+  bool noteReader() noexcept;
+  // As KivSession_Next, but inside a callback. Throws std::bad_alloc.
   KivStatus next(std::uint32_t timeout, Ref<Event>& event);
   // Whether the calling thread is inside one of this session's callbacks.
   bool isInCallback() const noexcept { return callbackThread_.load() == GetCurrentThreadId(); }
@@ -71,6 +73,7 @@ class Outbox {
   void call(Event& event) noexcept;
   void callWake() noexcept;
   Ref<Event> takeCallback() noexcept;
+  void taken(const EventContents& event) noexcept;
 
   RefCounted& owner_;
   PTP_WORK work_ = nullptr;
@@ -81,6 +84,7 @@ class Outbox {
   EventList events_;
   EventList forCallbacks_;
   std::uint32_t waitingLogLines_ = 0;
+  bool changeWaits_ = false;  // one event tells of several
   bool wakeOwed_ = false;
   bool scheduled_ = false;
   bool running_ = false;

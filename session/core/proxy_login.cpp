@@ -17,7 +17,7 @@ ProxyLogin::Entrance ProxyLogin::enter(LoginWaiter& attempt, std::uint32_t schem
   if (!senderIsOther && !hasOpenQuestion()) {
     if (std::optional<impl::Cred> cred = session_->proxyCredentials().usable(proxy_)) {
       if (provenScheme_ == 0) sender_ = &attempt;
-      return {Entry::Send, std::move(cred)};
+      return {Entry::Send, std::move(cred), version_};
     }
     if (!mayAsk()) return {};
   }
@@ -25,7 +25,7 @@ ProxyLogin::Entrance ProxyLogin::enter(LoginWaiter& attempt, std::uint32_t schem
   if (!senderIsOther && !hasOpenQuestion()) openQuestion(scheme, realm);
   visitors_ = 0;
   outlives_.clear();
-  return {Entry::Wait, std::nullopt};
+  return {Entry::Wait, std::nullopt, version_};
 }
 
 void ProxyLogin::leave(LoginWaiter& attempt) noexcept {
@@ -37,8 +37,8 @@ void ProxyLogin::leave(LoginWaiter& attempt) noexcept {
   limitQuestion();
 }
 
-void ProxyLogin::accepted(LoginWaiter& attempt, std::uint32_t scheme) noexcept {
-  provenScheme_ = scheme;
+void ProxyLogin::accepted(LoginWaiter& attempt, std::uint32_t scheme, std::uint32_t version) noexcept {
+  if (version == version_) provenScheme_ = scheme;
   if (sender_ == &attempt) sender_ = nullptr;
   session_->loop().post(*this);
 }
@@ -54,7 +54,7 @@ std::optional<ProvenCredentials> ProxyLogin::proven() const {
   if (provenScheme_ == 0) return std::nullopt;
   std::optional<impl::Cred> cred = session_->proxyCredentials().usable(proxy_);
   if (!cred) return std::nullopt;
-  return ProvenCredentials{std::move(*cred), provenScheme_};
+  return ProvenCredentials{std::move(*cred), provenScheme_, version_};
 }
 
 bool ProxyLogin::mayAsk() const noexcept {
@@ -65,8 +65,9 @@ bool ProxyLogin::mayAsk() const noexcept {
 void ProxyLogin::openQuestion(std::uint32_t scheme, std::wstring_view realm) {
   const Ref<Challenge> challenge = makeRef<Challenge>(Ref<ProxyLogin>(this), scheme, std::wstring(realm),
                                                       session_->proxyCredentials().nextAttempt(proxy_));
-  const Ref<Event> event =
-      makeRef<Event>(EventContents{.kind = KIV_EVENT_CHALLENGE, .challenge = ChallengeHandle(challenge)});
+  // First the event, then the handle: a handle that is given back declines.
+  const Ref<Event> event = makeRef<Event>(EventContents{.kind = KIV_EVENT_CHALLENGE});
+  event->ask(ChallengeHandle(challenge));
   challenge_ = challenge;
   session_->count(Counter::Challenges);
   session_->outbox().send(event);
@@ -77,7 +78,7 @@ KivStatus ProxyLogin::ask(std::uint32_t scheme, std::wstring_view realm) {
     if (!mayAsk()) return KIV_STATUS_UNSUPPORTED;
     openQuestion(scheme, realm);
   }
-  limitQuestion();
+  if (waiters_.empty()) outlives_.set(EventLoop::now() + kQuestionOutlives);
   return KIV_STATUS_NOT_YET;
 }
 
@@ -85,10 +86,10 @@ void ProxyLogin::answered() noexcept { session_->loop().post(*this); }
 
 void ProxyLogin::run() noexcept {
   if (challenge_ && !challenge_->isOpen()) {
-    challenge_ = {};
+    const bool hasAnswer = std::exchange(challenge_, {})->hasAnswer();
     outlives_.clear();
     doubt();
-    session_->credentialsAnswered();
+    if (hasAnswer) session_->credentialsAdded();
   }
   wakeWaiters();
 }
@@ -104,27 +105,23 @@ void ProxyLogin::visitorWentBy() noexcept {
 }
 
 void ProxyLogin::withdraw() noexcept {
-  if (!challenge_) return;
+  if (!challenge_ || !challenge_->withdraw()) return;
   outlives_.clear();
   const Ref<Challenge> challenge = std::exchange(challenge_, {});
-  if (!challenge->withdraw()) return;
   support::guarded([&] {
     session_->outbox().send(
         makeRef<Event>(EventContents{.kind = KIV_EVENT_WITHDRAWN, .challenge = ChallengeHandle(challenge)}));
   });
 }
 
-// Everybody enters again; the first one becomes the sender, or asks, and the others wait anew.
+// Everybody enters again; the first one becomes the sender, or asks, and the others wait anew. None of them is
+// destroyed meanwhile.
 void ProxyLogin::wakeWaiters() noexcept {
-  for (std::size_t left = waiters_.size(); left > 0 && !waiters_.empty(); --left) {
-    LoginWaiter* const waiter = waiters_.front();
-    waiters_.erase(waiters_.begin());
-    waiter->loginChanged();
-  }
+  for (LoginWaiter* const waiter : std::exchange(waiters_, {})) waiter->loginChanged();
 }
 
 void ProxyLogin::limitQuestion() noexcept {
-  if (hasOpenQuestion() && waiters_.empty()) outlives_.set(EventLoop::now() + kQuestionOutlives);
+  if (hasOpenQuestion() && waiters_.empty() && !outlives_.isSet()) outlives_.set(EventLoop::now() + kQuestionOutlives);
 }
 
 }  // namespace kiv::session

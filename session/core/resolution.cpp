@@ -113,10 +113,6 @@ void Resolution::choose() {
     sources.entries = &discovered_->entries;
   }
   std::vector<Route> routes = candidatesFor(origin_, sources);
-  if (discovered_->overdue && routes.empty()) {
-    session_->forget(*this);
-    return endAll(KIV_STATUS_TIMED_OUT);
-  }
   takeCandidates(std::move(routes));
 }
 
@@ -163,6 +159,10 @@ void Resolution::attempt() {
 }
 
 void Resolution::attemptNext() {
+  if (candidates_.empty() && discovered_->overdue) {
+    session_->forget(*this);
+    return endAll(KIV_STATUS_TIMED_OUT);
+  }
   if (!candidates_.empty() && session_->options().test == KIV_TEST_NONE) {
     const Route& route = candidates_.front().route;
     return finish(route.isDirect() ? DecisionKind::Direct : DecisionKind::Proxy, route, 0, KIV_REASON_NOT_TESTED);
@@ -193,6 +193,7 @@ void Resolution::attemptEnded(AttemptResult result) noexcept {
 
 void Resolution::judge(const AttemptResult& result) {
   Candidate& candidate = candidates_[current_];
+  if (formerLogin_ && formerLogin_->proxy() == candidate.route) formerLogin_ = {};
   switch (result.outcome) {
     case Outcome::Passed:
       noteDead();
@@ -223,14 +224,15 @@ void Resolution::judge(const AttemptResult& result) {
 }
 
 void Resolution::headStartPassed() noexcept {
+  if (phase_ != Phase::Attempting) return;
   othersConnecting_ = true;
   connectToOthers();
 }
 
 // So that proxies that are dead cost one connect time-out together. Never to the target.
 void Resolution::connectToOthers() noexcept {
-  auto connecting = static_cast<std::size_t>(
-      std::ranges::count(candidates_, Candidate::State::Connecting, &Candidate::state));
+  auto connecting =
+      static_cast<std::size_t>(std::ranges::count(candidates_, Candidate::State::Connecting, &Candidate::state));
   for (std::size_t i = current_ + 1; i < candidates_.size() && connecting < kMostConnecting; ++i) {
     Candidate& candidate = candidates_[i];
     if (candidate.route.isDirect() || candidate.state != Candidate::State::Untried) continue;
@@ -259,7 +261,7 @@ void Resolution::connectorEnded(Connector& connector, DWORD error) noexcept {
     candidate.state = error == ERROR_SUCCESS ? Candidate::State::Connected : Candidate::State::NotConnected;
     break;
   }
-  connectToOthers();
+  if (phase_ == Phase::Attempting) connectToOthers();
   session_->loop().post(*this);
 }
 
@@ -289,13 +291,19 @@ void Resolution::finish(DecisionKind kind, const Route& route, std::uint32_t aut
     return origin_.url() + (kind == DecisionKind::Proxy ? L": " + route.url() + L", " : std::wstring(L": ")) +
            KivStatus_Text(reason);
   });
-  const bool makeshift = kind == DecisionKind::None || reason == KIV_REASON_MAKESHIFT ||
-                         (discovered_ && (discovered_->overdue || discovered_->failed));
-  session_->keep(origin_, decision, makeshift);
+  session_->keep(origin_, decision, lifetimeOf(reason));
   session_->forget(*this);
   phase_ = Phase::Over;
   for (const Ref<Request>& request : std::exchange(requests_, {})) request->end(KIV_STATUS_OK, decision);
   session_->loop().post(*this);
+}
+
+// Without a route for want of credentials, only other credentials help.
+Lifetime Resolution::lifetimeOf(std::uint32_t reason) const noexcept {
+  if (discovered_ && (discovered_->overdue || discovered_->failed)) return Lifetime::Failure;
+  if (reason == KIV_REASON_CREDENTIALS_WANTED) return Lifetime::UntilCredentialsChange;
+  const bool good = reason < KIV_REASON_MAKESHIFT;
+  return good ? Lifetime::Kept : Lifetime::Failure;
 }
 
 // All have had their time; who has time left gets another.
@@ -315,9 +323,7 @@ void Resolution::overran() noexcept {
 
 void Resolution::beginAgain() noexcept {
   if (phase_ == Phase::Over) return;
-  if (attempt_ && attempt_->login() && attempt_->login()->hasOpenQuestion()) {
-    formerLogin_ = Ref<ProxyLogin>(attempt_->login());
-  }
+  if (attempt_ && attempt_->waitsAt()) formerLogin_ = Ref<ProxyLogin>(attempt_->waitsAt());
   stopWork();
   phase_ = Phase::Waiting;
   session_->loop().post(*this);

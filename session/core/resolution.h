@@ -20,6 +20,9 @@ namespace kiv::session {
 
 class Session;
 
+// How long a decision is kept.
+enum class Lifetime : std::uint8_t { Kept, Failure, UntilCredentialsChange };
+
 // All under the loop's lock.
 class Resolution final : public Task, private DiscoveryListener, private AttemptListener, private ConnectorListener {
  public:
@@ -30,6 +33,7 @@ class Resolution final : public Task, private DiscoveryListener, private Attempt
 
   // Begins when the first has joined. Throws std::bad_alloc, and the request has not joined then.
   void join(Request& request);
+  bool hasRequests() const noexcept { return !requests_.empty(); }
   bool hasBackgroundRequest() const noexcept { return background_ != nullptr; }
   // A request has ended before its time. The last one that leaves cancels the work.
   void leave(Request& request) noexcept;
@@ -41,7 +45,9 @@ class Resolution final : public Task, private DiscoveryListener, private Attempt
   void abandon() noexcept;
   void filtered(const Filtering& filtering) noexcept;
   // Whether it waits for the answer to this proxy's question.
-  bool waitsFor(const ProxyLogin& login) const noexcept { return attempt_ && attempt_->login() == &login; }
+  bool waitsFor(const ProxyLogin& login) const noexcept {
+    return (attempt_ && attempt_->waitsAt() == &login) || formerLogin_.get() == &login;
+  }
 
  private:
   enum class Phase : std::uint8_t { Waiting, Discovering, Filtering, Attempting, Over };
@@ -79,6 +85,7 @@ class Resolution final : public Task, private DiscoveryListener, private Attempt
   void noteDead();
   void finishWithout();
   void finish(DecisionKind kind, const Route& route, std::uint32_t authScheme, std::uint32_t reason);
+  Lifetime lifetimeOf(std::uint32_t reason) const noexcept;
   void stopWork() noexcept;
   template <class Body>
   void orFail(Body&& body) noexcept;

@@ -27,13 +27,6 @@ Session::Session(std::wstring userAgent)
       credentials_(makeRef<ProxyCredentials>()),
       outbox_(*this) {}
 
-Session::~Session() {
-  if (tornDown_) return;
-  // Its creation did not come to its end.
-  const LockGuard guard(loop_->lock());
-  loop_->stop();
-}
-
 KivStatus Session::setLogLevel(std::uint32_t level) noexcept {
   if (isClosed()) return KIV_STATUS_CLOSED;
   if (level > KIV_LOG_LEVEL_DEBUG) return KIV_STATUS_BAD_ARGUMENT;
@@ -49,8 +42,7 @@ KivStatus Session::setProxy(std::uint32_t which, const wchar_t* text, const wcha
   }
   return configure([&](Options& options, Callbacks& /*callbacks*/) {
     const KivStatus status = options.setProxy(which, text);
-    if (status != KIV_STATUS_OK || !cred) return status;
-    credentials_->give(which == KIV_PROXY_PREFERRED ? *options.preferred : *options.fallback, std::move(*cred));
+    if (status == KIV_STATUS_OK) (which == KIV_PROXY_PREFERRED ? preferredCred_ : fallbackCred_) = std::move(cred);
     return status;
   });
 }
@@ -61,6 +53,10 @@ void Session::freeze() {
   const bool mayLogOn = options_.loggedOnUser != KIV_LOGGED_ON_USER_NEVER;
   discoveries_ = std::make_unique<Discoveries>(*loop_, userAgent_, mayLogOn);
   keptOwner_ = std::make_unique<KeptDecisions>(options_.origins);
+  if (preferredCred_) credentials_->give(*options_.preferred, std::move(*preferredCred_));
+  if (fallbackCred_) credentials_->give(*options_.fallback, std::move(*fallbackCred_));
+  preferredCred_.reset();
+  fallbackCred_.reset();
   outbox_.setCallbacks(callbacks_);
   kept_.store(keptOwner_.get());
   loop_->post(*this);  // begins to watch for changes
@@ -89,17 +85,28 @@ KivStatus Session::admit() noexcept {
   return KIV_STATUS_OK;
 }
 
-// A request that nobody waits for keeps the resolution going, as a caller with the default time-out would. One is enough.
+// A request that nobody waits for keeps the resolution going, as a caller with the default time-out would. One is
+// enough.
 KivStatus Session::resolveInBackground(const Origin& origin) {
-  Resolution& resolution = resolutionFor(origin);
-  if (resolution.hasBackgroundRequest()) return KIV_STATUS_OK;
+  const auto found = resolutions_.find(origin);
+  if (found != resolutions_.end() && found->second->hasBackgroundRequest()) return KIV_STATUS_OK;
   Admission admission(*this);
   if (admission.status() != KIV_STATUS_OK) return admission.status();
   const Ref<Request> request = makeRef<Request>(*this, origin, Request::Report::Nobody, 0, nullptr);
-  resolution.join(*request);
-  request->limit(deadlineAfter(options_.timeOut));
+  join(*request, options_.timeOut);
   admission.succeeded();
   return KIV_STATUS_OK;
+}
+
+void Session::join(Request& request, std::uint32_t timeout) {
+  Resolution& resolution = resolutionFor(request.origin());
+  try {
+    resolution.join(request);
+  } catch (const std::bad_alloc&) {
+    if (!resolution.hasRequests()) forget(resolution);
+    throw;
+  }
+  request.limit(deadlineAfter(timeout));
 }
 
 KivStatus Session::lookup(const wchar_t* url, CallGate::Stripe& stripe, Ref<Decision>& decision) {
@@ -148,9 +155,8 @@ KivStatus Session::begin(const Origin& origin, std::uint32_t timeout, Request::R
     admission.succeeded();
     begun->end(KIV_STATUS_OK, decision);
   } else {
-    resolutionFor(origin).join(*begun);
+    join(*begun, timeout == 0 ? options_.timeOut : timeout);
     admission.succeeded();
-    begun->limit(deadlineAfter(timeout == 0 ? options_.timeOut : timeout));
   }
   request = begun;
   return KIV_STATUS_OK;
@@ -178,6 +184,15 @@ bool Session::takePast(const Origin& origin, Ref<Decision>& decision) noexcept {
 void Session::requestEnded(Request::Report report) noexcept {
   --waiting_;
   if (report == Request::Report::Event) outbox_.untold().fetch_add(1);
+}
+
+KivStatus Session::next(std::uint32_t timeout, Ref<Event>& event) {
+  if (outbox_.isInCallback()) return KIV_STATUS_REENTRANT;
+  if (outbox_.noteReader()) {
+    const LockGuard guard(loop_->lock());
+    credentialsAdded();
+  }
+  return outbox_.next(timeout, event);
 }
 
 KivStatus Session::reportFailure(const Decision& decision, std::uint32_t reason) {
@@ -273,10 +288,11 @@ void Session::refusedBy(const Route& proxy, const impl::Cred& cred) noexcept {
 }
 
 bool Session::asUser(void (*body)(void*), void* argument) noexcept {
-  const Identity::Scope scope(loop_->identity());
-  if (!scope.succeeded()) return false;
-  body(argument);
-  return true;
+  return support::guarded(false, [&] {
+    const Identity::Visit visit(loop_->identity());
+    if (visit.succeeded()) body(argument);
+    return visit.succeeded();
+  });
 }
 
 Ref<ProxyLogin> Session::findLogin(const Route& proxy) noexcept {
@@ -292,12 +308,11 @@ Ref<ProxyLogin> Session::loginFor(const Route& proxy) {
   return logins_.emplace(proxy, makeRef<ProxyLogin>(*this, proxy)).first->second;
 }
 
-void Session::keep(const Origin& origin, const Ref<Decision>& decision, bool makeshift) {
+void Session::keep(const Origin& origin, const Ref<Decision>& decision, Lifetime lifetime) {
   const Time now = EventLoop::now();
-  Time freshUntil = now + (makeshift ? options_.failureTime : options_.keptTime);
-  Time keptUntil = makeshift ? freshUntil : freshUntil + options_.pastTime;
-  // Until there are other credentials, which drops it.
-  if (decision->reason() == KIV_REASON_CREDENTIALS_WANTED) freshUntil = keptUntil = kNever;
+  Time freshUntil = now + (lifetime == Lifetime::Kept ? options_.keptTime : options_.failureTime);
+  Time keptUntil = lifetime == Lifetime::Kept ? freshUntil + options_.pastTime : freshUntil;
+  if (lifetime == Lifetime::UntilCredentialsChange) freshUntil = keptUntil = kNever;
   if (freshUntil == now) return keptOwner_->drop(origin);
   keptOwner_->keep(origin, decision, freshUntil, keptUntil);
 }
@@ -311,11 +326,10 @@ void Session::proxyDied(const Route& proxy) {
 void Session::credentialsRefused(const Route& proxy, const impl::Cred& cred) noexcept {
   credentials_->refused(proxy, cred);
   if (!keptOwner_) return;
-  keptOwner_->dropIf(
-      [&](const Decision& decision) { return decision.authScheme() != 0 && decision.route() == proxy; });
+  keptOwner_->dropIf([&](const Decision& decision) { return decision.authScheme() != 0 && decision.route() == proxy; });
 }
 
-void Session::credentialsAnswered() noexcept {
+void Session::credentialsAdded() noexcept {
   if (!keptOwner_) return;
   keptOwner_->dropIf([](const Decision& decision) { return decision.reason() == KIV_REASON_CREDENTIALS_WANTED; });
 }
@@ -326,8 +340,8 @@ void Session::changed() noexcept {
   keptOwner_->dropAll();
   dead_.forget();
   for (const auto& [proxy, login] : logins_) {
-    login->expectVisitors(static_cast<std::size_t>(std::ranges::count_if(
-        resolutions_, [&](const auto& entry) { return entry.second->waitsFor(*login); })));
+    login->expectVisitors(static_cast<std::size_t>(
+        std::ranges::count_if(resolutions_, [&](const auto& entry) { return entry.second->waitsFor(*login); })));
   }
   for (const auto& [origin, resolution] : resolutions_) resolution->beginAgain();
   support::guarded([this] { outbox_.send(makeRef<Event>(EventContents{.kind = KIV_EVENT_CHANGED})); });

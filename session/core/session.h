@@ -74,8 +74,11 @@ class Session final : public AuthSession, private ChangesListener {
   void forgetDecisions() noexcept;
   void forgetCredentials() noexcept;
   std::uint64_t counter(std::uint32_t counter) noexcept;
+  // Takes the next event. Whoever does it for the first time may be asked from now on.
+  KivStatus next(std::uint32_t timeout, Ref<Event>& event);
   void close() noexcept;
-  // The handle was given up, and the last call has left: nobody reads events any more, and some of them own the session.
+  // The handle was given up, and the last call has left: nobody reads events any more, and some of them own the
+  // session.
   void releaseHandle() noexcept {
     outbox_.clear();
     release();
@@ -97,11 +100,11 @@ class Session final : public AuthSession, private ChangesListener {
   void forget(const Resolution& resolution) noexcept;
   Ref<ProxyLogin> findLogin(const Route& proxy) noexcept;
   Ref<ProxyLogin> loginFor(const Route& proxy);
-  // `makeshift` decisions are kept for the failure time only.
-  void keep(const Origin& origin, const Ref<Decision>& decision, bool makeshift);
+  void keep(const Origin& origin, const Ref<Decision>& decision, Lifetime lifetime);
   void proxyDied(const Route& proxy);
   void credentialsRefused(const Route& proxy, const impl::Cred& cred) noexcept;
-  void credentialsAnswered() noexcept;
+  // The user has answered: what was wanting may not be any more.
+  void credentialsAdded() noexcept;
   void requestEnded(Request::Report report) noexcept;
   void count(Counter counter) noexcept { ++counters_[static_cast<std::size_t>(counter)]; }
   // `text` makes the line, if it is wanted.
@@ -142,13 +145,14 @@ class Session final : public AuthSession, private ChangesListener {
     bool succeeded_ = false;
   };
 
-  ~Session() override;
+  ~Session() override = default;
   void run() noexcept override;
   void changed() noexcept override;
 
   KivStatus begin(const Origin& origin, std::uint32_t timeout, Request::Report report, std::uint64_t tag,
                   KivDoneFunction done, Ref<Request>& request);
   KivStatus resolveInBackground(const Origin& origin);
+  void join(Request& request, std::uint32_t timeout);
   KivStatus admit() noexcept;
   void freeze();
   KeptDecisions::Found findKept(const Origin& origin) noexcept;
@@ -161,8 +165,10 @@ class Session final : public AuthSession, private ChangesListener {
   const Ref<EventLoop> loop_;
   const Ref<ProxyCredentials> credentials_;
   Outbox outbox_;
-  Options options_;      // do not change once `kept_` is set
+  Options options_;  // do not change once `kept_` is set
   Callbacks callbacks_;
+  std::optional<impl::Cred> preferredCred_;  // until the first resolution
+  std::optional<impl::Cred> fallbackCred_;
   std::atomic<std::uint32_t> logLevel_{KIV_LOG_LEVEL_OFF};
   std::unique_ptr<KeptDecisions> keptOwner_;
   std::atomic<KeptDecisions*> kept_{nullptr};  // since the first resolution

@@ -70,24 +70,26 @@ KivStatus setCallback(KivSession* session, Callback<Function> Callbacks::*which,
 }  // namespace
 }  // namespace kiv::session
 
+using kiv::session::AuthSession;
 using kiv::session::Call;
 using kiv::session::call;
 using kiv::session::Callbacks;
 using kiv::session::clear;
 using kiv::session::Decision;
 using kiv::session::Event;
+using kiv::session::makeRef;
 using kiv::session::Options;
+using kiv::session::ProxyAuth;
 using kiv::session::Ref;
 using kiv::session::Request;
+using kiv::session::RouteKind;
 using kiv::session::Session;
 using kiv::session::setCallback;
 using kiv::session::statusOf;
 using kiv::support::toHandle;
 using kiv::support::toObject;
 
-uint32_t KivSession_Version(void) {
-  return KIV_VERSION_MAJOR * 65536U + KIV_VERSION_MINOR * 256U + KIV_VERSION_PATCH;
-}
+uint32_t KivSession_Version(void) { return KIV_VERSION_MAJOR * 65536U + KIV_VERSION_MINOR * 256U + KIV_VERSION_PATCH; }
 
 KivStatus KivSession_Create(const wchar_t* userAgent, KivSession** session) {
   constexpr std::size_t kLongestUserAgent = 1'024;
@@ -218,11 +220,23 @@ uint64_t KivSession_GetCounter(KivSession* session, uint32_t counter) {
   return session ? Call(session).session().counter(counter) : 0;
 }
 
+KivStatus KivAuth_Create(KivSession* session, KivDecision* decision, KivAuth** auth) {
+  if (!clear(auth) || !decision) return KIV_STATUS_BAD_ARGUMENT;
+  const Decision& given = *toObject(decision);
+  if (given.route().kind != RouteKind::Http) return KIV_STATUS_BAD_ARGUMENT;
+  return call(session, [&](Call& inside) -> KivStatus {
+    if (inside.session().isClosed()) return KIV_STATUS_CLOSED;
+    *auth = toHandle<KivAuth>(
+        makeRef<ProxyAuth>(Ref<AuthSession>(&inside.session()), given.route(), given.authScheme()).detach());
+    return KIV_STATUS_OK;
+  });
+}
+
 KivStatus KivSession_Next(KivSession* session, uint32_t timeout, KivEvent** event) {
   if (!clear(event)) return KIV_STATUS_BAD_ARGUMENT;
   return call(session, [&](Call& inside) {
     Ref<Event> next;
-    const KivStatus status = inside.session().outbox().next(timeout, next);
+    const KivStatus status = inside.session().next(timeout, next);
     *event = toHandle<KivEvent>(next.detach());
     return status;
   });

@@ -35,7 +35,9 @@ void Deadline::set(Time when) noexcept {
   if (!loop_.runsTask_) loop_.armTimer();
 }
 
-void Deadline::clear() noexcept { set(kNever); }
+void Deadline::clear() noexcept {
+  if (isSet()) set(kNever);
+}
 
 Ref<EventLoop> EventLoop::create() {
   // The pool's callbacks, and calls of the system that were abandoned, can outlive every session.

@@ -2,6 +2,7 @@
 #include "loop/identity.h"
 
 #include <exception>
+#include <utility>
 
 #include "loop/system_error.h"
 
@@ -25,6 +26,14 @@ Identity::Scope::Scope(const Identity& identity) noexcept
 // would do others' work as this user.
 Identity::Scope::~Scope() {
   if (impersonates_ && succeeded_ && !RevertToSelf()) std::terminate();
+}
+
+// Without a token a thread is the process's user again, as after RevertToSelf ("SetThreadToken function").
+Identity::Visit::Visit(const Identity& identity)
+    : former_(std::move(ofThisThread().token_)), succeeded_(SetThreadToken(nullptr, identity.token_.get()) != FALSE) {}
+
+Identity::Visit::~Visit() {
+  if (succeeded_ && !SetThreadToken(nullptr, former_.get())) std::terminate();
 }
 
 }  // namespace kiv::session

@@ -29,6 +29,22 @@ class Identity {
     bool succeeded_;
   };
 
+  // The same on a thread of the application, which may impersonate somebody itself: it does so again afterwards.
+  class Visit {
+   public:
+    // Throws SystemError if the thread's present token cannot be had.
+    explicit Visit(const Identity& identity);
+    Visit(const Visit&) = delete;
+    Visit& operator=(const Visit&) = delete;
+    ~Visit();
+
+    bool succeeded() const noexcept { return succeeded_; }
+
+   private:
+    support::Unique<HANDLE, support::CloseKernelHandle> former_;
+    bool succeeded_;
+  };
+
  private:
   support::Unique<HANDLE, support::CloseKernelHandle> token_;
 };

@@ -127,6 +127,7 @@ void SocksDialogue::chooseMethod() {
 // False if the words are too long to be said.
 bool SocksDialogue::logOn() {
   const impl::SecureString password = cred_->password();
+  if (!password.c_str()) return false;  // it cannot be decrypted
   // As long as it can get, so that no block that holds a password is outgrown.
   SecureBytes words;
   words.reserve(1 + 2 * (1 + kLongestWord));
