@@ -45,7 +45,8 @@ typedef struct KivEvent KivEvent;
 /** The authentication of one connection to a proxy. One thread at a time may use it. */
 typedef struct KivAuth KivAuth;
 
-/** How a call ended. A failure of the system is KIV_STATUS_SYSTEM + its error code. */
+/** How a call ended. A failure of the system is KIV_STATUS_SYSTEM + its error code. One of a security package is the
+ * package's own status, 0x8009xxxx. */
 typedef uint32_t KivStatus;
 
 #define KIV_STATUS_OK 0U
@@ -74,7 +75,8 @@ typedef uint32_t KivStatus;
 #define KIV_STATUS_DONE 12U
 /** KivAuth_Next: the proxy refused the credentials. */
 #define KIV_STATUS_REJECTED 13U
-/** The base of system errors: 0x80070000 + the code, as in an HRESULT. */
+/** The base of system errors: 0x80070000 + the code, as in an HRESULT. The statuses of security packages (SEC_E_), which
+ * only KivAuth_Next returns, are HRESULTs already: 0x8009xxxx. */
 #define KIV_STATUS_SYSTEM 0x80070000U
 /** 10,000 callers wait, or completions that nobody has read (ERROR_NOT_ENOUGH_QUOTA). */
 #define KIV_STATUS_TOO_MANY 0x80070718U
@@ -483,7 +485,8 @@ KIV_API KivStatus KivAuth_Create(KivSession* session, KivDecision* decision, Kiv
  * @return KIV_STATUS_AGAIN or KIV_STATUS_DONE with a header; KIV_STATUS_NOT_YET if credentials are wanted: the question is
  *         open, and a later call continues; KIV_STATUS_REJECTED if the credentials were refused, on which the connection
  *         is to be closed (a new KivAuth may have others to offer); KIV_STATUS_UNSUPPORTED if the proxy offers nothing that
- *         can be answered, or nobody can be asked; KIV_STATUS_CLOSED, _BAD_ARGUMENT, _OUT_OF_MEMORY; a system error.
+ *         can be answered, or nobody can be asked; a status of the security package, 0x8009xxxx, if it failed;
+ *         KIV_STATUS_CLOSED, _BAD_ARGUMENT, _OUT_OF_MEMORY; a system error.
  */
 KIV_API KivStatus KivAuth_Next(KivAuth* auth, const wchar_t* proxyAuthenticate, const wchar_t** proxyAuthorization);
 /** Releases an authentication; null is ignored. */

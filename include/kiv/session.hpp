@@ -10,14 +10,15 @@
  * - A constructor from a handle takes ownership of it; null is allowed. handle() returns the handle for a call of a C
  *   function, and the object keeps it.
  * - A text argument need not be terminated, but must not contain a NUL character: std::invalid_argument. Copies made
- * for the C interface are wiped. A returned view belongs to the object that returned it and lives as long as its
- * handle.
- * - A status that is no result is thrown: std::bad_alloc for KIV_STATUS_OUT_OF_MEMORY, otherwise SessionError.
- * - Time-outs are of std::chrono. Where the C interface has a default, kiv::default_timeout asks for it;
- * kiv::no_timeout never passes. A time-out that is negative has passed.
- * - Callables run on threads of the system's thread pool. What one throws goes no further: the session works on as if
- * it had returned, and a filter that throws says no. Only what the sink of Decision::show_credentials throws is
- * rethrown, to its caller.
+ *   for the C interface are wiped. A returned view belongs to the object that returned it and lives as long as its
+ *   handle. A NUL follows its characters.
+ * - A function that has no result throws: std::bad_alloc for KIV_STATUS_OUT_OF_MEMORY, otherwise SessionError with the
+ *   status. Inside a callable of the session, resolve, wait and next throw KIV_STATUS_REENTRANT.
+ * - A time-out that is zero or negative has passed already. no_timeout never passes. default_timeout stands for
+ *   SessionOptions::timeout.
+ * - Callables run on threads of the system's thread pool, one at a time for each session. What one throws goes no
+ *   further: the session continues as if it had returned, and a filter that throws says no. Only what the sink of
+ *   Decision::show_credentials throws is rethrown, to its caller.
  */
 #ifndef KIV_SESSION_HPP
 #define KIV_SESSION_HPP
@@ -25,6 +26,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -45,13 +47,12 @@
 #include <future>
 #include <map>
 #include <mutex>
-#include <vector>
 #endif
 
 namespace kiv {
 
-/** The option's value. */
-inline constexpr std::chrono::milliseconds default_timeout{0};
+/** Stands for SessionOptions::timeout, in the calls that resolve. */
+inline constexpr std::chrono::milliseconds default_timeout = std::chrono::milliseconds::min();
 /** Never passes. */
 inline constexpr std::chrono::milliseconds no_timeout = std::chrono::milliseconds::max();
 
@@ -64,13 +65,14 @@ class SessionError : public std::runtime_error {
   KivStatus status() const noexcept { return status_; }
 
  private:
-  // The library's texts for status values are English, in ASCII.
+  // The library's texts are English, in ASCII. One text stands for many errors of the system: their codes tell more.
   static std::string message(KivStatus status) {
     std::string text = "kiv: ";
-    for (const wchar_t* at = KivStatus_Text(status); *at != L'\0'; ++at) {
-      text.push_back(*at < 0x80 ? static_cast<char>(*at) : '?');
-    }
-    return text;
+    for (const wchar_t* at = KivStatus_Text(status); *at != L'\0'; ++at) text.push_back(static_cast<char>(*at));
+    if (status < 0x80000000U) return text;
+    char code[sizeof " (0x80070000)"];
+    std::snprintf(code, sizeof code, " (0x%08lX)", static_cast<unsigned long>(status));
+    return text + code;
   }
 
   KivStatus status_;
@@ -118,16 +120,24 @@ class Text {
   std::wstring text_;
 };
 
-/** Milliseconds as the C interface counts them; `passed` stands for a time-out that has passed already. */
-inline std::uint32_t count(std::chrono::milliseconds timeout, std::uint32_t passed) noexcept {
-  if (timeout.count() < 0) return passed;
-  return timeout.count() < static_cast<std::int64_t>(KIV_NO_TIME_OUT) ? static_cast<std::uint32_t>(timeout.count())
-                                                                      : KIV_NO_TIME_OUT;
+/** Milliseconds as the C interface counts them. */
+inline std::uint32_t count(std::chrono::milliseconds time) noexcept {
+  return time.count() < static_cast<std::int64_t>(KIV_NO_TIME_OUT) ? static_cast<std::uint32_t>(time.count())
+                                                                   : KIV_NO_TIME_OUT;
 }
-/** For functions to which 0 means the option's value. */
-inline std::uint32_t limit(std::chrono::milliseconds timeout) noexcept { return count(timeout, 1); }
-/** For functions to which 0 means to look only. */
-inline std::uint32_t patience(std::chrono::milliseconds timeout) noexcept { return count(timeout, 0); }
+/** The time-out of a function to which 0 is the default. */
+inline std::uint32_t limit(std::chrono::milliseconds timeout) noexcept {
+  if (timeout == default_timeout) return 0;
+  return timeout.count() <= 0 ? 1 : count(timeout);
+}
+/** The time-out of a function to which 0 is to look only. */
+inline std::uint32_t patience(std::chrono::milliseconds timeout) noexcept {
+  return timeout.count() <= 0 ? 0 : count(timeout);
+}
+/** The value of an option. No option takes KIV_NO_TIME_OUT, which stands for all that is out of range. */
+inline std::uint32_t option(std::chrono::milliseconds time) noexcept {
+  return time.count() < 0 ? KIV_NO_TIME_OUT : count(time);
+}
 
 /** Runs a callable that may throw, in a callback. */
 template <class Body>
@@ -150,8 +160,9 @@ class SecretText {
   }
   SecretText(SecretText&& other) noexcept : text_(std::move(other.text_)), size_(std::exchange(other.size_, 0U)) {}
   SecretText& operator=(SecretText&& other) noexcept {
-    std::swap(text_, other.text_);
-    std::swap(size_, other.size_);
+    SecretText taken(std::move(other));  // wipes what was here
+    std::swap(text_, taken.text_);
+    std::swap(size_, taken.size_);
     return *this;
   }
   SecretText(const SecretText&) = delete;
@@ -255,7 +266,10 @@ class Decision {
   session_detail::Owned<KivDecision> handle_;
 };
 
-/** A proxy's question for a user name and a password. One that is destroyed unanswered is declined. */
+/**
+ * A proxy's question for a user name and a password. It waits for answer() or decline(), on any thread, as long as it
+ * lives; destroyed or assigned over without either, it is declined.
+ */
 class Challenge {
  public:
   Challenge() noexcept = default;
@@ -263,14 +277,17 @@ class Challenge {
 
   KivChallenge* handle() const noexcept { return handle_.get(); }
   explicit operator bool() const noexcept { return handle_ != nullptr; }
-  /** Whether both are the same question: the one that was withdrawn, and the one for which a dialog is open. */
-  bool is_same(const Challenge& other) const noexcept { return handle() == other.handle(); }
+  /** Whether both are the same question: the one that was withdrawn, and the one that a dialog shows. */
+  friend bool operator==(const Challenge& one, const Challenge& other) noexcept {
+    return one.handle() == other.handle();
+  }
+  friend bool operator!=(const Challenge& one, const Challenge& other) noexcept { return !(one == other); }
 
-  /** scheme://host:port. */
+  /** The proxy, as scheme://host:port. */
   std::wstring_view proxy() const noexcept { return KivChallenge_Proxy(handle()); }
   /** The KIV_SCHEME_ that an answer would be used with. */
   std::uint32_t scheme() const noexcept { return KivChallenge_Scheme(handle()); }
-  /** The proxy's own text; show it as such. */
+  /** The realm that the proxy names; empty for none. It is the proxy's own text: show it as such. */
   std::wstring_view realm() const noexcept { return KivChallenge_Realm(handle()); }
   /** 1 for the first question about this proxy, 2 when the first answer was refused. */
   std::uint32_t attempt() const noexcept { return KivChallenge_Attempt(handle()); }
@@ -296,7 +313,7 @@ class Challenge {
   session_detail::Owned<KivChallenge> handle_;
 };
 
-/** A resolution that was begun. Destroying it does not cancel. */
+/** A resolution that was started. Destroying it does not cancel. */
 class PendingResolution {
  public:
   PendingResolution() noexcept = default;
@@ -304,9 +321,9 @@ class PendingResolution {
 
   KivRequest* handle() const noexcept { return handle_.get(); }
 
-  /** Ends it with KIV_STATUS_CANCELLED, unless it has ended; its end is told all the same. Returns at once. */
+  /** Ends it with KIV_STATUS_CANCELLED, unless it has ended. Its end is told all the same. Returns at once. */
   void cancel() noexcept { KivRequest_Cancel(handle()); }
-  /** Waits for the end; nothing if `timeout` passes first. Throws SessionError if it has failed, or was cancelled. */
+  /** Waits for the end; nothing if `timeout` passes first. Throws if it has failed or was cancelled. */
   std::optional<Decision> wait(std::chrono::milliseconds timeout = no_timeout) {
     KivDecision* decision = nullptr;
     const KivStatus status = KivRequest_Wait(handle(), session_detail::patience(timeout), &decision);
@@ -328,7 +345,7 @@ enum class SessionLogLevel : std::uint32_t {
   Debug = KIV_LOG_LEVEL_DEBUG
 };
 
-/** A resolution that was begun with a tag has ended. */
+/** A resolution that was started with a tag has ended. */
 struct CompletedEvent {
   std::uint64_t tag;
   KivStatus status;
@@ -338,9 +355,9 @@ struct CompletedEvent {
 struct ChallengeEvent {
   Challenge challenge;
 };
-/** A challenge is no longer wanted: a dialog can close. */
+/** The answer to a challenge is no longer wanted: a dialog can close. */
 struct WithdrawnEvent {
-  Challenge challenge; /**< is_same as the one that was handed out */
+  Challenge challenge; /**< equals the one that was handed out */
 };
 /** Settings or network have changed; connections of the application may be stale too. */
 struct ChangedEvent {};
@@ -349,9 +366,10 @@ struct LogEvent {
   SessionLogLevel level;
   std::wstring text;
 };
-/** The session was closed. */
+/** The session was closed. Nothing else follows. */
 struct ClosedEvent {};
 
+/** What Session::next returns. */
 using SessionEvent = std::variant<CompletedEvent, ChallengeEvent, WithdrawnEvent, ChangedEvent, LogEvent, ClosedEvent>;
 
 /** What decides that a candidate works. */
@@ -379,33 +397,35 @@ enum class LoggedOnUser : std::uint32_t {
 struct SessionOptions {
   using Milliseconds = std::optional<std::chrono::milliseconds>;
 
-  std::optional<SessionTest> test;
-  Milliseconds timeout;                    /**< of a call that names none, and of work that no caller limits */
-  Milliseconds discovery_timeout;          /**< of reading settings and running PAC scripts */
-  Milliseconds connect_timeout;            /**< of connecting to a proxy or target */
-  Milliseconds answer_timeout;             /**< of an answer on an open connection */
-  Milliseconds kept_time;                  /**< how long a decision is kept */
-  Milliseconds past_time;                  /**< how long one past its time is the answer while a refresh runs */
-  Milliseconds failure_time;               /**< how long "no route" and other makeshift decisions are kept */
-  Milliseconds dead_time;                  /**< how long a dead proxy is tried last */
-  std::optional<std::uint32_t> origins;    /**< how many origins' decisions are kept */
-  std::optional<std::uint32_t> candidates; /**< how many candidates are attempted */
-  std::optional<DirectPolicy> direct;
-  std::optional<LoggedOnUser> logged_on_user;
+  std::optional<SessionTest> test;            /**< what decides that a candidate works */
+  Milliseconds timeout;                       /**< of a call that names none, and of work that no caller limits */
+  Milliseconds discovery_timeout;             /**< of reading settings and running PAC scripts */
+  Milliseconds connect_timeout;               /**< of connecting to a proxy or target */
+  Milliseconds answer_timeout;                /**< of an answer on an open connection */
+  Milliseconds kept_time;                     /**< how long a decision is kept */
+  Milliseconds past_time;                     /**< how long one past its time is the answer while a refresh runs */
+  Milliseconds failure_time;                  /**< how long "no route" and other makeshift decisions are kept */
+  Milliseconds dead_time;                     /**< how long a dead proxy is tried last */
+  std::optional<std::uint32_t> origins;       /**< how many origins' decisions are kept */
+  std::optional<std::uint32_t> candidates;    /**< how many candidates are attempted */
+  std::optional<DirectPolicy> direct;         /**< what becomes of direct connections */
+  std::optional<LoggedOnUser> logged_on_user; /**< who may receive the logged-on user's credentials */
   std::optional<std::uint32_t> schemes; /**< that the application's HTTP client speaks: a sum of KIV_SCHEME_ values */
-  std::optional<SessionLogLevel> log_level;
-  std::optional<std::wstring> left_out;    /**< candidates that are never used */
-  std::optional<std::wstring> bypass_list; /**< in place of the settings' */
+  std::optional<SessionLogLevel> log_level; /**< which log lines are made */
+  std::optional<std::wstring> left_out;     /**< candidates that are never used, as KIV_OPTION_LEFT_OUT */
+  std::optional<std::wstring> bypass_list;  /**< in place of the settings', as KIV_OPTION_BYPASS_LIST */
 
   /** The empty queue of events received one. Must neither block nor call the session. */
   std::function<void()> wake;
-  /** Whether a proxy may be used. */
+  /** Returns whether a proxy may be used. If empty, all may. */
   std::function<bool(std::wstring_view proxy_url)> filter;
-  /** Receives a challenge to answer now or later, or one that was withdrawn. Without it, they are events. */
+  /** Receives a proxy's challenge, to be answered now or later. If empty, challenges are events. */
   std::function<void(Challenge challenge)> challenge;
-  /** Receives a log line. Without it, they are events. */
+  /** Receives a challenge whose answer is no longer wanted, even before it was handed out. Needs `challenge`. */
+  std::function<void(const Challenge& challenge)> withdrawn;
+  /** Receives a log line. If empty, log lines are events. */
   std::function<void(SessionLogLevel level, std::wstring_view text)> log;
-  /** Settings or network have changed. Without it, an event tells. */
+  /** Settings or network have changed. If empty, changes are events. */
   std::function<void()> changed;
 };
 
@@ -421,6 +441,7 @@ class Callables : public std::enable_shared_from_this<Callables> {
       : wake_(std::move(options.wake)),
         filter_(std::move(options.filter)),
         challenge_(std::move(options.challenge)),
+        withdrawn_(std::move(options.withdrawn)),
         log_(std::move(options.log)),
         changed_(std::move(options.changed)) {}
 
@@ -449,7 +470,10 @@ class Callables : public std::enable_shared_from_this<Callables> {
   static void challenge(void* context, KivChallenge* handle) {
     const auto self = of(context);
     Challenge owned(handle);
-    contained([&] { self->challenge_(std::move(owned)); });
+    contained([&] {
+      if (!owned.is_withdrawn()) return self->challenge_(std::move(owned));
+      if (self->withdrawn_) self->withdrawn_(owned);
+    });
   }
   static void log(void* context, std::uint32_t level, const wchar_t* text) {
     const auto self = of(context);
@@ -463,6 +487,7 @@ class Callables : public std::enable_shared_from_this<Callables> {
   std::function<void()> wake_;
   std::function<bool(std::wstring_view)> filter_;
   std::function<void(Challenge)> challenge_;
+  std::function<void(const Challenge&)> withdrawn_;
   std::function<void(SessionLogLevel, std::wstring_view)> log_;
   std::function<void()> changed_;
 };
@@ -485,7 +510,7 @@ class Completion {
 
 #ifdef KIV_SESSION_HAS_FUTURES
 
-/** The requests that a CancelSource would cancel. */
+/** The requests that a CancelSource cancels. */
 class Cancellation {
  public:
   Cancellation() = default;
@@ -496,20 +521,21 @@ class Cancellation {
     const std::lock_guard<std::mutex> guard(mutex_);
     return cancelled_;
   }
-  /** Before a request is begun, which can end before its handle is known. Returns its number. */
-  std::uint64_t enter() {
+  /** Makes room for a request that is about to be started, and that may end before it is known. Returns its number. */
+  std::uint64_t reserve() {
     const std::lock_guard<std::mutex> guard(mutex_);
-    requests_.emplace(++last_number_, nullptr);
+    requests_.try_emplace(++last_number_);
     return last_number_;
   }
-  void begun(std::uint64_t number, PendingResolution request) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    if (const auto at = requests_.find(number); at != requests_.end()) {
-      at->second = std::make_shared<PendingResolution>(std::move(request));
-      return;
+  void started(std::uint64_t number, PendingResolution request) {
+    {
+      const std::lock_guard<std::mutex> guard(mutex_);
+      if (!cancelled_) {
+        // One that has ended already is in the map no more.
+        if (const auto at = requests_.find(number); at != requests_.end()) at->second = std::move(request);
+        return;
+      }
     }
-    if (!cancelled_) return;
-    lock.unlock();
     request.cancel();
   }
   void ended(std::uint64_t number) {
@@ -517,22 +543,20 @@ class Cancellation {
     requests_.erase(number);
   }
   void cancel() {
-    std::map<std::uint64_t, std::shared_ptr<PendingResolution>> requests;
+    std::map<std::uint64_t, PendingResolution> requests;
     {
       const std::lock_guard<std::mutex> guard(mutex_);
       cancelled_ = true;
       requests.swap(requests_);
     }
-    for (const auto& [number, request] : requests) {
-      if (request) request->cancel();
-    }
+    for (auto& [number, request] : requests) request.cancel();
   }
 
  private:
   mutable std::mutex mutex_;
   bool cancelled_ = false;
   std::uint64_t last_number_ = 0;
-  std::map<std::uint64_t, std::shared_ptr<PendingResolution>> requests_;
+  std::map<std::uint64_t, PendingResolution> requests_;
 };
 
 #endif
@@ -541,7 +565,7 @@ class Cancellation {
 
 #ifdef KIV_SESSION_HAS_FUTURES
 
-/** Hands a wish to cancel to Session::start. Default-constructed, it is never cancelled. */
+/** Lets a CancelSource cancel what Session::resolve_async starts. Default-constructed, it is never cancelled. */
 class CancelToken {
  public:
   CancelToken() noexcept = default;
@@ -555,7 +579,7 @@ class CancelToken {
   std::shared_ptr<session_detail::Cancellation> state_;
 };
 
-/** Cancels all resolutions that were started with one of its tokens, and those that will be. Any thread may. */
+/** Cancels every resolution that was or will be started with one of its tokens. Any thread may call it. */
 class CancelSource {
  public:
   CancelToken token() const noexcept { return CancelToken(state_); }
@@ -584,10 +608,10 @@ class ProxyAuth {
 
   KivAuth* handle() const noexcept { return handle_.get(); }
 
-  /** The value of the Proxy-Authorization header to send; empty if there is none. Lives until next() is called again.
-   */
-  std::wstring_view header() const noexcept { return header_ ? std::wstring_view(header_) : std::wstring_view(); }
+  /** The value of the Proxy-Authorization header to send; empty if there is none. Lives until the next call of next. */
+  std::wstring_view header() const noexcept { return handle_ && header_ ? header_ : L""; }
   /**
+   * Makes the header to send, on the same connection, in answer to a proxy's 407. May wait for a domain controller.
    * @param proxy_authenticate the values of all Proxy-Authenticate headers of a 407, one in each line; empty to ask for
    *                           what can be sent before any 407.
    */
@@ -659,25 +683,25 @@ class Session {
   /** The version of the DLL: major * 65536 + minor * 256 + patch. */
   static std::uint32_t version() noexcept { return KivSession_Version(); }
 
-  /** Ends all work, as KivSession_Close does: every resolution ends with KIV_STATUS_CLOSED. */
+  /** Ends all work, as KivSession_Close does: every resolution ends with KIV_STATUS_CLOSED. The destructor does too. */
   void close() noexcept { KivSession_Close(handle()); }
 
-  /** The application's own candidate in front of the settings'; like all options, before the first resolution. */
-  void set_preferred(std::wstring_view proxy) { set_proxy(KIV_PROXY_PREFERRED, proxy); }
+  /** Sets the application's own candidate in front of the settings'. Only before the first resolution. */
+  void set_preferred_proxy(std::wstring_view proxy) { set_proxy(KIV_PROXY_PREFERRED, proxy); }
   /** Likewise, with credentials for it. */
-  void set_preferred(std::wstring_view proxy, std::wstring_view user, std::wstring_view password) {
+  void set_preferred_proxy(std::wstring_view proxy, std::wstring_view user, std::wstring_view password) {
     set_proxy(KIV_PROXY_PREFERRED, proxy, user, password);
   }
-  /** The application's own candidate behind the settings'. */
-  void set_fallback(std::wstring_view proxy) { set_proxy(KIV_PROXY_FALLBACK, proxy); }
+  /** Sets the application's own candidate behind the settings'. Only before the first resolution. */
+  void set_fallback_proxy(std::wstring_view proxy) { set_proxy(KIV_PROXY_FALLBACK, proxy); }
   /** Likewise, with credentials for it. */
-  void set_fallback(std::wstring_view proxy, std::wstring_view user, std::wstring_view password) {
+  void set_fallback_proxy(std::wstring_view proxy, std::wstring_view user, std::wstring_view password) {
     set_proxy(KIV_PROXY_FALLBACK, proxy, user, password);
   }
   /** Which log lines are made. Can be set at any time. */
   void set_log_level(SessionLogLevel level) { set(KIV_OPTION_LOG_LEVEL, static_cast<std::uint32_t>(level)); }
 
-  /** The kept decision for a URL's origin. Never blocks: nothing if none is kept, and a resolution has begun. */
+  /** The kept decision for a URL's origin. Never blocks: returns nothing if none is kept, and begins a resolution. */
   std::optional<Decision> lookup(std::wstring_view url) {
     KivDecision* decision = nullptr;
     const KivStatus status = KivSession_Lookup(handle(), session_detail::Text(url).c_str(), &decision);
@@ -686,7 +710,7 @@ class Session {
     return Decision(decision);
   }
 
-  /** The kept decision for a URL's origin, or else resolves it and waits. "There is no route" is a decision too. */
+  /** The kept decision for a URL's origin, or resolves it and waits. "There is no route" is a decision too. */
   Decision resolve(std::wstring_view url, std::chrono::milliseconds timeout = default_timeout) {
     KivDecision* decision = nullptr;
     session_detail::check(
@@ -694,39 +718,44 @@ class Session {
     return Decision(decision);
   }
 
-  /** Begins a resolution and returns; an event with the tag tells its end. */
-  PendingResolution begin(std::wstring_view url, std::uint64_t tag,
+  /** Starts a resolution and returns; a CompletedEvent with the tag tells its end. */
+  PendingResolution start(std::wstring_view url, std::uint64_t tag,
                           std::chrono::milliseconds timeout = default_timeout) {
-    return begin(url, timeout, tag, nullptr);
+    return start(url, timeout, tag, nullptr);
   }
-  /** Begins a resolution and returns; `done` is told its end, once, maybe before this has returned. */
-  PendingResolution begin(std::wstring_view url, DoneFunction done,
+  /** Starts a resolution and returns; `done` is told its end, once, maybe before this has returned. */
+  PendingResolution start(std::wstring_view url, DoneFunction done,
                           std::chrono::milliseconds timeout = default_timeout) {
     if (!done) throw std::invalid_argument("kiv: a resolution needs somebody to tell its end");
     auto completion = std::make_unique<session_detail::Completion>(std::move(done));
-    PendingResolution request = begin(url, timeout, completion->tag(), session_detail::Completion::done);
+    PendingResolution request = start(url, timeout, completion->tag(), session_detail::Completion::done);
     static_cast<void>(completion.release());  // done() deletes it, maybe before now
     return request;
   }
 
 #ifdef KIV_SESSION_HAS_FUTURES
-  /** Begins a resolution and returns. The future throws SessionError if it fails or is cancelled. */
-  std::future<Decision> start(std::wstring_view url, std::chrono::milliseconds timeout = default_timeout,
-                              const CancelToken& token = {}) {
+  /**
+   * Starts a resolution and returns. The future throws what resolve throws, and SessionError with KIV_STATUS_CANCELLED
+   * if `token` was cancelled. Do not wait for it inside a callable of the session, which would wait for itself.
+   */
+  std::future<Decision> resolve_async(std::wstring_view url, std::chrono::milliseconds timeout = default_timeout,
+                                      const CancelToken& token = {}) {
     auto promise = std::make_shared<std::promise<Decision>>();
     std::future<Decision> future = promise->get_future();
     const std::shared_ptr<session_detail::Cancellation> state = token.state_;
-    const std::uint64_t number = state ? state->enter() : 0;
+    const std::uint64_t number = state ? state->reserve() : 0;
+    const auto done = [promise, state, number](KivStatus status, Decision decision) {
+      if (state) state->ended(number);
+      try {
+        session_detail::check(status);
+        promise->set_value(std::move(decision));
+      } catch (...) {
+        promise->set_exception(std::current_exception());
+      }
+    };
     try {
-      PendingResolution request = begin(
-          url,
-          [promise, state, number](KivStatus status, Decision decision) {
-            if (state) state->ended(number);
-            if (status == KIV_STATUS_OK) return promise->set_value(std::move(decision));
-            promise->set_exception(std::make_exception_ptr(SessionError(status)));
-          },
-          timeout);
-      if (state) state->begun(number, std::move(request));
+      PendingResolution request = start(url, done, timeout);
+      if (state) state->started(number, std::move(request));
     } catch (...) {
       if (state) state->ended(number);
       throw;
@@ -735,7 +764,7 @@ class Session {
   }
 #endif
 
-  /** Tells that a decision did not work. Ignored unless the kept decision for its origin names the same route. */
+  /** Reports that a decision did not work. Ignored unless the kept decision for its origin names the same route. */
   void report_failure(const Decision& decision, DecisionFailure failure) {
     session_detail::check(KivSession_ReportFailure(handle(), decision.handle(), static_cast<std::uint32_t>(failure)));
   }
@@ -743,11 +772,13 @@ class Session {
   void forget() noexcept { KivSession_Forget(handle()); }
   /** Forgets answers, refused credentials and declined questions. */
   void forget_credentials() noexcept { KivSession_ForgetCredentials(handle()); }
+  /** What was counted since the session was created. */
   std::uint64_t counter(SessionCounter counter) const noexcept {
     return KivSession_GetCounter(handle(), static_cast<std::uint32_t>(counter));
   }
 
-  /** Takes the next event from the queue, or waits for one; nothing if `timeout` passes first. */
+  /** Takes the next event from the queue, or waits for one; nothing if `timeout` passes first. Any threads may call it,
+   * and each event goes to one of them. */
   std::optional<SessionEvent> next(std::chrono::milliseconds timeout = no_timeout) {
     KivEvent* handle = nullptr;
     const KivStatus status = KivSession_Next(this->handle(), session_detail::patience(timeout), &handle);
@@ -782,7 +813,7 @@ class Session {
     }
   }
 
-  PendingResolution begin(std::wstring_view url, std::chrono::milliseconds timeout, std::uint64_t tag,
+  PendingResolution start(std::wstring_view url, std::chrono::milliseconds timeout, std::uint64_t tag,
                           KivDoneFunction done) {
     KivRequest* request = nullptr;
     session_detail::check(KivSession_Start(handle(), session_detail::Text(url).c_str(), session_detail::limit(timeout),
@@ -798,7 +829,7 @@ class Session {
     if (value) set(option, static_cast<std::uint32_t>(*value));
   }
   void set(std::uint32_t option, const SessionOptions::Milliseconds& value) {
-    if (value) set(option, session_detail::patience(*value));
+    if (value) set(option, session_detail::option(*value));
   }
   void set(std::uint32_t option, const std::optional<std::wstring>& text) {
     if (text) session_detail::check(KivSession_SetText(handle(), option, session_detail::Text(*text).c_str()));

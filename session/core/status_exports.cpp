@@ -12,6 +12,9 @@ struct StatusText {
   const wchar_t* text;
 };
 
+// Failures of FACILITY_SECURITY ("Structure of COM Error Codes"), such as SEC_E_LOGON_DENIED.
+constexpr std::uint32_t kSecurityStatus = 0x80090000U;
+
 constexpr std::array kStatusTexts = {
     StatusText{KIV_STATUS_OK, L"ok"},
     StatusText{KIV_STATUS_TIMED_OUT, L"timed out"},
@@ -45,5 +48,12 @@ constexpr std::array kStatusTexts = {
 const wchar_t* KivStatus_Text(uint32_t statusOrReason) {
   const auto known = std::ranges::find(kStatusTexts, statusOrReason, &StatusText::status);
   if (known != kStatusTexts.end()) return known->text;
-  return (statusOrReason & 0xFFFF0000U) == KIV_STATUS_SYSTEM ? L"system error" : L"unknown status";
+  switch (statusOrReason & 0xFFFF0000U) {
+    case KIV_STATUS_SYSTEM:
+      return L"system error";
+    case kSecurityStatus:
+      return L"error of a security package";
+    default:
+      return L"unknown status";
+  }
 }

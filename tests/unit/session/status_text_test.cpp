@@ -21,7 +21,8 @@ std::vector<std::uint32_t> statusesAndReasons() {
 }
 
 TEST(StatusTextTest, IsAnotherForEveryStatusAndReason) {
-  std::set<std::wstring> texts = {KivStatus_Text(KIV_STATUS_SYSTEM), KivStatus_Text(0xFFFFFFFF)};
+  std::set<std::wstring> texts = {KivStatus_Text(KIV_STATUS_SYSTEM), KivStatus_Text(0x8009030C),
+                                  KivStatus_Text(0xFFFFFFFF)};
   for (const std::uint32_t value : statusesAndReasons()) {
     const wchar_t* const text = KivStatus_Text(value);
     ASSERT_NE(text, nullptr);
@@ -29,7 +30,7 @@ TEST(StatusTextTest, IsAnotherForEveryStatusAndReason) {
     EXPECT_TRUE(texts.insert(text).second) << text;
     EXPECT_EQ(KivStatus_Text(value), text) << "not a static text";
   }
-  EXPECT_EQ(texts.size(), 2 + 15 + 9U);
+  EXPECT_EQ(texts.size(), 3 + 15 + 9U);
 }
 
 TEST(StatusTextTest, IsOneForAllErrorsOfTheSystem) {
@@ -38,9 +39,15 @@ TEST(StatusTextTest, IsOneForAllErrorsOfTheSystem) {
   }
 }
 
+TEST(StatusTextTest, IsOneForAllErrorsOfSecurityPackages) {
+  for (const std::uint32_t status : {0x80090000U, 0x8009030CU, 0x8009FFFFU}) {
+    EXPECT_STREQ(KivStatus_Text(status), L"error of a security package");
+  }
+}
+
 TEST(StatusTextTest, IsOneForAllThatIsNotKnown) {
-  for (const std::uint32_t status :
-       {14U, 0x100U, 0x106U, 0x110U, 0x115U, 0x7FFFFFFFU, 0x80060718U, 0x80080000U, 0xFFFFFFFFU}) {
+  for (const std::uint32_t status : {14U, 0x100U, 0x106U, 0x110U, 0x115U, 0x7FFFFFFFU, 0x80060718U, 0x80080000U,
+                                     0x800A0000U, 0x00090000U, 0xFFFFFFFFU}) {
     EXPECT_STREQ(KivStatus_Text(status), L"unknown status");
   }
 }
