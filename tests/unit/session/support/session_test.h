@@ -20,9 +20,14 @@ namespace kiv::test {
 
 using namespace std::chrono_literals;
 
+// The helpers below let the library's allocations fail and be counted, even where the test's own are exempted.
+
 template <class Handle, void (*kRelease)(Handle*)>
 struct ReleaseHandle {
-  void operator()(Handle* handle) const noexcept { kRelease(handle); }
+  void operator()(Handle* handle) const noexcept {
+    const MemoryWatch::Resume resume;
+    kRelease(handle);
+  }
 };
 using UniqueSession = std::unique_ptr<KivSession, ReleaseHandle<KivSession, KivSession_Destruct>>;
 using UniqueRequest = std::unique_ptr<KivRequest, ReleaseHandle<KivRequest, KivRequest_Release>>;
@@ -51,12 +56,14 @@ struct Result {
 
 inline Result resolve(const UniqueSession& session, const wchar_t* url, std::uint32_t timeout = 0) {
   KivDecision* decision = nullptr;
+  const MemoryWatch::Resume resume;
   const KivStatus status = KivSession_Resolve(session.get(), url, timeout, &decision);
   return {status, UniqueDecision(decision)};
 }
 
 inline Result lookup(const UniqueSession& session, const wchar_t* url) {
   KivDecision* decision = nullptr;
+  const MemoryWatch::Resume resume;
   const KivStatus status = KivSession_Lookup(session.get(), url, &decision);
   return {status, UniqueDecision(decision)};
 }
@@ -67,14 +74,16 @@ struct Started {
 
   Result wait(std::uint32_t timeout = KIV_NO_TIME_OUT) const {
     KivDecision* decision = nullptr;
+    const MemoryWatch::Resume resume;
     const KivStatus ended = KivRequest_Wait(request.get(), timeout, &decision);
     return {ended, UniqueDecision(decision)};
   }
 };
 
-inline Started start(const UniqueSession& session, const wchar_t* url, std::uint32_t timeout = 0,
-                     std::uint64_t tag = 0, KivDoneFunction done = nullptr) {
+inline Started start(const UniqueSession& session, const wchar_t* url, std::uint32_t timeout = 0, std::uint64_t tag = 0,
+                     KivDoneFunction done = nullptr) {
   KivRequest* request = nullptr;
+  const MemoryWatch::Resume resume;
   const KivStatus status = KivSession_Start(session.get(), url, timeout, tag, done, &request);
   return {status, UniqueRequest(request)};
 }
@@ -89,6 +98,7 @@ struct Told {
 
 inline Told next(const UniqueSession& session, std::uint32_t timeout = 0) {
   KivEvent* event = nullptr;
+  const MemoryWatch::Resume resume;
   const KivStatus status = KivSession_Next(session.get(), timeout, &event);
   return {status, UniqueEventHandle(event)};
 }
