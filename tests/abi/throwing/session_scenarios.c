@@ -70,6 +70,11 @@ static void use(KivSession* session, struct application* self) {
   KivEvent* event = 0;
   CHECK(KivSession_Next(session, PATIENCE, &event) == KIV_STATUS_OK);
   KivEvent_Release(event);
+  /* A pool thread runs it, and never once the session is closed. */
+  for (int waited = 0; self->throws == WAKE && self->threw == 0 && waited < PATIENCE; ++waited) {
+    KivSession_Next(session, 1, &event);
+    KivEvent_Release(event);
+  }
 }
 
 static void throw_one(enum callback callback, int exception) {
