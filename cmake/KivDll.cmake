@@ -1,6 +1,7 @@
 # What the DLLs have in common.
 
-# Links the libraries as delay-loaded ones, whose functions the files in src/support/delay_load/ list.
+# Links the libraries as delay-loaded ones, whose functions the files in src/support/delay_load/ list, or in a folder of
+# that name beside the target's CMakeLists.txt.
 function(kiv_delay_load target)
   set(dlls ${ARGN})
   target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src/support/delay_load.cpp)
@@ -13,10 +14,14 @@ function(kiv_delay_load target)
   set(folder ${PROJECT_SOURCE_DIR}/src/support/delay_load)
   foreach(name ${ARGN})
     set(library ${CMAKE_CURRENT_BINARY_DIR}/lib${name}_delay.a)
+    set(definition ${CMAKE_CURRENT_SOURCE_DIR}/delay_load/${name}.def)
+    if(NOT EXISTS ${definition})
+      set(definition ${folder}/${name}.def)
+    endif()
     add_custom_command(
       OUTPUT ${library}
-      COMMAND ${CMAKE_DLLTOOL} --input-def ${folder}/${name}.def --output-delaylib ${library}
-      DEPENDS ${folder}/${name}.def)
+      COMMAND ${CMAKE_DLLTOOL} --input-def ${definition} --output-delaylib ${library}
+      DEPENDS ${definition})
     target_sources(${target} PRIVATE ${library})
     target_link_libraries(${target} PRIVATE ${library})
   endforeach()

@@ -19,9 +19,9 @@ execute_process(
           --toolchain ${KIV_DLL_TOOLCHAIN} ${same_in_both} -DKIV_TOOL=OFF -DKIV_TESTS=OFF
   OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
 
-# Makes the target `name`, which builds the DLL there, and kiv::name, which others link with. That build knows best what
+# Makes the target `name`, which builds the DLL there, and kiv::alias, which others link with. That build knows best what
 # has changed, so it is always asked; one that waits for the console does not meet another in the same folder.
-function(kiv_take_dll name)
+function(kiv_take_dll name alias)
   set(dll ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${name}.dll)
   set(import_library ${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}/lib${name}.dll.a)
   add_custom_target(
@@ -29,9 +29,9 @@ function(kiv_take_dll name)
     COMMAND ${CMAKE_COMMAND} --build ${KIV_DLL_BUILD} --target ${name}
     BYPRODUCTS ${dll} ${import_library}
     USES_TERMINAL)
-  add_library(kiv::${name} SHARED IMPORTED GLOBAL)
-  add_dependencies(kiv::${name} ${name})
-  set_target_properties(kiv::${name} PROPERTIES IMPORTED_LOCATION ${dll} IMPORTED_IMPLIB ${import_library}
+  add_library(kiv::${alias} SHARED IMPORTED GLOBAL)
+  add_dependencies(kiv::${alias} ${name})
+  set_target_properties(kiv::${alias} PROPERTIES IMPORTED_LOCATION ${dll} IMPORTED_IMPLIB ${import_library}
                                                 IMPORTED_NO_SYSTEM ON)
-  target_include_directories(kiv::${name} INTERFACE ${PROJECT_SOURCE_DIR}/include)
+  target_include_directories(kiv::${alias} INTERFACE ${PROJECT_SOURCE_DIR}/include)
 endfunction()

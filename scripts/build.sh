@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# Builds build/windows-x64/bin/kiv.dll, build/windows-x64/bin/kiv-resolve.exe and build/windows-x64/lib/libkiv.dll.a.
+# Builds kiv.dll, kiv-session.dll and kiv-resolve.exe in build/windows-x64/bin, and the import libraries in
+# build/windows-x64/lib.
 . "$(dirname "$0")/lib.sh"
 scripts/setup.sh build
-build windows-x64 --target kiv kiv-resolve
-ls -l build/windows-x64/bin/kiv.dll build/windows-x64/bin/kiv-resolve.exe build/windows-x64/lib/libkiv.dll.a
+build windows-x64 --target kiv kiv-session kiv-resolve
+ls -l build/windows-x64/bin/{kiv,kiv-session}.dll build/windows-x64/bin/kiv-resolve.exe \
+  build/windows-x64/lib/lib{kiv,kiv-session}.dll.a

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Builds build/kiv-VERSION-windows-x64.zip: headers, kiv.dll, its import libraries, kiv-resolve, and documentation.
+# Builds build/kiv-VERSION-windows-x64.zip: headers, kiv.dll and kiv-session.dll with their import libraries, kiv-resolve,
+# and documentation.
 # The same files give the same archive.
 . "$(dirname "$0")/lib.sh"
 scripts/setup.sh build package
-build windows-x64 --target kiv kiv-resolve
+build windows-x64 --target kiv kiv-session kiv-resolve
 version=$(project_version)
 name=kiv-$version-windows-x64
 rm -rf build/package "build/$name.zip"

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Compiles, for its errors only, what other compilers and standard libraries must take as well: all of it with iterators
-# that are classes, as Visual C++'s are, and kiv.hpp in C++17 and C++20, also as strictly as Visual C++ with /permissive-.
+# that are classes, as Visual C++'s are, and kiv.hpp and session.hpp in C++17 and C++20, also as strictly as Visual C++
+# with /permissive-.
 # What that compiler's own library says of it cannot be had here.
 . "$(dirname "$0")/lib.sh"
 scripts/setup.sh build
@@ -9,9 +10,8 @@ mkdir -p "$work/class-iterators"
 # Lays out the headers that the tool is compiled with.
 cmake --preset windows-x64 --log-level=WARNING >/dev/null
 
-# Where clang finds the standard library of GCC for Windows, with POSIX's threads or with Windows' own.
+# Where clang finds the standard library of GCC for Windows, with POSIX's threads (and so with futures).
 posix=$(x86_64-w64-mingw32-g++-posix -print-file-name=include/c++)
-win32=$(x86_64-w64-mingw32-g++-win32 -print-file-name=include/c++)
 
 # GCC's library has pointers where Visual C++'s has classes. GCC's own vector shows how such an iterator is declared.
 sed -E 's/typedef (const )?value_type\*(\s+)(const_)?iterator;/typedef __gnu_cxx::__normal_iterator<\1value_type*, array> \3iterator;/' \
@@ -27,9 +27,9 @@ static_assert(std::is_class_v<std::string_view::iterator> && std::is_class_v<std
 END
 
 flags=(-std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic -Wshadow -Werror -DUNICODE -D_UNICODE -DWIN32_LEAN_AND_MEAN -DNOMINMAX
-  -D_WIN32_WINNT=0x0601 -DKIV_BUILDING '-DKIV_VERSION="0"' -Iinclude -Isrc -Itools -isystem "$work/class-iterators"
+  -D_WIN32_WINNT=0x0601 -DKIV_BUILDING '-DKIV_VERSION="0"' -Iinclude -Isrc -Isession -Itools -isystem "$work/class-iterators"
   -isystem build/windows-x64/headers)
-sources=$(find src tools examples "$work" -name '*.cpp' | LC_ALL=C sort)
+sources=$(find session src tools examples "$work" -name '*.cpp' | LC_ALL=C sort)
 failed=0
 
 # each FILES COMMAND...: the command with each of the files.
@@ -42,15 +42,17 @@ each() {
 each "$sources" x86_64-w64-mingw32-g++-posix "${flags[@]}"
 each "$sources" clang++ --target=x86_64-w64-mingw32 "${flags[@]}" -nostdinc++ -isystem "$posix" -isystem "$posix/x86_64-w64-mingw32"
 
-# A program over kiv.hpp that uses its templates.
-program=tests/package/consumer-cpp/main.cpp
+# Programs over kiv.hpp and session.hpp that use their templates. MinGW's C headers ask whether __declspec is a macro, as
+# it is in GCC; for Visual C++ it is a keyword.
+programs=$(printf '%s\n' tests/package/consumer-{cpp,session}/main.cpp)
 strict=(-fsyntax-only -Wall -Wextra -Wconversion -Wpedantic -Wshadow -Werror -Iinclude)
 for standard in c++17 c++20; do
-  each "$program" g++ "-std=$standard" "${strict[@]}"
-  each "$program" x86_64-w64-mingw32-g++-posix "-std=$standard" "${strict[@]}"
-  each "$program" clang++ "-std=$standard" "${strict[@]}"
-  each "$program" clang++ --target=x86_64-pc-windows-msvc -nostdinc++ -nostdlibinc -isystem "$win32" \
-    -isystem "$win32/x86_64-w64-mingw32" -isystem /usr/share/mingw-w64/include -fno-ms-compatibility \
-    -fno-delayed-template-parsing -fexceptions -fcxx-exceptions "-std=$standard" "${strict[@]}"
+  each "$programs" g++ "-std=$standard" "${strict[@]}"
+  each "$programs" x86_64-w64-mingw32-g++-posix "-std=$standard" "${strict[@]}"
+  each "$programs" x86_64-w64-mingw32-g++-win32 "-std=$standard" "${strict[@]}"  # without futures
+  each "$programs" clang++ "-std=$standard" "${strict[@]}"
+  each "$programs" clang++ --target=x86_64-pc-windows-msvc -nostdinc++ -nostdlibinc -isystem "$posix" \
+    -isystem "$posix/x86_64-w64-mingw32" -isystem /usr/share/mingw-w64/include -D__declspec=__declspec \
+    -fno-ms-compatibility -fno-delayed-template-parsing -fexceptions -fcxx-exceptions "-std=$standard" "${strict[@]}"
 done
 exit "$failed"

@@ -45,16 +45,17 @@ has_all_files() {
   diff tests/package/files.txt <(cd "$kiv" && find . -type f -printf '%P\n' | grep -v '^share/doc/kiv/docs/' | LC_ALL=C sort)
 }
 
-# exported_names: what the DLL exports, as the tests of the interface list it.
+# exported_names LIST: what a DLL exports, as the tests of the interface list it.
 exported_names() {
-  grep -oE 'X\(Kiv[A-Za-z_0-9]+\)' tests/abi/exports.h | sed -E 's/X\((.*)\)/\1/' | LC_ALL=C sort
+  grep -oE 'X\(Kiv[A-Za-z_0-9]+\)' "tests/abi/$1" | sed -E 's/X\((.*)\)/\1/' | LC_ALL=C sort
 }
 
 # (objdump of binutils 2.44 writes "[   0] +base[   1]  0000 NAME" where that of 2.40 writes "[   0] NAME".)
 names_its_exports() {
-  diff <(exported_names) <(x86_64-w64-mingw32-objdump -p "$kiv/bin/kiv.dll" |
+  local name=$1 list=$2
+  diff <(exported_names "$list") <(x86_64-w64-mingw32-objdump -p "$kiv/bin/$name.dll" |
     sed -nE 's/^\s+\[ *[0-9]+\] .*\b(Kiv\w+)$/\1/p' | LC_ALL=C sort) &&
-    diff <(exported_names) <(sed -n 's/^    //p' "$kiv/lib/kiv.def")
+    diff <(exported_names "$list") <(sed -n 's/^    //p' "$kiv/lib/$name.def")
 }
 
 # The import library that others make from kiv.def serves as well as ours.
@@ -66,27 +67,30 @@ def_makes_an_import_library() {
 
 # With the compiler of the releases. What a newer one brings is larger: GCC 14 makes 213,000 bytes of it.
 is_small() {
-  local limit=185000
-  [ "$(x86_64-w64-mingw32-g++-win32 -dumpversion | cut -d- -f1 | cut -d. -f1)" -le 12 ] || limit=225000
-  [ "$(stat -c %s "$kiv/bin/kiv.dll")" -lt "$limit" ]
+  local name=$1 limit=$2
+  [ "$(x86_64-w64-mingw32-g++-win32 -dumpversion | cut -d- -f1 | cut -d. -f1)" -le 12 ] || limit=$((limit + 40000))
+  [ "$(stat -c %s "$kiv/bin/$name.dll")" -lt "$limit" ]
 }
 
 # What programs do to others, and virus scanners distrust.
 imports_nothing_dubious() {
-  x86_64-w64-mingw32-objdump -p "$kiv/bin/kiv.dll" >"$work/imports.txt"
+  x86_64-w64-mingw32-objdump -p "$kiv/bin/$1.dll" >"$work/imports.txt"
   # The list is there.
   grep -qw WinHttpOpen "$work/imports.txt" &&
     ! grep -E '\b(SuspendThread|SetThreadContext|OpenProcess|AddVectoredExceptionHandler)$' "$work/imports.txt"
 }
 
-# libraries KIND: the DLL's imported libraries of that kind, as LLVM reads its directories.
+# libraries NAME KIND: the DLL's imported libraries of that kind, as LLVM reads its directories.
 libraries() {
-  llvm-readobj --coff-imports "$kiv/bin/kiv.dll" | sed -nE "/^$1 \{/,/^\}/ s/^  Name: (.*)/\L\1/p" | LC_ALL=C sort
+  llvm-readobj --coff-imports "$kiv/bin/$1.dll" | sed -nE "/^$2 \{/,/^\}/ s/^  Name: (.*)/\L\1/p" | LC_ALL=C sort
 }
 
+# names_its_libraries NAME DELAYED...
 names_its_libraries() {
-  diff <(printf '%s\n' kernel32.dll msvcrt.dll normaliz.dll winhttp.dll) <(libraries Import) &&
-    diff <(printf '%s\n' credui.dll crypt32.dll ole32.dll) <(libraries DelayImport)
+  local name=$1
+  shift
+  diff <(printf '%s\n' kernel32.dll msvcrt.dll normaliz.dll winhttp.dll) <(libraries "$name" Import) &&
+    diff <(printf '%s\n' "$@") <(libraries "$name" DelayImport)
 }
 
 holds_no_path_of_this_machine() {
@@ -97,35 +101,39 @@ holds_no_path_of_this_machine() {
 build_consumer() {
   local language=$1
   shift
-  cmake -S "tests/package/consumer-$language" -B "$work/$language" -G Ninja "-Dkiv_DIR=$kiv/lib/cmake/kiv" "$@" && cmake --build "$work/$language" && cp "$kiv/bin/kiv.dll" "$work/$language"
+  cmake -S "tests/package/consumer-$language" -B "$work/$language" -G Ninja "-Dkiv_DIR=$kiv/lib/cmake/kiv" "$@" && cmake --build "$work/$language" &&
+    cp "$kiv"/bin/*.dll "$work/$language"
 }
 
-# flags_of_kiv: what pkg-config says of the package.
-flags_of_kiv() { PKG_CONFIG_LIBDIR=$kiv/lib/pkgconfig pkg-config --cflags --libs kiv; }
+# flags_of LIBRARY: what pkg-config says of it.
+flags_of() { PKG_CONFIG_LIBDIR=$kiv/lib/pkgconfig pkg-config --cflags --libs "$1"; }
 
-# build_with_pkg_config NAME ARGUMENT...: the program in C++17, by this compiler.
+# build_with_pkg_config LIBRARY SOURCE NAME ARGUMENT...: the program in C++17, by this compiler.
 build_with_pkg_config() {
-  local name=$1 flags
-  shift
-  read -ra flags <<<"$(flags_of_kiv)"
+  local library=$1 source=$2 name=$3 flags
+  shift 3
+  read -ra flags <<<"$(flags_of "$library")"
   mkdir -p "$work/pkg-config"
-  "$@" -std=c++17 tests/package/consumer-cpp/main.cpp "${flags[@]}" -o "$work/pkg-config/$name.exe" &&
-    cp "$kiv/bin/kiv.dll" "$work/pkg-config"
+  "$@" -std=c++17 "tests/package/$source" "${flags[@]}" -o "$work/pkg-config/$name.exe" &&
+    cp "$kiv"/bin/*.dll "$work/pkg-config"
 }
 
-# link_by_lld NAME TARGET ARGUMENT...: the program that has no library but kiv, as LLVM's tools link for this system.
+# link_by_lld LIBRARY SOURCE NAME TARGET ARGUMENT...: the program that has no other library, as LLVM's tools link for this
+# system.
 link_by_lld() {
-  local name=$1 target=$2 flags
-  shift 2
-  read -ra flags <<<"$(flags_of_kiv)"
+  local library=$1 source=$2 name=$3 target=$4 flags
+  shift 4
+  read -ra flags <<<"$(flags_of "$library")"
   mkdir -p "$work/lld"
   clang "--target=$target" -ffreestanding -isystem tests/package/consumer-visual-c/include -fuse-ld=lld -nostdlib \
-    tests/package/consumer-visual-c/main.c "${flags[@]}" "$@" -o "$work/lld/$name.exe" && cp "$kiv/bin/kiv.dll" "$work/lld"
+    "tests/package/consumer-visual-c/$source" "${flags[@]}" "$@" -o "$work/lld/$name.exe" &&
+    cp "$kiv"/bin/*.dll "$work/lld"
 }
 
-build_visual_c_consumer() {
+build_visual_c_consumers() {
   build_consumer visual-c --toolchain "$PWD/tests/package/consumer-visual-c/toolchain.cmake" &&
-    grep -F "$kiv/lib/kiv.lib" "$work/visual-c/build.ninja"
+    grep -F "$kiv/lib/kiv.lib" "$work/visual-c/build.ninja" &&
+    grep -F "$kiv/lib/kiv-session.lib" "$work/visual-c/build.ninja"
 }
 
 # ends_with CODE COMMAND...: the command's exit code is that.
@@ -152,25 +160,44 @@ check 'Made again, it is the same' is_reproducible
 check 'It unpacks' unzip -q "build/$name.zip" -d "$work/elsewhere"
 check 'It holds what belongs in it' has_all_files
 check 'It holds no path of the machine that made it' holds_no_path_of_this_machine
-check 'The DLL and kiv.def name the functions of the headers' names_its_exports
-check 'The DLL is small' is_small
-check 'The DLL imports nothing that virus scanners distrust' imports_nothing_dubious
-check 'The DLL names the libraries that it loads, at once or delayed' names_its_libraries
+check 'kiv.dll and kiv.def name the functions of the headers' names_its_exports kiv exports.h
+check 'kiv-session.dll and kiv-session.def name the functions of the header' names_its_exports kiv-session session_exports.h
+check 'kiv.dll is small' is_small kiv 185000
+check 'kiv-session.dll is small' is_small kiv-session 400000
+for name in kiv kiv-session; do
+  check "$name.dll imports nothing that virus scanners distrust" imports_nothing_dubious $name
+done
+check 'kiv.dll names the libraries that it loads, at once or delayed' names_its_libraries kiv credui.dll crypt32.dll \
+  ole32.dll
+check 'kiv-session.dll names the libraries that it loads, at once or delayed' names_its_libraries kiv-session \
+  advapi32.dll crypt32.dll secur32.dll ws2_32.dll
 windows=(--toolchain "$PWD/cmake/mingw-w64-x86_64.cmake")
+gcc=x86_64-w64-mingw32-g++-posix
+visual_c=(-Wl,/entry:start -Wl,/subsystem:console)
 check 'A program in C is built' build_consumer c "${windows[@]}"
 check 'A program in C++17 is built' build_consumer cpp "${windows[@]}"
-check 'A program is built by pkg-config' build_with_pkg_config shared x86_64-w64-mingw32-g++-posix
-check 'A static program is built by pkg-config' build_with_pkg_config static x86_64-w64-mingw32-g++-posix -static
-check 'A static program is linked by lld' link_by_lld static x86_64-w64-mingw32 -static -Wl,--entry=start
-check 'A program of the kind of Visual C++ is built, with kiv.lib' build_visual_c_consumer
-check 'A program of the kind of Visual C++ is built by pkg-config' link_by_lld visual_c x86_64-pc-windows-msvc \
-  -Wl,/entry:start -Wl,/subsystem:console
+check 'Programs over the session, in C and C++17, are built' build_consumer session "${windows[@]}"
+check 'A program is built by pkg-config' build_with_pkg_config kiv consumer-cpp/main.cpp shared $gcc
+check 'A static program is built by pkg-config' build_with_pkg_config kiv consumer-cpp/main.cpp static $gcc -static
+check 'A static program over the session is built by pkg-config' build_with_pkg_config kiv-session \
+  consumer-session/main.cpp session $gcc -static
+check 'A static program is linked by lld' link_by_lld kiv main.c static x86_64-w64-mingw32 -static -Wl,--entry=start
+check 'A static program over the session is linked by lld' link_by_lld kiv-session session.c session x86_64-w64-mingw32 \
+  -static -Wl,--entry=start
+check 'Programs of the kind of Visual C++ are built, with kiv.lib and kiv-session.lib' build_visual_c_consumers
+check 'A program of the kind of Visual C++ is built by pkg-config' link_by_lld kiv main.c visual_c \
+  x86_64-pc-windows-msvc "${visual_c[@]}"
+check 'One over the session is built by pkg-config' link_by_lld kiv-session session.c session_visual_c \
+  x86_64-pc-windows-msvc "${visual_c[@]}"
 
 about=(in_wine "$work/c/consumer_c.exe" socks5://gate)
 resource=$'\nCompanyName kiv\nFileDescription '
 check 'The program in C runs, and sees the version of the DLL' same_lines \
   "proxy socks5://gate"$'\n'"file $version product $version${resource}Finds out how to connect to a URL"$'\nOriginalFilename kiv.dll' \
   "${about[@]}" kiv.dll
+check 'It sees the version of kiv-session.dll' same_lines \
+  "proxy socks5://gate"$'\n'"file $version product $version${resource}Finds and remembers how to connect to URLs"$'\nOriginalFilename kiv-session.dll' \
+  "${about[@]}" kiv-session.dll
 cp "$kiv/bin/kiv-resolve.exe" "$work/c"
 check 'It sees the version of kiv-resolve' same_lines \
   "proxy socks5://gate"$'\n'"file $version product $version${resource}Finds the proxy that works for a URL, and shows why"$'\nOriginalFilename kiv-resolve.exe' \
@@ -181,6 +208,12 @@ check 'The static program that pkg-config built runs' same_lines "$outcome" in_w
 check 'The program that lld linked runs' ends_with 42 in_wine "$work/lld/static.exe"
 check 'The program of the kind of Visual C++ runs' ends_with 42 in_wine "$work/visual-c/consumer_visual_c.exe"
 check 'The one that pkg-config built runs' ends_with 42 in_wine "$work/lld/visual_c.exe"
+for program in session/consumer_session session/consumer_session_cpp pkg-config/session; do
+  check "The program $program, over the session, runs" ends_with 4 in_wine "$work/$program.exe"
+done
+for program in visual-c/consumer_visual_c_session lld/session lld/session_visual_c; do
+  check "The program $program, over the session, runs" ends_with 3 in_wine "$work/$program.exe"
+done
 check 'kiv.def makes an import library that serves' def_makes_an_import_library
 check 'The tool in the package runs' in_wine "$kiv/bin/kiv-resolve.exe" --help
 

@@ -1,9 +1,9 @@
 // The one parser for proxy addresses and URLs.
 #include "config/address.h"
 
-#include <algorithm>
 #include <array>
 
+#include "config/ascii_host.h"
 #include "support/number.h"
 #include "support/text.h"
 
@@ -31,42 +31,6 @@ std::optional<AddressScheme> kindOf(std::wstring_view scheme, bool acceptProxyWo
   return std::nullopt;
 }
 
-// How many characters the ASCII form of a host can have.
-constexpr std::size_t kLongestAscii = 255;
-
-struct CharacterRange {
-  wchar_t first;
-  wchar_t last;
-};
-
-// What the conversion drops from a name: table B.1 of RFC 3454, which nameprep (RFC 3491) maps to nothing.
-constexpr std::array kDropped = {
-    CharacterRange{0x00AD, 0x00AD}, CharacterRange{0x034F, 0x034F}, CharacterRange{0x1806, 0x1806},
-    CharacterRange{0x180B, 0x180D}, CharacterRange{0x200B, 0x200D}, CharacterRange{0x2060, 0x2060},
-    CharacterRange{0xFE00, 0xFE0F}, CharacterRange{0xFEFF, 0xFEFF},
-};
-
-bool isKept(wchar_t c) {
-  return std::ranges::none_of(kDropped, [c](CharacterRange range) { return c >= range.first && c <= range.last; });
-}
-
-// Whether a host is too long to have an ASCII form. Unicode's normalization makes one character of at most four, and
-// each takes at least one in the ASCII form. Such a host must not reach the system: Wine's conversion takes time that
-// grows with the square of the length, minutes for a host of a million characters.
-bool isTooLong(std::wstring_view host) {
-  constexpr std::size_t kMostKept = 4 * kLongestAscii;
-  return host.size() > kMostKept && static_cast<std::size_t>(std::ranges::count_if(host, isKept)) > kMostKept;
-}
-
-// A host that has no ASCII form becomes empty, and the address stays one: whoever uses it will fail with a clear error.
-std::wstring toAscii(std::wstring_view host) {
-  if (isTooLong(host)) return {};
-  std::array<wchar_t, kLongestAscii> ascii;  // not filled: that would take longer than all that is done with it
-  const int length =
-      IdnToAscii(0, host.data(), static_cast<int>(host.size()), ascii.data(), static_cast<int>(ascii.size()));
-  return std::wstring(support::upToNul(std::wstring_view(ascii.data(), static_cast<std::size_t>(length))));
-}
-
 // Ports wrap around at 16 bits.
 std::optional<std::uint16_t> portOf(std::wstring_view digits) {
   if (digits.empty()) return std::nullopt;
@@ -75,10 +39,11 @@ std::optional<std::uint16_t> portOf(std::wstring_view digits) {
 
 }  // namespace
 
+// A host that has no ASCII form becomes empty, and the address stays one: whoever uses it will fail with a clear error.
 ParsedAddress::ParsedAddress(const AddressParts& parts, bool acceptProxyWord)
     : scheme(support::toLower(parts.scheme)),
       kind(kindOf(scheme, acceptProxyWord)),
-      host(toAscii(parts.host)),
+      host(AsciiHost(parts.host).view()),
       port(portOf(parts.port)),
       path(parts.path),
       query(parts.query),

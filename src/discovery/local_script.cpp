@@ -57,7 +57,7 @@ Function lookUp(const support::UniqueModule& module, const char* name) {
 }  // namespace
 
 bool EvaluateLocalPacScript(const std::wstring& autoConfigUrl, const std::wstring& targetUrl, const std::wstring& host,
-                            std::vector<ProxyListEntry>& candidates) {
+                            std::vector<ProxyListEntry>& candidates, std::size_t longestAnswer) {
   if (autoConfigUrl.empty()) return false;
   // Declared in the reverse of the order in which they are released: the engine first, then its answer, then the texts
   // that it was given, which it may point into for as long as it is loaded.
@@ -81,7 +81,8 @@ bool EvaluateLocalPacScript(const std::wstring& autoConfigUrl, const std::wstrin
   const bool answered = getProxyInfo(url->c_str(), static_cast<DWORD>(url->size()), name->data(),
                                      static_cast<DWORD>(name->size()), answer.put(), &length);
   if (!answered || !answer) return false;
-  (void)ParsePacProxyList(toWide(answer.get(), length), candidates);
+  const std::wstring text = toWide(answer.get(), length);
+  (void)ParsePacProxyList(std::wstring_view(text).substr(0, longestAnswer), candidates);
   return true;
 }
 

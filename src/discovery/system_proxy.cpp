@@ -72,6 +72,7 @@ WINHTTP_AUTOPROXY_OPTIONS optionsFor(const std::wstring& autoConfigUrl) {
 struct AutoProxyAnswer {
   bool answered = false;
   DWORD error = ERROR_SUCCESS;  // of a call that failed; 0 even then if the system named none
+  bool namesProxies = false;
   GlobalWideText proxy;
   GlobalWideText bypass;
 };
@@ -80,26 +81,67 @@ AutoProxyAnswer askOnce(HINTERNET winHttp, const std::wstring& targetUrl, WINHTT
   WINHTTP_PROXY_INFO info{};
   const bool answered = WinHttpGetProxyForUrl(winHttp, targetUrl.c_str(), &options, &info);
   const DWORD error = answered ? ERROR_SUCCESS : GetLastError();
-  return {answered, error, GlobalWideText(info.lpszProxy), GlobalWideText(info.lpszProxyBypass)};
+  const bool namesProxies = info.dwAccessType == WINHTTP_ACCESS_TYPE_NAMED_PROXY && info.lpszProxy;
+  return {answered, error, namesProxies, GlobalWideText(info.lpszProxy), GlobalWideText(info.lpszProxyBypass)};
 }
+
+bool isWanted(DiscoveryProgress* progress) { return !progress || progress->isWanted(); }
+bool mayLogOn(DiscoveryProgress* progress) { return !progress || progress->mayLogOn(); }
+
+// An error after which no source is asked.
+constexpr DWORD kGivenUp = ERROR_CANCELLED;
 
 // Automatic detection if `autoConfigUrl` is empty. Both texts of `settings` are overwritten only by a call that
 // succeeds and answers with one: a script that says "no proxy" leaves the user's manual list in force.
 DWORD GetAutoProxyForUrl(HINTERNET winHttp, const std::wstring& targetUrl, const std::wstring& autoConfigUrl,
-                         Settings& settings) {
+                         Settings& settings, DiscoveryProgress* progress) {
+  if (!isWanted(progress)) return kGivenUp;
   WINHTTP_AUTOPROXY_OPTIONS options = optionsFor(autoConfigUrl);
   AutoProxyAnswer answer = askOnce(winHttp, targetUrl, options);
-  if (answer.error == ERROR_WINHTTP_LOGIN_FAILURE) {
+  if (answer.error == ERROR_WINHTTP_LOGIN_FAILURE && mayLogOn(progress)) {
     // By Microsoft's documentation of WINHTTP_AUTOPROXY_OPTIONS a program tries fAutoLogonIfChallenged = FALSE first,
     // which lets WinHTTP use its faster service outside of the process, and TRUE only after this error.
     options.fAutoLogonIfChallenged = TRUE;
     answer = {};  // what came with the failure is released before the system is asked again
+    if (!isWanted(progress)) return kGivenUp;
     answer = askOnce(winHttp, targetUrl, options);
   }
   if (!answer.answered) return answer.error;
+  if (progress) progress->scriptAnswered(answer.namesProxies);
   assignIfGiven(settings.proxyText, answer.proxy);
   assignIfGiven(settings.bypassText, answer.bypass);
   return ERROR_SUCCESS;
+}
+
+class ScriptEngineTurn {
+ public:
+  explicit ScriptEngineTurn(DiscoveryProgress* progress) noexcept : progress_(progress) {
+    if (progress_) progress_->enterScriptEngine();
+  }
+  ScriptEngineTurn(const ScriptEngineTurn&) = delete;
+  ScriptEngineTurn& operator=(const ScriptEngineTurn&) = delete;
+  ~ScriptEngineTurn() {
+    if (progress_) progress_->leaveScriptEngine();
+  }
+
+ private:
+  DiscoveryProgress* progress_;
+};
+
+bool runLocalScript(const std::wstring& autoConfigUrl, const std::wstring& targetUrl, const std::wstring& host,
+                    std::vector<ProxyListEntry>& candidates, DiscoveryProgress* progress) {
+  const ScriptEngineTurn turn(progress);
+  const std::size_t longest = progress ? DiscoveryProgress::kLongestList : std::wstring::npos;
+  if (!isWanted(progress) || !EvaluateLocalPacScript(autoConfigUrl, targetUrl, host, candidates, longest)) return false;
+  if (progress) progress->scriptAnswered(true);
+  return true;
+}
+
+void limit(Settings& settings) {
+  if (settings.proxyText.size() > DiscoveryProgress::kLongestList) {
+    settings.proxyText.resize(DiscoveryProgress::kLongestList);
+  }
+  if (settings.bypassText.size() > DiscoveryProgress::kLongestBypassList) settings.bypassText.clear();
 }
 
 // How asking one source ended.
@@ -129,25 +171,30 @@ bool IsTolerableAutoProxyError(DWORD code) {
 }
 
 bool lorvResolveProxy(HINTERNET winHttp, const std::wstring& targetUrl, std::vector<ProxyListEntry>& candidates,
-                      std::wstring& bypassText) {
+                      std::wstring& bypassText, DiscoveryProgress* progress) {
   const std::optional<std::wstring> host = hostOf(targetUrl);
   if (!host) return false;
   std::optional<Settings> settings = userSettings();
   if (!settings) return false;
+  if (progress) {
+    limit(*settings);
+    progress->settingsRead(settings->bypassText);
+  }
 
   Step step = Step::AskNext;
-  if (settings->autoDetect) step = stepAfter(GetAutoProxyForUrl(winHttp, targetUrl, {}, *settings));
+  if (settings->autoDetect) step = stepAfter(GetAutoProxyForUrl(winHttp, targetUrl, {}, *settings, progress));
   if (step == Step::AskNext && !settings->autoConfigUrl.empty()) {
-    const DWORD error = GetAutoProxyForUrl(winHttp, targetUrl, settings->autoConfigUrl, *settings);
+    const DWORD error = GetAutoProxyForUrl(winHttp, targetUrl, settings->autoConfigUrl, *settings, progress);
     // WinHTTP cannot fetch file URLs.
     if (error == ERROR_WINHTTP_UNRECOGNIZED_SCHEME &&
-        EvaluateLocalPacScript(settings->autoConfigUrl, targetUrl, *host, candidates)) {
+        runLocalScript(settings->autoConfigUrl, targetUrl, *host, candidates, progress)) {
       bypassText.clear();
       return true;
     }
     step = stepAfter(error);
   }
   if (step == Step::Failed) return false;
+  if (progress) limit(*settings);
   // A list that breaks off at an error still names the proxies in front of it.
   (void)ParseWinHttpProxyList(settings->proxyText, candidates);
   bypassText = std::move(settings->bypassText);

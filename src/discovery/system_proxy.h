@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "discovery/discovery_progress.h"
 #include "discovery/proxy_list.h"
 #include "support/platform.h"
 
@@ -13,9 +14,10 @@ namespace kiv::impl {
 // the user's manual list; each is asked only if the one before is not set up or failed with a tolerable error.
 //
 // `winHttp` is an open session. On success, also with an empty answer, `candidates` and `bypassText` are replaced.
-// False after a failure that is not tolerable.
+// False after a failure that is not tolerable. With a `progress` the lists are limited as it says, and it can give the
+// discovery up, which counts as a failure.
 bool lorvResolveProxy(HINTERNET winHttp, const std::wstring& targetUrl, std::vector<ProxyListEntry>& candidates,
-                      std::wstring& bypassText);
+                      std::wstring& bypassText, DiscoveryProgress* progress = nullptr);
 
 // Whether the next source is asked after automatic configuration failed with `code`.
 bool IsTolerableAutoProxyError(DWORD code);

@@ -10,9 +10,31 @@
 
 namespace {
 
-// As the prompt fails, and as all others do.
-INT_PTR WINAPI notFound() { return ERROR_PROC_NOT_FOUND; }
+// As most fail; as those do for which zero is success; and as the security packages do, of which nothing is called
+// without credentials.
 INT_PTR WINAPI no() { return FALSE; }
+INT_PTR WINAPI notFound() { return ERROR_PROC_NOT_FOUND; }
+INT_PTR WINAPI noPackage() { return static_cast<INT_PTR>(SEC_E_SECPKG_NOT_FOUND); }
+
+struct Replacement {
+  const char* name;
+  FARPROC function;
+};
+constexpr Replacement kReplacements[] = {
+    {"AcquireCredentialsHandleW", noPackage},
+    {"CredUIPromptForWindowsCredentialsW", notFound},
+    {"GetAddrInfoW", notFound},
+    {"RegOpenCurrentUser", notFound},
+    {"RegOpenKeyExW", notFound},
+    {"WSAStartup", notFound},
+};
+
+FARPROC inPlaceOf(const char* name) {
+  for (const Replacement& replacement : kReplacements) {
+    if (std::strcmp(name, replacement.name) == 0) return replacement.function;
+  }
+  return no;
+}
 
 // Left to itself the helper would call LoadLibrary with the bare name, which searches the application's folder first
 // ("Dynamic-link library search order"): whoever can write a file there would be shown the user's passwords. With this
@@ -40,8 +62,7 @@ FARPROC WINAPI beforeEachStep(unsigned step, PDelayLoadInfo wanted) {
 }
 
 FARPROC WINAPI afterFailure(unsigned step, PDelayLoadInfo wanted) {
-  if (step != dliFailGetProc) return nullptr;
-  return std::strcmp(wanted->dlp.szProcName, "CredUIPromptForWindowsCredentialsW") == 0 ? notFound : no;
+  return step == dliFailGetProc ? inPlaceOf(wanted->dlp.szProcName) : nullptr;
 }
 
 }  // namespace

@@ -8,17 +8,7 @@
 #include "check.h"
 #include "exports.h"
 #include "kiv/kiv.h"
-
-/* ---- The tables of the loaded module. */
-
-static const BYTE* module_base(void) { return (const BYTE*)GetModuleHandleW(L"kiv.dll"); }
-
-static const IMAGE_DATA_DIRECTORY* directory(const BYTE* base, int index) {
-  const IMAGE_DOS_HEADER* dos = (const IMAGE_DOS_HEADER*)base;
-  const IMAGE_NT_HEADERS64* nt = (const IMAGE_NT_HEADERS64*)(base + dos->e_lfanew);
-  CHECK(nt->FileHeader.Machine == IMAGE_FILE_MACHINE_AMD64);
-  return &nt->OptionalHeader.DataDirectory[index];
-}
+#include "module_tables.h"
 
 static const char* const expected_exports[] = {
 #define NAME(function) #function,
@@ -28,32 +18,11 @@ static const char* const expected_exports[] = {
 enum { EXPECTED_EXPORTS = sizeof expected_exports / sizeof expected_exports[0] };
 
 static void exports_exactly_the_public_functions(void) {
-  const BYTE* base = module_base();
-  const IMAGE_DATA_DIRECTORY* entry = directory(base, IMAGE_DIRECTORY_ENTRY_EXPORT);
-  const IMAGE_EXPORT_DIRECTORY* exports = (const IMAGE_EXPORT_DIRECTORY*)(base + entry->VirtualAddress);
-  const DWORD* names = (const DWORD*)(base + exports->AddressOfNames);
   CHECK(EXPECTED_EXPORTS == 76);
-  CHECK(exports->NumberOfNames == EXPECTED_EXPORTS);
-  CHECK(exports->NumberOfFunctions == EXPECTED_EXPORTS);
-  for (DWORD i = 0; i < exports->NumberOfNames && i < EXPECTED_EXPORTS; ++i) {
-    /* Both lists are sorted, the module's as the linker sorts: byte by byte. */
-    CHECK(strcmp((const char*)(base + names[i]), expected_exports[i]) == 0);
-  }
+  check_exports(L"kiv.dll", expected_exports, EXPECTED_EXPORTS);
 }
 
-static void imports_system_libraries_only(void) {
-  static const char* const system_libraries[] = {"kernel32.dll", "msvcrt.dll", "normaliz.dll", "winhttp.dll"};
-  const BYTE* base = module_base();
-  const IMAGE_DATA_DIRECTORY* entry = directory(base, IMAGE_DIRECTORY_ENTRY_IMPORT);
-  const IMAGE_IMPORT_DESCRIPTOR* import = (const IMAGE_IMPORT_DESCRIPTOR*)(base + entry->VirtualAddress);
-  for (; import->Name != 0; ++import) {
-    int known = 0;
-    for (size_t i = 0; i < sizeof system_libraries / sizeof system_libraries[0]; ++i) {
-      known |= _stricmp((const char*)(base + import->Name), system_libraries[i]) == 0;
-    }
-    CHECK(known);
-  }
-}
+static void imports_system_libraries_only(void) { check_imports(L"kiv.dll"); }
 
 /* ---- One round through every family. */
 

@@ -1,12 +1,13 @@
-/* An application that loads kiv.dll, uses it and frees it, again and again, in one of three ways.
+/* An application that loads kiv.dll or kiv-session.dll, uses it and frees it, again and again, in one of several ways.
  *
- *   unloading_test parse|throw|request
+ *   unloading_test parse|throw|request|version|session
  */
 #include <string.h>
 
 #include <windows.h>
 
 #include "kiv/kiv.h"
+#include "kiv/session.h"
 #include "observer.h"
 
 #define EXPORT(kiv, name) ((__typeof__(&(name)))(ULONG_PTR)GetProcAddress(kiv, #name))
@@ -29,17 +30,28 @@ static int request_nobody(HMODULE kiv) {
   return status == -1;
 }
 
+static int ask_version(HMODULE session) { return EXPORT(session, KivSession_Version)() >= 0x10000; }
+
+static int have_session(HMODULE library) {
+  KivSession* session = NULL;
+  const int created = EXPORT(library, KivSession_Create)(L"unloading", &session) == KIV_STATUS_OK;
+  EXPORT(library, KivSession_Destruct)(session);
+  return created;
+}
+
 /* The C++ run-time takes an index of thread-local storage at the first exception, and the notification that a request
- * has closed may still be returning from the library's code when the request is done: after either the DLL stays. */
+ * has closed may still be returning from the library's code when the request is done: after either the DLL stays. The
+ * first session keeps kiv-session.dll. */
 static const struct way {
   const char* name;
+  const char* library;
   int (*use)(HMODULE kiv);
   int cycles;
   int stays;
 } ways[] = {
-    {"parse", parse_proxy, 3000, 0},
-    {"throw", throw_within, 3000, 1},
-    {"request", request_nobody, 300, 1},
+    {"parse", "kiv.dll", parse_proxy, 3000, 0},           {"throw", "kiv.dll", throw_within, 3000, 1},
+    {"request", "kiv.dll", request_nobody, 300, 1},       {"version", "kiv-session.dll", ask_version, 300, 0},
+    {"session", "kiv-session.dll", have_session, 300, 1},
 };
 
 /* A process has 1,088 indexes of thread-local storage. */
@@ -51,20 +63,20 @@ static int free_tls_indexes(void) {
   return count;
 }
 
-static int cycle(int (*use)(HMODULE)) {
-  const HMODULE kiv = LoadLibraryA("kiv.dll");
-  const int used = kiv && use(kiv);
-  return FreeLibrary(kiv) && used;
+static int cycle(const struct way* way) {
+  const HMODULE library = LoadLibraryA(way->library);
+  const int used = library && way->use(library);
+  return FreeLibrary(library) && used;
 }
 
 static void check_cycles(const struct way* way) {
   begin_case("%s", way->name);
-  CHECK(GetModuleHandleA("kiv.dll") == NULL);
-  CHECK(cycle(way->use)); /* what the process keeps, it takes now */
-  CHECK((GetModuleHandleA("kiv.dll") != NULL) == way->stays);
+  CHECK(GetModuleHandleA(way->library) == NULL);
+  CHECK(cycle(way)); /* what the process keeps, it takes now */
+  CHECK((GetModuleHandleA(way->library) != NULL) == way->stays);
   const int before = free_tls_indexes();
   int good = 0;
-  for (int i = 0; i < way->cycles; ++i) good += cycle(way->use);
+  for (int i = 0; i < way->cycles; ++i) good += cycle(way);
   CHECK(good == way->cycles);
   CHECK(before > 0);
   CHECK(free_tls_indexes() == before);

@@ -19,7 +19,7 @@ LINE = re.compile(r'L"((?:BEGIN|END|No|Proxy|Candidates|Invalid|ERROR_|Response|
 FAILURE = re.compile(r"WinHttp\w+\(.*\)")
 LINK = re.compile(r"\]\(([^)#:]*)(?:#([^)]*))?\)")
 # In backticks: a path that begins with a folder of the project, and the full name of a unit test.
-PATH = re.compile(r"`(?:\./)?((?:bench|cmake|docs|examples|include|scripts|src|tests|tools)/[\w./-]*)")
+PATH = re.compile(r"`(?:\./)?((?:bench|cmake|docs|examples|include|scripts|session|src|tests|tools)/[\w./-]*)")
 TEST = re.compile(r"`(\w+Test)\.(\w+)`")
 TEST_DEFINITION = re.compile(r"^TEST(?:_[FP])?\((\w+), (\w+)\)", re.M)
 
@@ -68,7 +68,7 @@ def missing_tests(document: Path) -> list[str]:
     named = set(TEST.findall(document.read_text()))
     if not named:
         return []
-    defined = {test for source in ROOT.glob("tests/unit/*.cpp") for test in TEST_DEFINITION.findall(source.read_text())}
+    defined = {test for source in ROOT.glob("tests/unit/**/*.cpp") for test in TEST_DEFINITION.findall(source.read_text())}
     return [f"there is no test {suite}.{name}" for suite, name in sorted(named - defined)]
 
 

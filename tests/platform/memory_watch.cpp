@@ -72,6 +72,11 @@ thread_local bool counting = false;
 thread_local std::size_t counted = 0;
 thread_local std::size_t failing = 0;
 
+// The same for all threads.
+std::atomic<bool> countingAll{false};
+std::atomic<std::size_t> countedOfAll{0};
+std::atomic<std::size_t> failingOfAll{0};
+
 // Never destroyed: blocks are released until the very end of the process.
 Watch& watch() {
   alignas(Watch) static unsigned char memory[sizeof(Watch)];
@@ -97,8 +102,9 @@ void scan(const Watch& state, const void* block, std::size_t size, PlainVector<F
 }
 
 bool mustFail() {
-  if (!counting || MemoryWatch::isPaused()) return false;
-  return ++counted == failing;
+  if (MemoryWatch::isPaused()) return false;
+  if (counting && ++counted == failing) return true;
+  return countingAll && ++countedOfAll == failingOfAll;
 }
 
 void track(void* block, std::size_t size) {
@@ -220,6 +226,14 @@ std::size_t MemoryWatch::Scope::liveBlocks() const {
   return live;
 }
 
+std::size_t MemoryWatch::Scope::liveBytes() const {
+  Watch& state = watch();
+  const std::lock_guard lock(state.mutex);
+  std::size_t bytes = 0;
+  for (const auto& [address, block] : state.blocks) bytes += block.sequence >= first_ ? block.size : 0;
+  return bytes;
+}
+
 MemoryWatch::SecretGuard::SecretGuard(std::wstring_view secret) {
   if (secret.size() < 4) std::abort();
   Watch& state = watch();
@@ -270,16 +284,30 @@ std::vector<std::string> MemoryWatch::SecretGuard::scanLiveBlocks() const {
   return describe(findings, "a live");
 }
 
-MemoryWatch::AllocationFailure::AllocationFailure(std::size_t nth) : nth_(nth) {
-  counted = 0;
-  failing = nth;
-  counting = true;
+MemoryWatch::AllocationFailure::AllocationFailure(std::size_t nth, Threads threads) : nth_(nth), threads_(threads) {
+  if (threads_ == Threads::All) {
+    countedOfAll = 0;
+    failingOfAll = nth;
+    countingAll = true;
+  } else {
+    counted = 0;
+    failing = nth;
+    counting = true;
+  }
 }
 
-MemoryWatch::AllocationFailure::~AllocationFailure() { counting = false; }
+MemoryWatch::AllocationFailure::~AllocationFailure() {
+  if (threads_ == Threads::All) {
+    countingAll = false;
+  } else {
+    counting = false;
+  }
+}
 
-std::size_t MemoryWatch::AllocationFailure::count() const { return counted; }
-bool MemoryWatch::AllocationFailure::happened() const { return nth_ != 0 && counted >= nth_; }
+std::size_t MemoryWatch::AllocationFailure::count() const {
+  return threads_ == Threads::All ? countedOfAll.load() : counted;
+}
+bool MemoryWatch::AllocationFailure::happened() const { return nth_ != 0 && count() >= nth_; }
 
 }  // namespace kiv::test
 

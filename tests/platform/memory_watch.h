@@ -25,6 +25,8 @@ class MemoryWatch {
 
     // Counts the blocks allocated since this scope began and not yet released.
     std::size_t liveBlocks() const;
+    // Counts the bytes of these.
+    std::size_t liveBytes() const;
 
    private:
     std::uint64_t first_;
@@ -71,21 +73,25 @@ class MemoryWatch {
     Scope scope_;
   };
 
-  // Makes the nth allocation of the calling thread fail, counted from 1 at construction; 0 makes none fail.
-  // Throwing and nothrow forms count alike. Disarms itself when it goes.
+  // Whose allocations are counted: those of the calling thread, or of all together.
+  enum class Threads { This, All };
+
+  // Makes the nth allocation fail, counted from 1 at construction; 0 makes none fail. Throwing and nothrow forms count
+  // alike. Disarms itself when it goes. At most one for all threads at a time.
   class AllocationFailure {
    public:
-    explicit AllocationFailure(std::size_t nth);
+    explicit AllocationFailure(std::size_t nth, Threads threads = Threads::This);
     ~AllocationFailure();
     AllocationFailure(const AllocationFailure&) = delete;
     AllocationFailure& operator=(const AllocationFailure&) = delete;
 
-    // Counts the allocations that the thread asked for since construction, the failed one included.
+    // Counts the allocations that were asked for since construction, the failed one included.
     std::size_t count() const;
     bool happened() const;
 
    private:
     std::size_t nth_;
+    Threads threads_;
   };
 
   static SecretGuard guardSecret(std::wstring_view secret) { return SecretGuard(secret); }

@@ -95,6 +95,34 @@ TEST(MemoryWatch, CountsNeitherTheSimulatorsAllocationsNorOtherThreads) {
   other.join();
 }
 
+TEST(MemoryWatch, FailsTheNthAllocationOfAllThreads) {
+  const MemoryWatch::AllocationFailure failure(2, MemoryWatch::Threads::All);
+  const auto allocates = [] {
+    sink = ::operator new(8, std::nothrow);
+    ::operator delete(sink);
+    return sink != nullptr;
+  };
+  EXPECT_TRUE(allocates());
+  bool other = true;
+  bool paused = false;
+  {
+    // The thread's own needs are not counted.
+    const MemoryWatch::Pause pause;
+    std::thread([&] {
+      {
+        const MemoryWatch::Pause whilePaused;
+        paused = allocates();
+      }
+      other = allocates();
+    }).join();
+  }
+  EXPECT_TRUE(paused);
+  EXPECT_FALSE(other);
+  EXPECT_TRUE(failure.happened());
+  EXPECT_TRUE(allocates());
+  EXPECT_EQ(failure.count(), 3U);
+}
+
 TEST(MemoryWatch, CountsTheBlocksOfAScope) {
   const MemoryWatch::Scope scope;
   EXPECT_EQ(scope.liveBlocks(), 0U);

@@ -59,10 +59,10 @@ void forEachFault(Scenario scenario, DWORD code = ERROR_GEN_FAILURE) {
 }
 
 // Runs the scenario with its first allocation failing, its second, and so on, until it needs no more. What it is given
-// is a fresh simulated Windows and `armed`, to be called with the part in which allocations fail; they do so on the
-// calling thread alone. No exception may leave that part, and no block or resource may be left when the scenario ends.
+// is a fresh simulated Windows and `armed`, to be called with the part in which allocations fail: those of the calling
+// thread, or of all. No exception may leave that part, and no block or resource may be left when the scenario ends.
 template <class Scenario>
-void forEachAllocation(Scenario scenario) {
+void forEachAllocation(Scenario scenario, MemoryWatch::Threads threads = MemoryWatch::Threads::This) {
   bool happened = true;
   for (std::size_t nth = 1; happened && !::testing::Test::HasFatalFailure(); ++nth) {
     SCOPED_TRACE("allocation " + std::to_string(nth) + " fails");
@@ -71,7 +71,7 @@ void forEachAllocation(Scenario scenario) {
     {
       SimulatedWindows windows;
       scenario(windows, [&](auto&& body) {
-        const MemoryWatch::AllocationFailure failure(nth);
+        const MemoryWatch::AllocationFailure failure(nth, threads);
         body();
         happened = failure.happened();
       });

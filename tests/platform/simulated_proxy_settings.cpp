@@ -41,6 +41,7 @@ DWORD crackHost(std::wstring_view url, std::wstring_view& host) {
 }
 
 BOOL answerAutoProxy(Entry& call, const AutoProxyAnswer& answer, WINHTTP_PROXY_INFO& info) {
+  if (!call.spend(answer.takes)) return call.fail(ERROR_WINHTTP_AUTO_PROXY_SERVICE_ERROR, FALSE);
   State& state = call.state();
   info.dwAccessType = answer.proxy ? WINHTTP_ACCESS_TYPE_NAMED_PROXY : WINHTTP_ACCESS_TYPE_NO_PROXY;
   info.lpszProxy = state.newText(answer.proxy);
@@ -92,6 +93,7 @@ BOOL CALLBACK getProxyInfo(LPCSTR url, DWORD urlLength, LPSTR host, DWORD hostLe
   checkModule(call);
   if (call.fault()) return call.fail(*call.fault(), FALSE);
   const ScriptEngine& engine = call.windows().scriptEngine;
+  if (!call.spend(engine.takes)) return call.fail(ERROR_GEN_FAILURE, FALSE);
   if (engine.answer) {
     const std::string& bytes = *engine.answer;
     *answer = static_cast<LPSTR>(call.state().newBlock(Kind::GlobalBlock, bytes.c_str(), bytes.size() + 1));
@@ -146,7 +148,9 @@ BOOL WINAPI WinHttpGetIEProxyConfigForCurrentUser(WINHTTP_CURRENT_USER_IE_PROXY_
   Entry call("WinHttpGetIEProxyConfigForCurrentUser");
   if (call.fault()) return call.fail(*call.fault(), FALSE);
   if (!config) return call.fail(ERROR_INVALID_PARAMETER, FALSE);
-  const UserSettings& user = call.windows().user;
+  const auto& otherUsers = call.windows().otherUsers;
+  const auto other = otherUsers.find(call.user());
+  const UserSettings& user = other == otherUsers.end() ? call.windows().user : other->second;
   config->fAutoDetect = user.autoDetect ? TRUE : FALSE;
   config->lpszAutoConfigUrl = call.state().newText(user.autoConfigUrl);
   config->lpszProxy = call.state().newText(user.proxy);
@@ -173,6 +177,7 @@ BOOL WINAPI WinHttpGetProxyForUrl(HINTERNET session, LPCWSTR url, WINHTTP_AUTOPR
   if (options->dwFlags & WINHTTP_AUTOPROXY_AUTO_DETECT) {
     return answerAutoProxy(call, nextAnswer(windows.autoDetection, state.detections), *info);
   }
+  if (windows.decideConfig) return answerAutoProxy(call, windows.decideConfig(url), *info);
   return answerAutoProxy(call, nextAnswer(windows.autoConfig, state.configurations), *info);
 }
 
@@ -190,6 +195,7 @@ FARPROC WINAPI GetProcAddress(HMODULE module, LPCSTR name) {
   Entry call("GetProcAddress");
   call.handle(L"module", module).text(L"name", std::wstring_view(name ? toWide(name) : L"null"));
   if (call.fault()) return call.fail(*call.fault(), FARPROC{});
+  if (call.state().changes.modules.contains(module)) return findSystemProcedure(call, module, name ? name : "");
   if (!call.state().check(module, Kind::Module, call.name())) return call.fail(ERROR_MOD_NOT_FOUND, FARPROC{});
   const ScriptEngine& engine = call.windows().scriptEngine;
   const std::string_view wanted = name ? name : "";

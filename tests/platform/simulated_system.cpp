@@ -8,9 +8,6 @@ namespace {
 
 using Noise = Entry::Noise;
 
-// A test that waits for what never comes says so, instead of hanging.
-constexpr std::chrono::seconds kForever{30};
-
 // Ends a wait: an event that resets itself lets one waiter through.
 DWORD take(Entry& call, Event& event) {
   if (!event.manualReset) event.signaled = false;
@@ -19,19 +16,15 @@ DWORD take(Entry& call, Event& event) {
 
 DWORD waitFor(Entry& call, HANDLE handle, DWORD milliseconds) {
   auto& state = call.state();
-  const bool forever = milliseconds == INFINITE;
-  const auto limit = forever ? std::chrono::milliseconds(kForever) : std::chrono::milliseconds(milliseconds);
-  // The system's clock, because ThreadSanitizer does not see through waits on the steady one.
-  const auto until = std::chrono::system_clock::now() + limit;
+  const auto limit = milliseconds == INFINITE ? std::nullopt : std::optional(std::chrono::milliseconds(milliseconds));
   const auto isOver = [&] { return state.events.at(handle).signaled || state.resources.at(handle).released; };
-  const bool inTime = state.changed.wait_until(call.lock(), until, isOver);
+  const Waited outcome = state.await(call.lock(), state.resources.at(handle).name, isOver, limit);
   if (state.resources.at(handle).released) {
     state.complaints.push_back(state.resources.at(handle).name + " was released while a thread waited for it");
     return call.fail(ERROR_INVALID_HANDLE, DWORD{WAIT_FAILED});
   }
-  if (inTime) return take(call, state.events.at(handle));
-  if (!forever) return call.succeed(DWORD{WAIT_TIMEOUT});
-  state.complaints.push_back(state.resources.at(handle).name + " was waited for in vain");
+  if (outcome == Waited::Met) return take(call, state.events.at(handle));
+  if (outcome == Waited::TimedOut) return call.succeed(DWORD{WAIT_TIMEOUT});
   return call.fail(ERROR_GEN_FAILURE, DWORD{WAIT_FAILED});
 }
 
@@ -39,8 +32,11 @@ BOOL setSignaled(Entry& call, HANDLE handle, bool signaled) {
   call.handle(L"event", handle);
   auto& state = call.state();
   if (!state.check(handle, Kind::Event, call.name())) return call.fail(ERROR_INVALID_HANDLE, FALSE);
-  state.events.at(handle).signaled = signaled;
-  state.changed.notify_all();
+  if (signaled) {
+    state.signal(handle);
+  } else {
+    state.events.at(handle).signaled = false;
+  }
   return call.succeed(TRUE);
 }
 
@@ -124,7 +120,17 @@ DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
 BOOL WINAPI CloseHandle(HANDLE handle) {
   Entry call("CloseHandle", Noise::Quiet);
   call.handle(L"event", handle);
-  if (!call.state().release(handle, Kind::Event, call.name())) return call.fail(ERROR_INVALID_HANDLE, FALSE);
-  call.state().changed.notify_all();
+  auto& state = call.state();
+  const bool isToken = state.tokens.contains(handle);
+  if (!state.release(handle, isToken ? Kind::Token : Kind::Event, call.name())) {
+    return call.fail(ERROR_INVALID_HANDLE, FALSE);
+  }
+  for (void* wait : state.armedWaits) {
+    if (state.poolObjects.at(wait).event != handle) continue;
+    state.complaints.push_back(state.resources.at(handle).name + " was released while " +
+                               state.resources.at(wait).name + " waited for it");
+  }
+  state.checkUnwatched(handle);
+  state.wake();
   return call.succeed(TRUE);
 }

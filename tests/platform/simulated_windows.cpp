@@ -19,9 +19,12 @@ namespace {
 
 constexpr int kReleasedByte = 0xDD;
 
+// A test that waits for what never comes says so, instead of hanging.
+constexpr std::chrono::seconds kForever{30};
+
 std::atomic<SimulatedWindows*> active{nullptr};
 
-SimulatedWindows& activeWindows(const char* caller) {
+SimulatedWindows& needWindows(const char* caller) {
   SimulatedWindows* windows = active.load();
   if (windows) return *windows;
   std::fprintf(stderr, "%s was called while no SimulatedWindows existed\n", caller);
@@ -40,6 +43,32 @@ const char* kindName(Kind kind) {
       return "module";
     case Kind::Event:
       return "event";
+    case Kind::Winsock:
+      return "use of Winsock";
+    case Kind::Socket:
+      return "socket";
+    case Kind::AddressList:
+      return "address list";
+    case Kind::RegistryKey:
+      return "registry key";
+    case Kind::Registration:
+      return "registration";
+    case Kind::AddressTable:
+      return "address table";
+    case Kind::Credentials:
+      return "credentials handle";
+    case Kind::Context:
+      return "security context";
+    case Kind::ContextBuffer:
+      return "context buffer";
+    case Kind::Token:
+      return "token";
+    case Kind::Work:
+      return "work";
+    case Kind::Timer:
+      return "timer";
+    case Kind::Wait:
+      return "wait";
   }
   return "";
 }
@@ -71,6 +100,8 @@ bool isSpoilt(const Resource& block) {
 }
 
 }  // namespace
+
+SimulatedWindows* activeWindows() { return active.load(); }
 
 DWORD& lastError() {
   thread_local DWORD code = kClobbered;
@@ -142,10 +173,29 @@ void SimulatedWindows::failCall(std::size_t index, DWORD code) {
 }
 
 bool SimulatedWindows::canFail(std::string_view name) {
-  constexpr std::array<std::string_view, 9> never = {"GetLastError",  "SetLastError", "SetEvent",
-                                                     "ResetEvent",    "CloseHandle",  "GlobalFree",
-                                                     "CoTaskMemFree", "FreeLibrary",  "WinHttpCloseHandle"};
-  return std::ranges::find(never, name) == never.end();
+  constexpr std::array<std::string_view, 18> never = {"GetLastError",
+                                                      "SetLastError",
+                                                      "SetEvent",
+                                                      "ResetEvent",
+                                                      "CloseHandle",
+                                                      "GlobalFree",
+                                                      "CoTaskMemFree",
+                                                      "FreeLibrary",
+                                                      "WinHttpCloseHandle",
+                                                      "SubmitThreadpoolWork",
+                                                      "SetThreadpoolTimer",
+                                                      "SetThreadpoolWait",
+                                                      "WaitForThreadpoolWorkCallbacks",
+                                                      "WaitForThreadpoolTimerCallbacks",
+                                                      "WaitForThreadpoolWaitCallbacks",
+                                                      "CloseThreadpoolWork",
+                                                      "CloseThreadpoolTimer",
+                                                      "CloseThreadpoolWait"};
+  constexpr auto neverEither = std::to_array<std::string_view>(
+      {"WSAGetLastError", "WSACleanup", "closesocket", "FreeAddrInfoW", "RegCloseKey", "FreeMibTable",
+       "CancelMibChangeNotify2", "WinHttpUnregisterProxyChangeNotification", "PowerUnregisterSuspendResumeNotification",
+       "RtlDllShutdownInProgress", "FreeCredentialsHandle", "DeleteSecurityContext", "FreeContextBuffer"});
+  return std::ranges::find(never, name) == never.end() && std::ranges::find(neverEither, name) == neverEither.end();
 }
 
 std::vector<Call> SimulatedWindows::calls(Transcript extent) const {
@@ -203,7 +253,24 @@ std::vector<ReleasedBlock> SimulatedWindows::releasedBlocks() const {
   return state_->releasedBlocks;
 }
 
+void SimulatedWindows::impersonate(const std::wstring& name) {
+  const MemoryWatch::Pause pause;
+  const std::lock_guard lock(state_->mutex);
+  if (name.empty()) {
+    state_->users.erase(std::this_thread::get_id());
+  } else {
+    state_->users[std::this_thread::get_id()] = name;
+  }
+}
+
+void SimulatedWindows::change(const std::function<void()>& edit) {
+  const MemoryWatch::Pause pause;
+  const std::lock_guard lock(state_->mutex);
+  edit();
+}
+
 void SimulatedWindows::settle() {
+  if (VirtualTime* time = state_->time) return time->settle();
   std::unique_lock lock(state_->mutex);
   state_->changed.wait(lock, [&] { return state_->jobs.empty() && !state_->running; });
 }
@@ -305,6 +372,44 @@ bool SimulatedWindows::State::release(void* handle, Kind kind, const std::string
   return true;
 }
 
+void SimulatedWindows::State::wake() {
+  changed.notify_all();
+  if (VirtualTime* virtualTime = time) virtualTime->changed();
+}
+
+Waited SimulatedWindows::State::await(std::unique_lock<std::mutex>& lock, const std::string& subject,
+                                      const std::function<bool()>& condition,
+                                      std::optional<std::chrono::milliseconds> limit) {
+  if (VirtualTime* virtualTime = time) return virtualTime->wait(lock, subject, condition, limit);
+  // The system's clock, because ThreadSanitizer does not see through waits on the steady one.
+  const auto until = std::chrono::system_clock::now() + limit.value_or(kForever);
+  if (changed.wait_until(lock, until, condition)) return Waited::Met;
+  if (limit) return Waited::TimedOut;
+  complaints.push_back(subject + " was waited for in vain");
+  return Waited::InVain;
+}
+
+void SimulatedWindows::State::sleepFor(std::chrono::milliseconds duration) {
+  VirtualTime* virtualTime = time;
+  if (!virtualTime) return;
+  const MemoryWatch::Pause pause;
+  std::unique_lock lock(mutex);
+  virtualTime->wait(
+      lock, "time to pass", [] { return false; }, duration);
+}
+
+void SimulatedWindows::State::later(std::chrono::milliseconds delay, std::function<void()> job) {
+  VirtualTime& virtualTime = needTime("State::later");
+  const MemoryWatch::Pause pause;
+  virtualTime.at(delay, [&virtualTime, job = std::move(job)] { virtualTime.submit(job); });
+}
+
+VirtualTime& SimulatedWindows::State::needTime(const std::string& function) const {
+  if (VirtualTime* virtualTime = time) return *virtualTime;
+  std::fprintf(stderr, "%s was called while no VirtualTime existed\n", function.c_str());
+  std::abort();
+}
+
 std::shared_ptr<Job> SimulatedWindows::State::post(const Notification& notification, std::chrono::microseconds delay) {
   auto job = std::make_shared<Job>(Job{notification, std::chrono::system_clock::now() + delay, false});
   jobs.push_back(job);
@@ -342,12 +447,15 @@ void SimulatedWindows::State::dispatch() {
 
 Entry::Entry(const char* name, Noise noise)
     : name_(name),
-      windows_(activeWindows(name)),
+      windows_(needWindows(name)),
       state_(windows_.state()),
       lock_(state_.mutex),
       index_(state_.calls.size()),
       quiet_(noise == Noise::Quiet) {
   state_.calls.push_back({.name = name_, .arguments = {}, .error = 0, .failed = false, .quiet = quiet_});
+  if (const auto found = state_.users.find(std::this_thread::get_id()); found != state_.users.end()) {
+    state_.calls.back().user = found->second;
+  }
   if (windows_.onCall) windows_.onCall(name_);
   fault_ = takeFault();
   if (!quiet_) ++state_.significantCalls;
@@ -388,6 +496,14 @@ Entry& Entry::flags(const wchar_t* label, std::uint64_t value) {
 
 Entry& Entry::handle(const wchar_t* label, const void* value) {
   return text(label, std::wstring_view(state_.nameOf(value)));
+}
+
+bool Entry::spend(std::chrono::milliseconds duration) {
+  VirtualTime* time = state_.time;
+  if (duration.count() == 0 || !time) return true;
+  const auto limit = duration < kNever ? std::optional(duration) : std::nullopt;
+  return time->wait(
+             lock_, name_ + " to return", [] { return false; }, limit) == Waited::TimedOut;
 }
 
 void Entry::recordFailure(DWORD code) {

@@ -13,6 +13,9 @@
 #include <utility>
 #include <vector>
 
+#include "platform/simulated_changes.h"
+#include "platform/simulated_network.h"
+#include "platform/simulated_security.h"
 #include "support/platform.h"
 
 namespace kiv::test {
@@ -23,10 +26,14 @@ struct Call {
   std::wstring arguments;
   DWORD error = 0;  // what GetLastError (or the result) said, if the call failed
   bool failed = false;
-  bool quiet = false;  // of no interest in a transcript: errors read, events set and awaited
+  bool quiet = false;      // of no interest in a transcript: errors read, events set and awaited
+  std::wstring user = {};  // whom the thread impersonated; empty: it ran as the process
 };
 
 enum class Transcript { Significant, Everything };
+
+// A duration in virtual time that stands for one without an end.
+inline constexpr std::chrono::milliseconds kNever = std::chrono::hours(24);
 
 // What the user's Internet settings say. An absent text is handed out as a null pointer.
 struct UserSettings {
@@ -42,7 +49,8 @@ struct AutoProxyAnswer {
   DWORD error = 0;
   std::optional<std::wstring> proxy = std::nullopt;
   std::optional<std::wstring> bypass = std::nullopt;
-  bool failsWithoutCode = false;  // the call fails, but GetLastError then gives 0
+  bool failsWithoutCode = false;       // the call fails, but GetLastError then gives 0
+  std::chrono::milliseconds takes{0};  // in virtual time; kNever: until that ends, then the call fails
 };
 
 // The engine for local scripts in "jsproxy.dll".
@@ -54,7 +62,8 @@ struct ScriptEngine {
   BOOL getInfoResult = TRUE;
   std::optional<std::string> answer = std::nullopt;  // the bytes handed out, a terminator is added behind them
   std::optional<DWORD> reportedLength = std::nullopt;
-  bool reportsLength = true;  // if not, the length stays what the caller set it to
+  bool reportsLength = true;           // if not, the length stays what the caller set it to
+  std::chrono::milliseconds takes{0};  // as above, for each answer
 };
 
 struct AuthSchemes {
@@ -76,12 +85,17 @@ enum class ErrorBy { Notification, ReturnValue };
 // What becomes of one WinHttpSendRequest and the WinHttpReceiveResponse that follows it.
 struct Exchange {
   DWORD status = 200;
+  bool beforeTls = false;  // of an https request: the proxy's own answer
   DWORD sendError = 0;
   DWORD receiveError = 0;
   std::optional<AuthSchemes> schemes = std::nullopt;  // absent: Basic for 401 and 407, an error for any other status
   std::optional<std::wstring> headers = std::nullopt;
   std::optional<Delivery> delivery = std::nullopt;
   std::optional<ErrorBy> errorBy = std::nullopt;
+  // In virtual time. The time for the answer begins when the request was sent.
+  std::chrono::milliseconds connecting{0};
+  std::chrono::milliseconds answering{0};
+  std::vector<std::pair<std::wstring, std::wstring>> fields = {};  // of the header, apart from `headers`
 };
 
 struct ProxyOption {
@@ -108,6 +122,7 @@ struct RequestRecord {
   DWORD securityFlags = 0;
   std::optional<ProxyOption> proxy;
   std::vector<Credentials> credentials;
+  std::map<DWORD, DWORD> options = {};  // time-outs, features, policies: option to value, the session's ones included
   std::size_t sends = 0;
   bool closed = false;
 };
@@ -133,6 +148,9 @@ struct HttpScript {
   std::chrono::microseconds closeDelay{200};
   // Lets calls on a session that is asynchronous, but has no callback, complete before they return.
   bool synchronous = false;
+
+  // In virtual time: a request that is closed says so only when the server would have answered, as in Wine.
+  bool closingWaits = false;
 
   DWORD securityFlags = 0;                                 // what a new request answers
   bool headerSizeQuerySucceeds = false;                    // the query for the size of the raw headers
@@ -174,16 +192,29 @@ class SimulatedWindows {
   SimulatedWindows& operator=(const SimulatedWindows&) = delete;
 
   UserSettings user;
+  std::map<std::wstring, UserSettings> otherUsers = {};          // of threads that impersonate them
   std::vector<AutoProxyAnswer> autoDetection{{.error = 12180}};  // one per call, the last one repeats
   std::vector<AutoProxyAnswer> autoConfig{{.error = 12167}};
+  // If set, answers in place of autoConfig. Runs under the simulator's lock: it must not call the library.
+  std::function<AutoProxyAnswer(const std::wstring& url)> decideConfig = {};
   std::optional<DWORD> crackedHostLength = std::nullopt;  // what WinHttpCrackUrl reports in place of the truth
   ScriptEngine scriptEngine;
   HttpScript http;
   CredentialPrompt prompt;
   std::map<std::wstring, std::wstring> environment;
   std::map<std::wstring, std::wstring> environmentAfterwards;  // what a variable changes to once it was asked for
+  Network network;
+  Registry registry;
+  Modules modules;
+  SecurityPackages security;
+  bool processEnds = false;  // what RtlDllShutdownInProgress says
   // If set, runs at the start of each call, under the simulator's lock: it must not call the library.
   std::function<void(const std::string& name)> onCall = {};
+
+  // Lets the calling thread impersonate that user; an empty name ends it.
+  void impersonate(const std::wstring& name);
+  // Changes members while other threads call.
+  void change(const std::function<void()>& edit);
 
   // Faults. A call that is made to fail does nothing else. Where several apply, the first one set wins.
   void failAlways(std::string_view name, DWORD code);
@@ -191,6 +222,14 @@ class SimulatedWindows {
   void failNth(std::string_view name, std::size_t nth, DWORD code);  // counted from 1, and from now
   void failCall(std::size_t index, DWORD code);                      // an index in calls()
   static bool canFail(std::string_view name);
+
+  // What changes under the library. The registry tells at once; the others on
+  // threads of the pool, and need a VirtualTime.
+  void changeRegistry(std::wstring_view path);     // a value of "HKCU\\Software\\X"
+  void createRegistryKey(std::wstring_view path);  // one of those that were missing
+  void changeAddresses(std::vector<UnicastAddress> addresses);
+  void changeWinHttpProxy();
+  void resumeFromSleep();
 
   // The record.
   std::vector<Call> calls(Transcript extent = Transcript::Significant) const;
@@ -202,6 +241,12 @@ class SimulatedWindows {
   std::vector<Credentials> credentials() const;  // of all requests, in order
   std::vector<Protection> protections() const;   // one per CryptProtectMemory
   std::vector<ReleasedBlock> releasedBlocks() const;
+
+  std::vector<ConnectionRecord> connections() const;
+  std::size_t openConnections() const;  // sockets that began to connect and were not closed
+  std::size_t mostConnections() const;  // the most of them at one time
+  std::vector<IdentityRecord> identities() const;
+  std::vector<HandshakeRecord> handshakes() const;
 
   // Waits until every callback that is under way has run.
   void settle();

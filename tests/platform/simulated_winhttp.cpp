@@ -1,4 +1,6 @@
 // WinHTTP's sessions, connections and requests: scripted answers, delivered on the thread that the test asks for.
+#include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "platform/simulated_state.h"
@@ -8,6 +10,9 @@ namespace {
 
 using Level = Internet::Level;
 using Stage = Internet::Stage;
+using Milliseconds = std::chrono::milliseconds;
+
+constexpr Milliseconds kEndless = Milliseconds::max();
 
 // Finds a live handle of that level; if there is none, makes the call fail the way the system does.
 Internet* find(Entry& call, HINTERNET handle, std::optional<Level> level, DWORD& error) {
@@ -31,6 +36,8 @@ HINTERNET create(State& state, Level level, const char* name, const Internet& pa
   internet.agent = parent.agent;
   internet.host = parent.host;
   internet.port = parent.port;
+  internet.proxy = parent.proxy;
+  internet.options = parent.options;
   HINTERNET handle = state.newHandle(Kind::Internet, name);
   state.internets[handle] = std::move(internet);
   return handle;
@@ -62,6 +69,97 @@ void deliver(Entry& call, const Notification& notification, Delivery delivery, s
   if (early) state.changed.wait(call.lock(), [&] { return job->done; });
 }
 
+Milliseconds limitOf(const Internet& request, DWORD option, DWORD otherwise) {
+  const auto found = request.options.find(option);
+  const DWORD value = found == request.options.end() ? otherwise : found->second;
+  return value == 0 || value == INFINITE ? kEndless : Milliseconds(value);
+}
+
+// The time-outs that count while the request is sent, and while the response is awaited, with the system's defaults.
+Milliseconds connectLimit(const Internet& request) { return limitOf(request, WINHTTP_OPTION_CONNECT_TIMEOUT, 60000); }
+
+Milliseconds answerLimit(const Internet& request) {
+  return std::min(limitOf(request, WINHTTP_OPTION_RECEIVE_TIMEOUT, 30000),
+                  limitOf(request, WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, 90000));
+}
+
+// Hands out what happened on a handle, in virtual time, one after the other.
+void handOut(Entry& call, Internet& internet, const std::vector<Notification>& notifications, Delivery delivery) {
+  State& state = call.state();
+  const bool inTurn = std::exchange(internet.delivering, true);
+  internet.inbox.insert(internet.inbox.end(), notifications.begin(), notifications.end());
+  if (inTurn) return;
+  HINTERNET handle = notifications.front().handle;
+  if (delivery == Delivery::Inside) {
+    call.lock().unlock();
+    state.deliverQueued(handle);
+    call.lock().lock();
+    return;
+  }
+  state.needTime(call.name()).submit([&state, handle] { state.deliverQueued(handle); });
+  if (delivery == Delivery::OtherThread) return;
+  state.await(
+      call.lock(), "a callback", [&] { return !internet.delivering; }, std::nullopt);
+}
+
+std::vector<Notification> endOf(Internet& request) {
+  const Notification end = *std::exchange(request.underWay, std::nullopt);
+  const bool isConnected = end.api == API_SEND_REQUEST && end.error != ERROR_WINHTTP_CANNOT_CONNECT &&
+                           end.error != ERROR_WINHTTP_NAME_NOT_RESOLVED && end.error != ERROR_WINHTTP_TIMEOUT;
+  if (!isConnected) return {end};
+  return {{.handle = end.handle, .status = WINHTTP_CALLBACK_STATUS_CONNECTED_TO_SERVER}, end};
+}
+
+// Ends the operation when it has taken its time, or reached its time-out.
+void completeInTime(Entry& call, Internet& request, Notification end, Delivery delivery) {
+  State& state = call.state();
+  VirtualTime& time = state.needTime(call.name());
+  Milliseconds takes = request.exchange.connecting;
+  Milliseconds limit = connectLimit(request);
+  if (end.api == API_SEND_REQUEST) {
+    const bool isAnswered = takes < kNever && request.exchange.answering < kNever;
+    request.answered = isAnswered ? time.now() + takes + request.exchange.answering : kEndless;
+  } else {
+    takes = request.answered == kEndless ? kEndless : std::max(request.answered - time.now(), Milliseconds(0));
+    limit = answerLimit(request);
+  }
+  if (limit < takes) {
+    takes = limit;
+    end.status = WINHTTP_CALLBACK_STATUS_REQUEST_ERROR;
+    end.error = ERROR_WINHTTP_TIMEOUT;
+  }
+  request.underWay = end;
+  const std::size_t operation = ++request.operation;
+  if (takes >= kNever) return;
+  if (takes.count() == 0) return handOut(call, request, endOf(request), delivery);
+  time.at(takes, [&state, &request, operation] {
+    if (request.operation != operation) return;
+    for (const Notification& notification : endOf(request)) state.queue(notification);
+  });
+}
+
+// A request that is closed while something is under way says that it was cancelled; or nothing, for a long time.
+void closeInTime(Entry& call, HINTERNET handle, Internet& internet) {
+  State& state = call.state();
+  const HttpScript& http = call.windows().http;
+  const Notification closing{.handle = handle, .status = WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING};
+  ++internet.operation;
+  if (!http.closingWaits || !internet.underWay) {
+    std::vector<Notification> last{closing};
+    if (internet.underWay) last.insert(last.begin(), *std::exchange(internet.underWay, std::nullopt));
+    return handOut(call, internet, last, http.closeDelivery.value_or(http.delivery));
+  }
+  internet.underWay->asItIs = true;
+  VirtualTime& time = state.needTime(call.name());
+  const Milliseconds limit = answerLimit(internet);
+  const Milliseconds due = std::min(internet.answered, limit == kEndless ? kEndless : time.now() + limit);
+  if (due == kEndless) return;
+  time.at(due - time.now(), [&state, &internet, closing] {
+    state.queue(*std::exchange(internet.underWay, std::nullopt));
+    state.queue(closing);
+  });
+}
+
 // Ends a send or a receipt the way the session's kind and the script want it.
 BOOL complete(Entry& call, HINTERNET handle, Internet& request, const Notification& success, DWORD error, Stage done) {
   const HttpScript& http = call.windows().http;
@@ -73,7 +171,12 @@ BOOL complete(Entry& call, HINTERNET handle, Internet& request, const Notificati
     notification.handle = handle;
     notification.error = error;
     if (error) notification.status = WINHTTP_CALLBACK_STATUS_REQUEST_ERROR;
-    deliver(call, notification, exchange.delivery.value_or(http.delivery), http.delay);
+    const Delivery delivery = exchange.delivery.value_or(http.delivery);
+    if (call.state().time.load()) {
+      completeInTime(call, request, notification, delivery);
+    } else {
+      deliver(call, notification, delivery, http.delay);
+    }
     return call.succeed(TRUE);
   }
   const bool endsNow = notified || !request.asynchronous || http.synchronous;
@@ -116,6 +219,34 @@ BOOL answerHeaders(Entry& call, const Internet& request, LPVOID buffer, LPDWORD 
   return call.succeed(TRUE);
 }
 
+constexpr std::array<std::pair<DWORD, std::wstring_view>, 3> kFields{{
+    {WINHTTP_QUERY_LOCATION, L"Location"},
+    {WINHTTP_QUERY_WWW_AUTHENTICATE, L"WWW-Authenticate"},
+    {WINHTTP_QUERY_PROXY_AUTHENTICATE, L"Proxy-Authenticate"},
+}};
+
+// Answers with the first field of that name, or with the one of the index, which is then counted up.
+BOOL answerField(Entry& call, const Internet& request, DWORD level, LPVOID buffer, LPDWORD size, LPDWORD index) {
+  if (!size) return call.fail(ERROR_INVALID_PARAMETER, FALSE);
+  const auto known = std::ranges::find(kFields, level, [](const auto& field) { return field.first; });
+  std::vector<std::wstring> values;
+  for (const auto& [name, value] : request.exchange.fields) {
+    if (known != kFields.end() && name == known->second) values.push_back(value);
+  }
+  const std::size_t at = index ? *index : 0;
+  if (at >= values.size()) return call.fail(ERROR_WINHTTP_HEADER_NOT_FOUND, FALSE);
+  const auto length = static_cast<DWORD>(values[at].size() * sizeof(wchar_t));
+  const DWORD needed = length + static_cast<DWORD>(sizeof(wchar_t));
+  if (!buffer || *size < needed) {
+    *size = needed;
+    return call.fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
+  }
+  std::memcpy(buffer, values[at].c_str(), needed);
+  *size = length;
+  if (index) ++*index;
+  return call.succeed(TRUE);
+}
+
 BOOL setProxy(Entry& call, Internet& request, LPVOID buffer, DWORD size) {
   if (!buffer || size != sizeof(WINHTTP_PROXY_INFO)) return call.fail(ERROR_INVALID_PARAMETER, FALSE);
   const auto& info = *static_cast<const WINHTTP_PROXY_INFO*>(buffer);
@@ -149,7 +280,70 @@ BOOL setContext(Entry& call, Internet& internet, LPVOID buffer, DWORD size) {
   return call.succeed(TRUE);
 }
 
+void recordOption(State& state, Internet& internet, DWORD option, DWORD value) {
+  internet.options[option] = value;
+  if (internet.level == Level::Request) state.requests[internet.record].options[option] = value;
+}
+
+// Those whose value is a number, and whether a request alone has them.
+constexpr std::array<std::pair<DWORD, bool>, 10> kNumbers{{{WINHTTP_OPTION_RESOLVE_TIMEOUT, false},
+                                                           {WINHTTP_OPTION_CONNECT_TIMEOUT, false},
+                                                           {WINHTTP_OPTION_CONNECT_RETRIES, false},
+                                                           {WINHTTP_OPTION_SEND_TIMEOUT, false},
+                                                           {WINHTTP_OPTION_RECEIVE_TIMEOUT, false},
+                                                           {WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, false},
+                                                           {WINHTTP_OPTION_DISABLE_FEATURE, true},
+                                                           {WINHTTP_OPTION_MAX_CONNS_PER_SERVER, false},
+                                                           {WINHTTP_OPTION_MAX_CONNS_PER_1_0_SERVER, false},
+                                                           {WINHTTP_OPTION_AUTOLOGON_POLICY, true}}};
+
+BOOL setNumber(Entry& call, Internet& internet, DWORD option, LPVOID buffer, DWORD size) {
+  const auto known = std::ranges::find(kNumbers, option, [](const auto& number) { return number.first; });
+  if (known == kNumbers.end()) {
+    return call.fail(call.fault().value_or(DWORD{ERROR_WINHTTP_INVALID_OPTION}), FALSE);
+  }
+  if (!buffer || size != sizeof(DWORD)) return call.fail(ERROR_INVALID_PARAMETER, FALSE);
+  DWORD value = 0;
+  std::memcpy(&value, buffer, sizeof value);
+  call.number(L"value", value);
+  if (call.fault()) return call.fail(*call.fault(), FALSE);
+  if (known->second && internet.level != Level::Request) {
+    return call.fail(ERROR_WINHTTP_INCORRECT_HANDLE_TYPE, FALSE);
+  }
+  recordOption(call.state(), internet, option, value);
+  return call.succeed(TRUE);
+}
+
 }  // namespace
+
+void State::queue(const Notification& notification) {
+  Internet& internet = internets.at(notification.handle);
+  internet.inbox.push_back(notification);
+  if (std::exchange(internet.delivering, true)) return;
+  needTime("State::queue").submit([this, handle = notification.handle] { deliverQueued(handle); });
+}
+
+void State::deliverQueued(HINTERNET handle) {
+  std::unique_lock guard(mutex);
+  Internet& internet = internets.at(handle);
+  while (!internet.inbox.empty()) {
+    const Notification notification = internet.inbox.front();
+    internet.inbox.pop_front();
+    guard.unlock();
+    notify(notification);
+    guard.lock();
+  }
+  internet.delivering = false;
+  wake();
+}
+
+void State::letGoOfRequests() {
+  for (auto& [handle, internet] : internets) {
+    if (!internet.closed || !internet.underWay) continue;
+    internet.underWay.reset();
+    queue({.handle = handle, .status = WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING});
+  }
+}
 
 // Brings the handle to the state that the notification tells of, then tells it, as its callback wishes.
 void State::notify(const Notification& notification) {
@@ -160,7 +354,8 @@ void State::notify(const Notification& notification) {
   WINHTTP_ASYNC_RESULT result{notification.api, notification.error};
   if (status == WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING) {
     internet.silent = true;
-  } else if (internet.closed) {
+  } else if (internet.closed && !notification.asItIs) {
+    if (status == WINHTTP_CALLBACK_STATUS_CONNECTED_TO_SERVER) return;
     status = WINHTTP_CALLBACK_STATUS_REQUEST_ERROR;
     result.dwError = ERROR_WINHTTP_OPERATION_CANCELLED;
   }
@@ -178,6 +373,9 @@ void State::notify(const Notification& notification) {
     callback(handle, context, status, &result, sizeof result);
   } else if (status == WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING) {
     callback(handle, context, status, &handle, sizeof handle);
+  } else if (status == WINHTTP_CALLBACK_STATUS_CONNECTED_TO_SERVER) {
+    std::wstring address = L"192.0.2.1";
+    callback(handle, context, status, address.data(), static_cast<DWORD>(address.size() + 1));
   } else {
     callback(handle, context, status, nullptr, 0);
   }
@@ -195,6 +393,9 @@ HINTERNET WINAPI WinHttpOpen(LPCWSTR agent, DWORD access, LPCWSTR proxy, LPCWSTR
   Internet session;
   session.asynchronous = (flags & WINHTTP_FLAG_ASYNC) != 0;
   if (agent) session.agent = agent;
+  if (access == WINHTTP_ACCESS_TYPE_NAMED_PROXY) {
+    session.proxy = ProxyOption{access, optionalText(proxy), optionalText(bypass)};
+  }
   return call.succeed(create(call.state(), Level::Session, "session", session));
 }
 
@@ -231,8 +432,9 @@ HINTERNET WINAPI WinHttpOpenRequest(HINTERNET connection, LPCWSTR verb, LPCWSTR 
                             .objectName = objectName ? objectName : L"",
                             .flags = flags,
                             .securityFlags = call.windows().http.securityFlags,
-                            .proxy = std::nullopt,
-                            .credentials = {}});
+                            .proxy = parent->proxy,
+                            .credentials = {},
+                            .options = parent->options});
   return call.succeed(handle);
 }
 
@@ -244,7 +446,9 @@ BOOL WINAPI WinHttpCloseHandle(HINTERNET handle) {
   Internet& internet = state.internets.at(handle);
   internet.closed = true;
   if (internet.level == Level::Request) state.requests[internet.record].closed = true;
-  if (internet.callback) {
+  if (internet.callback && state.time.load()) {
+    closeInTime(call, handle, internet);
+  } else if (internet.callback) {
     const HttpScript& http = call.windows().http;
     Delivery delivery = http.closeDelivery.value_or(http.delivery);
     // It is the last word on its handle: it must not overtake one that is on its way on the other thread.
@@ -274,6 +478,10 @@ BOOL WINAPI WinHttpQueryOption(HINTERNET handle, DWORD option, LPVOID buffer, LP
   DWORD error = 0;
   const Internet* internet = find(call, handle, std::nullopt, error);
   if (!internet) return call.fail(error, FALSE);
+  if (option == WINHTTP_OPTION_SECURITY_KEY_BITNESS && internet->level == Level::Request) {
+    const bool secure = (call.state().requests[internet->record].flags & WINHTTP_FLAG_SECURE) != 0;
+    return answerNumber(call, secure && !internet->exchange.beforeTls ? 256 : 0, buffer, size);
+  }
   if (option != WINHTTP_OPTION_SECURITY_FLAGS || internet->level != Level::Request) {
     return call.fail(ERROR_WINHTTP_INVALID_OPTION, FALSE);
   }
@@ -294,8 +502,27 @@ BOOL WINAPI WinHttpSetOption(HINTERNET handle, DWORD option, LPVOID buffer, DWOR
     case WINHTTP_OPTION_CONTEXT_VALUE:
       return setContext(call, *internet, buffer, size);
     default:
-      return call.fail(call.fault().value_or(ERROR_WINHTTP_INVALID_OPTION), FALSE);
+      return setNumber(call, *internet, option, buffer, size);
   }
+}
+
+BOOL WINAPI WinHttpSetTimeouts(HINTERNET handle, int resolve, int connect, int send, int receive) {
+  Entry call("WinHttpSetTimeouts");
+  call.handle(L"handle", handle);
+  const std::array<std::pair<DWORD, int>, 4> values{{{WINHTTP_OPTION_RESOLVE_TIMEOUT, resolve},
+                                                     {WINHTTP_OPTION_CONNECT_TIMEOUT, connect},
+                                                     {WINHTTP_OPTION_SEND_TIMEOUT, send},
+                                                     {WINHTTP_OPTION_RECEIVE_TIMEOUT, receive}}};
+  for (const auto& [option, value] : values) call.number(L"timeout", static_cast<DWORD>(value));
+  if (call.fault()) return call.fail(*call.fault(), FALSE);
+  DWORD error = 0;
+  Internet* internet = find(call, handle, std::nullopt, error);
+  if (!internet) return call.fail(error, FALSE);
+  for (const auto& [option, value] : values) {
+    if (value < -1) return call.fail(ERROR_INVALID_PARAMETER, FALSE);
+    recordOption(call.state(), *internet, option, static_cast<DWORD>(value));
+  }
+  return call.succeed(TRUE);
 }
 
 BOOL WINAPI WinHttpSetCredentials(HINTERNET request, DWORD target, DWORD scheme, LPCWSTR user, LPCWSTR password,
@@ -360,7 +587,7 @@ BOOL WINAPI WinHttpQueryHeaders(HINTERNET request, DWORD level, LPCWSTR name, LP
     case WINHTTP_QUERY_RAW_HEADERS_CRLF:
       return answerHeaders(call, *internet, buffer, size);
     default:
-      return call.fail(ERROR_WINHTTP_HEADER_NOT_FOUND, FALSE);
+      return answerField(call, *internet, level, buffer, size, index);
   }
 }
 

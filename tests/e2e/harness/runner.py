@@ -32,6 +32,8 @@ class Bench:
         folder.mkdir(parents=True, exist_ok=True)
         self.user = WineUser(folder, processes)
         self.catalogue = Catalogue(folder / "servers", processes)
+        self.folder = folder
+        self.processes = processes
         self._tool = tool
 
     def prepare(self, scenario: Scenario) -> dict[str, Server]:

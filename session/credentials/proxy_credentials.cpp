@@ -1,0 +1,130 @@
+// The credentials of each proxy, and what became of them.
+#include "credentials/proxy_credentials.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "support/border.h"
+
+namespace kiv::session {
+namespace {
+
+// Credentials whose passwords cannot be compared count as the same: a refused password must not be sent again.
+bool areSame(const impl::Cred& one, const impl::Cred& other) {
+  if (one.username() != other.username()) return false;
+  const impl::SecureString password = one.password();
+  const impl::SecureString otherPassword = other.password();
+  if (!password.c_str() || !otherPassword.c_str()) return true;
+  return password.view() == otherPassword.view();
+}
+
+}  // namespace
+
+bool ProxyCredentials::Record::refuses(const impl::Cred& cred) const {
+  return everythingIsRefused ||
+         std::ranges::any_of(refused, [&](const impl::Cred& other) { return areSame(cred, other); });
+}
+
+const ProxyCredentials::Record* ProxyCredentials::find(const Route& proxy) const noexcept {
+  const auto found = records_.find(proxy);
+  return found == records_.end() ? nullptr : &found->second;
+}
+
+ProxyCredentials::Record* ProxyCredentials::make(const Route& proxy) noexcept {
+  if (closed_) return nullptr;
+  if (const auto found = records_.find(proxy); found != records_.end()) return &found->second;
+  if (!isFull_) {
+    Record* const made = support::guarded<Record*>(nullptr, [&] { return &records_[proxy]; });
+    isFull_ = !made || records_.size() == kMostProxies;
+    return made;
+  }
+  return nullptr;
+}
+
+void ProxyCredentials::give(const Route& proxy, impl::Cred cred) {
+  const LockGuard guard(lock_);
+  Record* const record = make(proxy);
+  if (!record) return;
+  record->givenIsRefused = record->refuses(cred);
+  record->given = std::move(cred);
+}
+
+std::optional<impl::Cred> ProxyCredentials::usable(const Route& proxy) const {
+  const LockGuard guard(lock_);
+  const Record* const record = find(proxy);
+  if (!record) return std::nullopt;
+  if (record->answer) return record->answer;
+  return record->givenIsRefused ? std::nullopt : record->given;
+}
+
+ProxyCredentials::Question ProxyCredentials::question(const Route& proxy) const noexcept {
+  const LockGuard guard(lock_);
+  const Record* const record = find(proxy);
+  if (closed_ || (record ? record->declined : isFull_)) return Question::Declined;
+  return record && record->questions >= kMostQuestions ? Question::AskedEnough : Question::MayBeAsked;
+}
+
+std::uint32_t ProxyCredentials::nextAttempt(const Route& proxy) const noexcept {
+  const LockGuard guard(lock_);
+  const Record* const record = find(proxy);
+  return record && record->questions > 0 ? 2 : 1;
+}
+
+bool ProxyCredentials::answered(const Route& proxy, impl::Cred cred) {
+  const LockGuard guard(lock_);
+  Record* const record = make(proxy);
+  if (!record) return false;
+  const bool isRefused = record->refuses(cred);
+  record->questions = std::min(record->questions + 1, kMostQuestions);
+  if (isRefused) return false;
+  record->answer = std::move(cred);
+  return true;
+}
+
+void ProxyCredentials::declined(const Route& proxy) noexcept {
+  const LockGuard guard(lock_);
+  if (Record* const record = make(proxy)) record->declined = true;
+}
+
+void ProxyCredentials::refused(const Route& proxy, const impl::Cred& cred) noexcept {
+  const LockGuard guard(lock_);
+  Record* const record = make(proxy);
+  if (!record) return;
+  // Without memory to remember or to compare, everything that is known or comes counts as refused.
+  const bool remembered = support::guarded(false, [&] {
+    if (record->refuses(cred)) return true;
+    if (record->refused.size() == kMostRefused) return false;
+    record->refused.push_back(cred);
+    if (record->answer && areSame(*record->answer, cred)) record->answer.reset();
+    record->givenIsRefused = record->givenIsRefused || (record->given && areSame(*record->given, cred));
+    return true;
+  });
+  if (remembered) return;
+  record->everythingIsRefused = true;
+  record->answer.reset();
+  record->givenIsRefused = true;
+}
+
+void ProxyCredentials::forget() noexcept {
+  const LockGuard guard(lock_);
+  std::erase_if(records_, [](const auto& entry) { return !entry.second.given; });
+  for (auto& [proxy, record] : records_) {
+    std::optional<impl::Cred> given = impl::take(record.given);
+    record = Record();
+    record.given = std::move(given);
+  }
+  isFull_ = records_.size() >= kMostProxies;
+}
+
+void ProxyCredentials::close() noexcept {
+  const LockGuard guard(lock_);
+  closed_ = true;
+  records_.clear();
+}
+
+bool ProxyCredentials::isClosed() const noexcept {
+  const LockGuard guard(lock_);
+  return closed_;
+}
+
+}  // namespace kiv::session
