@@ -150,7 +150,7 @@ func (t *transport) newRoute(decision Decision, scheme string) (http.RoundTrippe
 		made.DialContext = t.dialer(FailureProxyUnreachable)
 		return made, nil
 	case "http", "https":
-		made.DialTLS, made.DialTLSContext = nil, nil //nolint:staticcheck // They would connect directly.
+		made.DialTLS, made.DialTLSContext = nil, nil // They would connect directly.
 		if scheme == "https" {
 			made.DialContext = t.connect
 			return made, nil
@@ -167,7 +167,7 @@ func (t *transport) dial(ctx context.Context, network, address string) (net.Conn
 	switch {
 	case t.base.DialContext != nil:
 		return t.base.DialContext(ctx, network, address)
-	case t.base.Dial != nil: //nolint:staticcheck // Applications may still set it.
+	case t.base.Dial != nil: // Applications may still set it.
 		return t.base.Dial(network, address)
 	}
 	return (&net.Dialer{}).DialContext(ctx, network, address)
@@ -242,7 +242,7 @@ func (t *transport) connectOnce(ctx context.Context, decision Decision, network,
 			t.report(ctx, FailureTarget)
 			return nil, &ProxyError{Proxy: decision.ProxyURL, Err: err}
 		}
-		if response.StatusCode == http.StatusOK {
+		if response.StatusCode/100 == 2 {
 			return proxy, nil
 		}
 		if response.StatusCode != http.StatusProxyAuthRequired {
@@ -337,7 +337,7 @@ func (c *proxyConnection) exchange(target, authorization string, headers http.He
 		return nil, err
 	}
 	response, err := http.ReadResponse(c.reader, request)
-	if err != nil || response.StatusCode == http.StatusOK {
+	if err != nil || response.StatusCode/100 == 2 {
 		return response, err
 	}
 	read, err := io.Copy(io.Discard, io.LimitReader(response.Body, mostBody))
