@@ -74,16 +74,16 @@ func ConnectTimeOut(limit time.Duration) Option { return duration(optionConnectT
 func AnswerTimeOut(limit time.Duration) Option { return duration(optionAnswerTimeOut, limit) }
 
 // KeptTime says how long a decision is kept. Default: 5 min.
-func KeptTime(time time.Duration) Option { return duration(optionKeptTime, time) }
+func KeptTime(kept time.Duration) Option { return duration(optionKeptTime, kept) }
 
 // PastTime says how long a decision past its time is still the answer while one refresh runs. Default: 5 min.
-func PastTime(time time.Duration) Option { return duration(optionPastTime, time) }
+func PastTime(kept time.Duration) Option { return duration(optionPastTime, kept) }
 
 // FailureTime says how long "no route" and other makeshift decisions are kept. Default: 10 s.
-func FailureTime(time time.Duration) Option { return duration(optionFailureTime, time) }
+func FailureTime(kept time.Duration) Option { return duration(optionFailureTime, kept) }
 
 // DeadTime says how long a dead proxy is tried last. Default: 5 min.
-func DeadTime(time time.Duration) Option { return duration(optionDeadTime, time) }
+func DeadTime(kept time.Duration) Option { return duration(optionDeadTime, kept) }
 
 // Origins says how many origins' decisions are kept: 1 to 10,000. Default: 1,024.
 func Origins(count int) Option { return number(optionOrigins, limited(int64(count))) }
@@ -137,10 +137,16 @@ func limited(value int64) uint32 {
 	return uint32(value)
 }
 
-// milliseconds rounds up, so that a limit above zero is none of zero.
-func milliseconds(time time.Duration) int64 {
-	const unit = 1_000_000
-	return int64((time + unit - 1) / unit)
+// milliseconds rounds up, so that a limit above zero is none of zero, and gives -1 for what is below zero.
+func milliseconds(given time.Duration) int64 {
+	if given < 0 {
+		return -1
+	}
+	whole := given.Milliseconds()
+	if given%time.Millisecond > 0 {
+		whole++
+	}
+	return whole
 }
 
 func duration(option uint32, value time.Duration) Option {

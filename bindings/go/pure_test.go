@@ -40,7 +40,7 @@ func TestVersions(t *testing.T) {
 func TestDurationsAreRoundedUpAndLimited(t *testing.T) {
 	for given, expected := range map[time.Duration]uint32{
 		0: 0, 1: 1, time.Millisecond: 1, 1500 * time.Microsecond: 2, time.Hour: 3600000,
-		-time.Second: math.MaxUint32, 365 * 24 * time.Hour: math.MaxUint32,
+		-time.Second: math.MaxUint32, -1: math.MaxUint32, math.MaxInt64: math.MaxUint32, 365 * 24 * time.Hour: math.MaxUint32,
 	} {
 		if got := limited(milliseconds(given)); got != expected {
 			t.Errorf("%v: %d, expected %d", given, got, expected)
@@ -55,7 +55,7 @@ func TestAContextsDeadlineIsTheTimeOut(t *testing.T) {
 	for _, test := range []struct {
 		left        time.Duration
 		least, most uint32
-	}{{-time.Second, 1, 1}, {time.Minute, 59000, 60000}, {100 * 24 * time.Hour, noTimeOut, noTimeOut}} {
+	}{{-time.Second, 1, 1}, {time.Minute, 59000, 60000}, {100 * 24 * time.Hour, noTimeOut, noTimeOut}, {math.MaxInt64, noTimeOut, noTimeOut}} {
 		ctx, cancel := context.WithDeadline(context.Background(), time.Now().Add(test.left))
 		if got := timeOutOf(ctx); got < test.least || got > test.most {
 			t.Errorf("%v: %d", test.left, got)

@@ -43,7 +43,8 @@ class Counts:
         """Counts what `go test -v` tells; a program that ends badly without a failed test is one."""
         results = re.findall(r"^ *--- (PASS|FAIL|SKIP): (\S+)", output, re.M)
         for result, name in results:
-            self.check(f"{where} {name}", result == "PASS", output)
+            told = re.search(rf"^=== RUN   {re.escape(name)}\n(.*?)^ *---", output, re.M | re.S)
+            self.check(f"{where} {name}", result == "PASS", told[1] if told else output)
         if not results or (code != 0 and all(result == "PASS" for result, _ in results)):
             self.check(where, False, output)
 

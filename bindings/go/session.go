@@ -188,8 +188,8 @@ func (s *Session) Resolve(ctx context.Context, url string) (Decision, error) {
 	case end := <-result:
 		return s.decided(end)
 	case <-ctx.Done():
-		s.library.call(requestCancel, request)
 		if s.forsake(tag) {
+			s.library.call(requestCancel, request)
 			return Decision{}, ctx.Err()
 		}
 		// It has just ended.

@@ -114,9 +114,9 @@ func TestWhatCannotBeIsAnError(t *testing.T) {
 	if err != nil || !errors.As(decision.Err(), &none) || none.Reason != ReasonNoCandidate || none.text == "" {
 		t.Error(err, decision.Err())
 	}
-	for _, option := range []Option{Candidates(33), Origins(-1), TimeOut(0), DeadTime(-1), Test(9), Preferred("://", "", ""), LeaveOut("a\x00")} {
+	for i, option := range []Option{Candidates(33), Origins(-1), TimeOut(0), DeadTime(-1), Test(9), Preferred("://", "", ""), LeaveOut("a\x00")} {
 		if _, err := New("kiv-test", option); !errors.As(err, &failed) || failed.Status != StatusBadArgument {
-			t.Error(err)
+			t.Errorf("%d: %v", i, err)
 		}
 	}
 	session.Close()
@@ -385,7 +385,7 @@ func TestRequestsTakeTheDecisionsRoute(t *testing.T) {
 	defer target.Close()
 	proxy := startProxy(t, rightPassword, false)
 	var asked []Challenge
-	session := start(t, Preferred(proxy.url(), "", ""), login(&asked, rightPassword))
+	session := start(t, Preferred(proxy.url(), "", ""), Test(TestConnect), login(&asked, rightPassword))
 	transport := session.Transport(trusting(target))
 	for url, expected := range map[string]string{target.URL: "200 hello", "http://host.test/": "200 proxied"} {
 		if said, err := get(t, transport, url); err != nil || said != expected {
@@ -425,6 +425,10 @@ func TestSquidIsAuthenticatedTo(t *testing.T) {
 	for _, name := range []string{"squid_basic", "squid_ntlm"} {
 		for _, target := range []string{server(t, "web"), server(t, "web_tls")} {
 			for _, test := range []TestPolicy{TestReached, TestConnect} {
+				if test == TestReached && strings.HasPrefix(target, "https") {
+					// Wine's WinHTTP does not see a 407 to CONNECT, which the session's test request would be.
+					continue
+				}
 				var asked []Challenge
 				session := start(t, Preferred(server(t, name), "", ""), Test(test), login(&asked, "wrong", rightPassword))
 				transport := session.Transport(&http.Transport{TLSClientConfig: &tls.Config{InsecureSkipVerify: true}})
