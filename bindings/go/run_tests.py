@@ -106,6 +106,8 @@ def run_in_wine(bench: Bench, go: Go, work: Path, counts: Counts, only: str) -> 
     bench.user.write_settings(Settings())
     tests = go.build("kiv_test", "test", "-c")
     result = bench.user.run_tool(tests, ["-test.v", "-test.timeout=10m", f"-test.run={only}"], environment, 900)
+    # One of them changes the settings.
+    bench.user.forget_settings()
     counts.go_tests("Wine", result.stdout + result.stderr, result.exit_code)
 
     target = f"http://localhost:{ports['web']}/ok"

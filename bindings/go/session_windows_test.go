@@ -3,6 +3,7 @@ package kiv
 import (
 	"context"
 	"crypto/tls"
+	"encoding/hex"
 	"errors"
 	"io"
 	"net"
@@ -467,5 +468,51 @@ func TestDigestAloneIsNamedAsUnsupported(t *testing.T) {
 	_, err := get(t, session.Transport(nil), server(t, "web_tls"))
 	if !errors.Is(err, ErrAuthUnsupported) || !errors.As(err, &failed) || strings.Join(failed.Schemes, "") != "Digest" {
 		t.Error(err)
+	}
+}
+
+// enter makes this proxy the user's, as the dialog of Windows does.
+func enter(t *testing.T, proxy string) {
+	t.Helper()
+	manual := strings.TrimPrefix(proxy, "http://")
+	var data []byte
+	for _, number := range []int{0x46, 0, 3, len(manual)} {
+		data = append(data, byte(number), 0, 0, 0)
+	}
+	data = append(append(data, manual...), make([]byte, 40)...)
+	said, err := exec.Command("reg", "add", `HKCU\Software\Microsoft\Windows\CurrentVersion\Internet Settings\Connections`, "/v",
+		"DefaultConnectionSettings", "/t", "REG_BINARY", "/d", hex.EncodeToString(data), "/f").CombinedOutput()
+	if err != nil {
+		t.Fatalf("%v: %s", err, said)
+	}
+}
+
+func TestAChangeOfTheSettingsIsToldAndWithdrawsAChallenge(t *testing.T) {
+	closed, living := startProxy(t, rightPassword, false), startProxy(t, "", false)
+	enter(t, closed.url())
+	open, changed := make(chan struct{}), make(chan struct{}, 100)
+	session := start(t, OnChanged(func() { changed <- struct{}{} }),
+		OnChallenge(func(ctx context.Context, _ Challenge) (string, string, bool) {
+			close(open)
+			<-ctx.Done()
+			return testUser, rightPassword, true
+		}))
+	result := make(chan Decision)
+	go func() {
+		decision, err := session.Resolve(context.Background(), "http://host.test/")
+		if err != nil {
+			t.Error(err)
+		}
+		result <- decision
+	}()
+	<-open
+	enter(t, living.url())
+	if decision := <-result; decision.ProxyURL != living.url() {
+		t.Error(decision)
+	}
+	select {
+	case <-changed:
+	case <-time.After(10 * time.Second):
+		t.Error("no change")
 	}
 }

@@ -140,7 +140,7 @@ func (p *testProxy) serve(connection net.Conn) {
 				return
 			}
 		case request.Method == http.MethodConnect:
-			p.tunnel(connection, reader, request.Host)
+			tunnel(connection, reader, request.Host)
 			return
 		default:
 			fmt.Fprintf(connection, "HTTP/1.1 200 OK\r\nContent-Length: 7\r\n\r\nproxied")
@@ -148,14 +148,19 @@ func (p *testProxy) serve(connection net.Conn) {
 	}
 }
 
-func (p *testProxy) tunnel(connection net.Conn, reader io.Reader, host string) {
+func tunnel(connection net.Conn, reader io.Reader, host string) {
 	target, err := net.Dial("tcp", host)
 	if err != nil {
 		fmt.Fprint(connection, "HTTP/1.1 502 Bad Gateway\r\nContent-Length: 0\r\n\r\n")
 		return
 	}
-	defer target.Close()
 	fmt.Fprint(connection, "HTTP/1.1 200 Established\r\n\r\n")
+	join(connection, reader, target)
+}
+
+// join copies both ways until both sides have ended.
+func join(connection net.Conn, reader io.Reader, target net.Conn) {
+	defer target.Close()
 	go func() {
 		io.Copy(target, reader)
 		target.Close()
@@ -342,5 +347,39 @@ func TestAChangedDecisionTakesItsOwnConnections(t *testing.T) {
 	}
 	if len(first.requests) != 1 || len(second.requests) != 1 {
 		t.Errorf("%v, %v", first.requests, second.requests)
+	}
+}
+
+func TestSocks5ConnectsToTheTarget(t *testing.T) {
+	server := httptest.NewServer(http.HandlerFunc(func(w http.ResponseWriter, _ *http.Request) { io.WriteString(w, "hello") }))
+	defer server.Close()
+	listener, err := net.Listen("tcp", "127.0.0.1:0")
+	if err != nil {
+		t.Fatal(err)
+	}
+	defer listener.Close()
+	go func() {
+		connection, err := listener.Accept()
+		if err != nil {
+			return
+		}
+		defer connection.Close()
+		// One method; then a request for a name of nine characters and a port.
+		io.ReadFull(connection, make([]byte, 3))
+		connection.Write([]byte{5, 0})
+		request := make([]byte, 5+len("host.test")+2)
+		io.ReadFull(connection, request)
+		if request[3] != 3 || string(request[5:14]) != "host.test" {
+			t.Errorf("%q", request)
+		}
+		connection.Write([]byte{5, 0, 0, 1, 0, 0, 0, 0, 0, 0})
+		if target, err := net.Dial("tcp", server.Listener.Addr().String()); err == nil {
+			join(connection, connection, target)
+		}
+	}()
+	session := &fakeSession{decision: proxyDecision("socks5://" + listener.Addr().String())}
+	said, err := get(t, newTransport(session, &http.Transport{DisableKeepAlives: true}), "http://host.test/")
+	if err != nil || said != "200 hello" {
+		t.Errorf("%q, %v", said, err)
 	}
 }
