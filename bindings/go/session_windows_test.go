@@ -275,7 +275,9 @@ func TestAChallengeThatNobodyWantsAnsweredEndsItsContext(t *testing.T) {
 func TestTenThousandResolutionsLeaveNothingBehind(t *testing.T) {
 	proxy := startProxy(t, "", false)
 	session := start(t, Preferred(proxy.url(), "", ""))
-	before := runtime.NumGoroutine()
+	// Idle connections of other tests may still hold some.
+	runtime.GC()
+	held, before := liveDecisions.Load(), runtime.NumGoroutine()
 	for i := 0; i < 10000; i++ {
 		if decision, err := session.Resolve(context.Background(), "http://host.test/"); err != nil || decision.Kind != KindProxy {
 			t.Fatal(decision, err)
@@ -284,7 +286,7 @@ func TestTenThousandResolutionsLeaveNothingBehind(t *testing.T) {
 	if now := runtime.NumGoroutine(); now > before+2 {
 		t.Errorf("%d goroutines, then %d", before, now)
 	}
-	waitFor(t, func() bool { runtime.GC(); return liveDecisions.Load() == 0 })
+	waitFor(t, func() bool { runtime.GC(); return liveDecisions.Load() <= held })
 	if waiting := session.Counter(CounterWaiting); waiting != 0 {
 		t.Error(waiting)
 	}
