@@ -4,6 +4,7 @@
 library-*.json  what bench_library measured, a file for each round
 scale.txt       what bench_scale measured: "<family> <size> <nanoseconds> <bytes>"
 growth.*        what callgrind counted of bench_scale, a file for each family and size
+session.txt     what session_bench measured of kiv-session.dll: "<what> <figure>"
 load.json       what load_time.py measured: milliseconds by name of the library that was loaded
 """
 
@@ -42,6 +43,29 @@ TYPICAL = "resolution/keeping/3/50"
 MOST_MICROSECONDS, MOST_OTHER_ALLOCATIONS = 30, 40
 MOST_DLL_BYTES = 185_000
 MOST_LOAD_RATIO = 1.10
+
+
+@dataclass(frozen=True)
+class SessionGoal:
+    """A figure of session.txt, and what it should be at most, or at least."""
+
+    name: str
+    what: str
+    most: float = math.inf
+    least: float = -math.inf
+
+    def is_met(self, figure: float) -> bool:
+        return self.least <= figure <= self.most
+
+
+SESSION_GOALS = [
+    SessionGoal("lookup-ns", "kept decision, 60-character URL, ns", most=1000),
+    SessionGoal("lookup-allocations", "its allocations", most=0),
+    SessionGoal("two-threads", "two threads on different origins, against one", least=1.7),
+    SessionGoal("lookup-of-2000-ns", "kept decision, one of 2,000, ns", most=1000),
+    SessionGoal("bytes-per-origin", "memory for each kept origin, bytes", most=1024),
+    SessionGoal("first-beyond-kiv-ms", "first decision, beyond kiv.dll's, ms", most=1.0),
+]
 
 
 @dataclass(frozen=True)
@@ -143,6 +167,14 @@ def print_whole(runs: dict[str, Run], load: dict[str, float]) -> None:
         verdict(longer <= MOST_LOAD_RATIO))
 
 
+def print_session(figures: dict[str, float]) -> None:
+    head("session", "figure", "goal", "")
+    for goal in SESSION_GOALS:
+        figure = figures[goal.name]
+        bound = f"at most {goal.most:,g}" if goal.most != math.inf else f"at least {goal.least:,g}"
+        row(goal.what, f"{figure:,g}", bound, verdict(goal.is_met(figure)))
+
+
 def print_costs(runs: dict[str, Run]) -> None:
     head("resolution: candidates, rules", "log", "time, µs", "lines", "allocations")
     resolutions = [(int(candidates), int(rules), log) for _, log, candidates, rules in
@@ -165,6 +197,8 @@ def main(folder: str) -> int:
     print_ratios(runs)
     print_growth(read_instructions(Path(folder)), [line.split() for line in Path(folder, "scale.txt").read_text().splitlines()])
     print_whole(runs, json.loads(Path(folder, "load.json").read_text()))
+    print_session({name: float(figure) for name, figure in
+                   (line.split() for line in Path(folder, "session.txt").read_text().splitlines())})
     print_costs(runs)
     return 0
 

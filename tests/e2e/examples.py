@@ -3,6 +3,7 @@
 
 from __future__ import annotations
 
+import argparse
 import contextlib
 import shutil
 import sys
@@ -13,7 +14,7 @@ from pathlib import Path
 
 from harness.results import report
 from harness.runner import Bench, benches, command_line
-from harness.scenario import INSECURE_ALLOWED, WRONG_PASSWORD, Scenario, complaints, with_names
+from harness.scenario import INSECURE_ALLOWED, WHATEVER, WRONG_PASSWORD, Scenario, complaints, with_names
 from harness.servers import PROXY_PASSWORD, PROXY_USER, SERVER_PASSWORD, SERVER_USER, Server
 from harness.wine import Settings
 
@@ -83,6 +84,29 @@ CASES = [
                              environment=typed(PROXY_USER, WRONG_PASSWORD)), (("squid_basic", f"HEAD {URL} 407"),)),
 ]
 
+# They run away from the bridge: Wine honours the proxy with which a session of WinHTTP is opened.
+ROOT = "http://localhost:{web}/"
+SESSION_CASES = [
+    Case("session_downloader", Scenario("session_downloader_direct", URL, "200 by DIRECT"), (("web", "GET /ok 200"),)),
+    Case("session_downloader", Scenario("session_downloader_through_a_proxy", f"{URL} {URL}",
+                                        f"200 by {proxied('squid')}\n200 by {proxied('squid')}", via("squid")),
+         (("squid", f"GET {URL} 200"),)),
+    Case("session_downloader", Scenario("session_downloader_with_the_proxys_password", f"--login{PROXY_LOGIN} {URL}",
+                                        f"200 by {proxied('squid_basic')}", via("squid_basic")),
+         (("squid_basic", f"GET {URL} 200"),)),
+    Case("session_downloader", Scenario("session_downloader_without_a_password", URL, "", via("squid_basic"),
+                                        exit_code=2), (UNTOUCHED,)),
+    Case("session_service", Scenario("session_service_through_a_proxy", URL, proxied("squid"), via("squid")),
+         (("squid", f"HEAD {ROOT} 403"),)),
+    Case("session_service", Scenario("session_service_asks_nobody", URL, WHATEVER, via("squid_basic"), exit_code=2),
+         (("squid_basic", f"HEAD {ROOT} 407"),)),
+    Case("session_dialog", Scenario("session_dialog_that_is_filled_in", URL + PROXY_LOGIN,
+                                    f"the loop went on while the dialog was open: yes\n{proxied('squid_basic')}",
+                                    via("squid_basic")), (("squid_basic", f"HEAD {ROOT} 403"),)),
+    Case("session_dialog", Scenario("session_dialog_that_nobody_needs", URL, proxied("squid"), via("squid")),
+         (("squid", f"HEAD {ROOT} 403"),)),
+]
+
 
 def not_asked(case: Case, bench: Bench, servers: dict[str, Server]) -> list[str]:
     """What servers should have been asked last and were not, once they had the time to log it."""
@@ -133,19 +157,31 @@ def in_system_folder(library: Path, bench: Bench) -> Iterator[None]:
         own.replace(place)
 
 
+def session_stage(options: argparse.Namespace, cases: Sequence[Case]) -> Path:
+    """A folder with the examples over kiv-session.dll."""
+    stage = options.work.resolve() / "session-examples"
+    shutil.rmtree(stage, ignore_errors=True)
+    stage.mkdir()
+    for name in {"kiv-session.dll", *(f"{case.program}.exe" for case in cases)}:
+        shutil.copy2(options.bin / name, stage)
+    return stage
+
+
 def main() -> int:
     parser = command_line(__doc__)
     parser.add_argument("--prompt", type=Path, required=True, help="the folder that holds the stand-in credui.dll")
     parser.add_argument("--filter", default="", help="run only the cases whose name contains this text")
     options = parser.parse_args()
-    cases = [case for case in CASES if options.filter in case.scenario.name]
+    cases, session_cases = ([case for case in cases if options.filter in case.scenario.name]
+                            for cases in (CASES, SESSION_CASES))
     with benches(1, options.bin, options.bridge, options.work) as (bench,):
         stage = options.work.resolve() / "stage"
         for program in {case.program for case in cases}:
             shutil.copy2(options.bin / f"{program}.exe", stage)
         with in_system_folder(options.prompt / "credui.dll", bench):
             failed = run_all(cases, bench, stage)
-    return report(len(cases) - failed, failed)
+        failed += run_all(session_cases, bench, session_stage(options, session_cases))
+    return report(len(cases) + len(session_cases) - failed, failed)
 
 
 if __name__ == "__main__":

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Builds the programs that README and the quick start show, and runs README's against a real proxy and a real server, so
-that they stay true."""
+"""Builds the programs that README, the quick start and the session's guide show, and runs README's against a real proxy and
+a real server, so that they stay true."""
 
 from __future__ import annotations
 
@@ -61,6 +61,8 @@ def main() -> int:
         good = [runs_well(bench, built(language, code, stage, options.library)) for language, code in shown_programs("README.md")]
         for language, code in shown_programs("docs/quick-start.md"):
             built(language, code, stage, options.library)
+        for language, code in shown_programs("docs/guide/session.md"):
+            built(language, code, stage, options.library.with_name("libkiv-session.dll.a"))
     return report(sum(good), len(good) - sum(good))
 
 

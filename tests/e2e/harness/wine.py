@@ -125,6 +125,8 @@ class WineUser:
             ["wineserver", "--persistent", "--foreground"], self._folder / "wineserver.log",
             environment=self.environment())
         self._must("wine", "cmd", "/c", "ver")
+        # Windows without a display.
+        self._must("wine", "reg", "add", r"HKCU\Software\Wine\Drivers", "/v", "Graphics", "/d", "null", "/f")
 
     def _clone(self, model: Path) -> None:
         # Nobody changes Windows' own files, which are most of the prefix: links do. The registry is copied.
