@@ -1,4 +1,5 @@
 // The C functions of decisions, and of the authentication of connections to their proxies.
+#include "core/call.h"
 #include "core/session.h"
 #include "credentials/proxy_auth.h"
 #include "routes/decision.h"
@@ -8,6 +9,8 @@
 using kiv::impl::Cred;
 using kiv::impl::SecureString;
 using kiv::session::AuthSession;
+using kiv::session::Call;
+using kiv::session::call;
 using kiv::session::makeRef;
 using kiv::session::ProxyAuth;
 using kiv::session::ProxyCredentials;
@@ -72,9 +75,9 @@ KivStatus KivAuth_Create(KivSession* session, KivDecision* decision, KivAuth** a
   if (auth) *auth = nullptr;
   if (!session || !decision || !auth) return KIV_STATUS_BAD_ARGUMENT;
   if (toObject(decision)->route().kind != RouteKind::Http) return KIV_STATUS_BAD_ARGUMENT;
-  Session& given = *toObject(session);
-  if (given.isClosed()) return KIV_STATUS_CLOSED;
-  return statusOf([&] {
+  return call(session, [&](Call& inside) -> KivStatus {
+    Session& given = inside.session();
+    if (given.isClosed()) return KIV_STATUS_CLOSED;
     *auth = toHandle<KivAuth>(
         makeRef<ProxyAuth>(Ref<AuthSession>(&given), toObject(decision)->route(), toObject(decision)->authScheme())
             .detach());

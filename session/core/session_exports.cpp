@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/call.h"
 #include "core/session.h"
 #include "loop/process.h"
 #include "support/border.h"
@@ -23,32 +24,6 @@ std::optional<std::wstring_view> boundedText(const wchar_t* text, std::size_t mo
 bool isUserAgent(std::wstring_view text) {
   constexpr wchar_t kDelete = 0x7F;
   return std::ranges::none_of(text, [](wchar_t c) { return c < L' ' || c == kDelete; });
-}
-
-// One call inside a session, which stays meanwhile.
-class Call {
- public:
-  explicit Call(KivSession* handle) noexcept : session_(*support::toObject(handle)), stripe_(session_.gate().enter()) {}
-  Call(const Call&) = delete;
-  Call& operator=(const Call&) = delete;
-  ~Call() {
-    if (session_.gate().leave(stripe_)) session_.releaseHandle();
-  }
-
-  Session& session() noexcept { return session_; }
-  CallGate::Stripe& stripe() noexcept { return stripe_; }
-
- private:
-  Session& session_;
-  CallGate::Stripe& stripe_;
-};
-
-// Runs `body(Session&)` as one call; its exceptions become a status.
-template <class Body>
-KivStatus call(KivSession* handle, Body&& body) noexcept {
-  if (!handle) return KIV_STATUS_BAD_ARGUMENT;
-  Call inside(handle);
-  return statusOf([&] { return body(inside); });
 }
 
 template <class Handle>
@@ -85,9 +60,7 @@ using kiv::session::statusOf;
 using kiv::support::toHandle;
 using kiv::support::toObject;
 
-uint32_t KivSession_Version(void) {
-  return KIV_VERSION_MAJOR * 65536U + KIV_VERSION_MINOR * 256U + KIV_VERSION_PATCH;
-}
+uint32_t KivSession_Version(void) { return KIV_VERSION_MAJOR * 65536U + KIV_VERSION_MINOR * 256U + KIV_VERSION_PATCH; }
 
 KivStatus KivSession_Create(const wchar_t* userAgent, KivSession** session) {
   constexpr std::size_t kLongestUserAgent = 1'024;
