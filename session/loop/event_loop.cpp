@@ -24,7 +24,7 @@ FILETIME fromNow(Time milliseconds) noexcept {
 Deadline::Deadline(EventLoop& loop) : loop_(loop) { loop_.reservePlace(); }
 
 Deadline::~Deadline() {
-  clear();
+  if (isSet()) clear();
   --loop_.deadlines_;
 }
 
