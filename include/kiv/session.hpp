@@ -59,6 +59,7 @@ inline constexpr std::chrono::milliseconds no_timeout = std::chrono::millisecond
 /** Thrown when a call has no result. */
 class SessionError : public std::runtime_error {
  public:
+  /** Makes the exception of a status. */
   explicit SessionError(KivStatus status) : std::runtime_error(message(status)), status_(status) {}
 
   /** A KIV_STATUS_ value; a failure of the system is KIV_STATUS_SYSTEM + its error code. */
@@ -395,6 +396,7 @@ enum class LoggedOnUser : std::uint32_t {
 
 /** How a session works. What is not set has the default of kiv/session.h. */
 struct SessionOptions {
+  /** A time, or the default. */
   using Milliseconds = std::optional<std::chrono::milliseconds>;
 
   std::optional<SessionTest> test;            /**< what decides that a candidate works */
@@ -671,6 +673,7 @@ class Session {
     callables_->set_in(session);
   }
   Session(Session&&) noexcept = default;
+  /** Closes the session that this was, as the destructor does, and takes the other. */
   Session& operator=(Session&& other) noexcept {
     handle_ = std::move(other.handle_);  // ends the former session first, which may still use its callables
     callables_ = std::move(other.callables_);
@@ -678,7 +681,9 @@ class Session {
   }
   ~Session() = default;
 
+  /** For functions of the C interface that this header lacks; still owned by the object. */
   KivSession* handle() const noexcept { return handle_.get(); }
+  /** False if it was moved from. */
   explicit operator bool() const noexcept { return handle_ != nullptr; }
   /** The version of the DLL: major * 65536 + minor * 256 + patch. */
   static std::uint32_t version() noexcept { return KivSession_Version(); }
