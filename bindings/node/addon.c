@@ -15,100 +15,44 @@
 
 #include "kiv/session.h"
 
-#define NODE_FUNCTIONS(X)             \
-  X(napi_add_env_cleanup_hook)        \
-  X(napi_call_threadsafe_function)    \
-  X(napi_create_array_with_length)    \
-  X(napi_create_async_work)           \
-  X(napi_create_double)               \
-  X(napi_create_external)             \
-  X(napi_create_function)             \
-  X(napi_create_promise)              \
-  X(napi_create_reference)            \
-  X(napi_create_string_utf16)         \
-  X(napi_create_string_utf8)          \
-  X(napi_create_threadsafe_function)  \
-  X(napi_delete_async_work)           \
-  X(napi_delete_reference)            \
-  X(napi_get_cb_info)                 \
-  X(napi_get_value_double)            \
-  X(napi_get_value_external)          \
-  X(napi_get_value_string_utf16)      \
-  X(napi_queue_async_work)            \
-  X(napi_ref_threadsafe_function)     \
-  X(napi_release_threadsafe_function) \
-  X(napi_remove_env_cleanup_hook)     \
-  X(napi_resolve_deferred)            \
-  X(napi_set_element)                 \
-  X(napi_set_named_property)          \
-  X(napi_throw_error)                 \
-  X(napi_unref_threadsafe_function)
+// clang-format off: it would give each name a line.
+#define NODE_FUNCTIONS(X)                                                                                          \
+  X(napi_add_env_cleanup_hook)                                                                                     \
+  X(napi_call_threadsafe_function)                                                                                 \
+  X(napi_create_array_with_length) X(napi_create_async_work) X(napi_create_double) X(napi_create_external)         \
+      X(napi_create_function) X(napi_create_promise) X(napi_create_reference) X(napi_create_string_utf16)          \
+          X(napi_create_string_utf8) X(napi_create_threadsafe_function) X(napi_delete_async_work)                  \
+              X(napi_delete_reference) X(napi_get_cb_info) X(napi_get_value_double) X(napi_get_value_external)     \
+                  X(napi_get_value_string_utf16) X(napi_queue_async_work) X(napi_ref_threadsafe_function)          \
+                      X(napi_release_threadsafe_function) X(napi_remove_env_cleanup_hook) X(napi_resolve_deferred) \
+                          X(napi_set_element) X(napi_set_named_property) X(napi_throw_error)                       \
+                              X(napi_unref_threadsafe_function)
 
-#define KIV_FUNCTIONS(X)          \
-  X(KivSession_Version)           \
-  X(KivStatus_Text)               \
-  X(KivSession_Create)            \
-  X(KivSession_Close)             \
-  X(KivSession_Destruct)          \
-  X(KivSession_SetNumber)         \
-  X(KivSession_SetText)           \
-  X(KivSession_SetProxy)          \
-  X(KivSession_SetWake)           \
-  X(KivSession_Lookup)            \
-  X(KivSession_Start)             \
-  X(KivSession_ReportFailure)     \
-  X(KivSession_Forget)            \
-  X(KivSession_ForgetCredentials) \
-  X(KivSession_GetCounter)        \
-  X(KivSession_Next)              \
-  X(KivRequest_Cancel)            \
-  X(KivRequest_Release)           \
-  X(KivDecision_Kind)             \
-  X(KivDecision_Scheme)           \
-  X(KivDecision_Host)             \
-  X(KivDecision_Port)             \
-  X(KivDecision_ProxyUrl)         \
-  X(KivDecision_AuthScheme)       \
-  X(KivDecision_Age)              \
-  X(KivDecision_Reason)           \
-  X(KivDecision_Release)          \
-  X(KivEvent_Kind)                \
-  X(KivEvent_Tag)                 \
-  X(KivEvent_Status)              \
-  X(KivEvent_Decision)            \
-  X(KivEvent_Challenge)           \
-  X(KivEvent_Text)                \
-  X(KivEvent_Release)             \
-  X(KivChallenge_Proxy)           \
-  X(KivChallenge_Scheme)          \
-  X(KivChallenge_Realm)           \
-  X(KivChallenge_Attempt)         \
-  X(KivChallenge_Answer)          \
-  X(KivChallenge_Decline)         \
-  X(KivChallenge_Release)         \
-  X(KivAuth_Create)               \
-  X(KivAuth_Next)                 \
-  X(KivAuth_Release)
+#define KIV_FUNCTIONS(X)                                                                                               \
+  X(KivSession_Version)                                                                                                \
+  X(KivStatus_Text)                                                                                                    \
+  X(KivSession_Create) X(KivSession_Close) X(KivSession_Destruct) X(KivSession_SetNumber) X(KivSession_SetText)        \
+      X(KivSession_SetProxy) X(KivSession_SetWake) X(KivSession_Lookup) X(KivSession_Start)                            \
+          X(KivSession_ReportFailure) X(KivSession_Forget) X(KivSession_ForgetCredentials) X(KivSession_GetCounter)    \
+              X(KivSession_Next) X(KivRequest_Cancel) X(KivRequest_Release) X(KivDecision_Kind) X(KivDecision_Scheme)  \
+                  X(KivDecision_Host) X(KivDecision_Port) X(KivDecision_ProxyUrl) X(KivDecision_AuthScheme)            \
+                      X(KivDecision_Age) X(KivDecision_Reason) X(KivDecision_Release) X(KivEvent_Kind) X(KivEvent_Tag) \
+                          X(KivEvent_Status) X(KivEvent_Decision) X(KivEvent_Challenge) X(KivEvent_Text)               \
+                              X(KivEvent_Release) X(KivChallenge_Proxy) X(KivChallenge_Scheme) X(KivChallenge_Realm)   \
+                                  X(KivChallenge_Attempt) X(KivChallenge_Answer) X(KivChallenge_Decline)               \
+                                      X(KivChallenge_Release) X(KivAuth_Create) X(KivAuth_Next) X(KivAuth_Release)
 
 #define MEMBER(name) __typeof__(name)* name;
 static struct { NODE_FUNCTIONS(MEMBER) } node;
 static struct { KIV_FUNCTIONS(MEMBER) } kiv;
+// clang-format on
 
 enum { kMostArguments = 5, kOldestVersion = 0x10000, kPathSize = 32768 };
 
 /* ---- Values ----------------------------------------------------------------------------------------------------- */
 
-/* The arguments of a call; those that are missing are undefined. */
-typedef struct {
-  napi_value values[kMostArguments];
-} Arguments;
-
-static Arguments argumentsOf(napi_env env, napi_callback_info info) {
-  Arguments arguments;
-  size_t count = kMostArguments;
-  node.napi_get_cb_info(env, info, &count, arguments.values, NULL, NULL);
-  return arguments;
-}
+/* A function of the module. Arguments that are missing are undefined. */
+typedef napi_value (*Function)(napi_env env, const napi_value* given);
 
 static void* handleIn(napi_env env, napi_value value) {
   void* handle = NULL;
@@ -208,18 +152,17 @@ static void releaseSession(napi_env env, void* data, void* hint) {
 }
 
 /* create(userAgent, wake): [status, session]. Nothing that waits in the session keeps the loop alive, unless `hold`. */
-static napi_value create(napi_env env, napi_callback_info info) {
-  const Arguments given = argumentsOf(env, info);
+static napi_value create(napi_env env, const napi_value* given) {
   napi_value name = NULL, result = NULL;
   Session* session = calloc(1, sizeof *session);
   if (!session) return ARRAY(env, number(env, KIV_STATUS_OUT_OF_MEMORY));
-  wchar_t* userAgent = textIn(env, given.values[0]);
+  wchar_t* userAgent = textIn(env, given[0]);
   KivStatus status = kiv.KivSession_Create(userAgent, &session->handle);
   freeText(userAgent);
   if (status == KIV_STATUS_OK) {
     node.napi_create_string_utf8(env, "kiv-session", NAPI_AUTO_LENGTH, &name);
-    if (node.napi_create_threadsafe_function(env, given.values[1], NULL, name, 0, 1, NULL, NULL, NULL, NULL,
-                                             &session->wake) != napi_ok) {
+    if (node.napi_create_threadsafe_function(env, given[1], NULL, name, 0, 1, NULL, NULL, NULL, NULL, &session->wake) !=
+        napi_ok) {
       status = KIV_STATUS_BAD_ARGUMENT;
       kiv.KivSession_Destruct(session->handle);
     }
@@ -238,60 +181,50 @@ static napi_value create(napi_env env, napi_callback_info info) {
 }
 
 /* hold(session, yes): whether the loop lives on for this session. */
-static napi_value hold(napi_env env, napi_callback_info info) {
-  const Arguments given = argumentsOf(env, info);
-  const Session* session = handleIn(env, given.values[0]);
+static napi_value hold(napi_env env, const napi_value* given) {
+  const Session* session = handleIn(env, given[0]);
   if (!session || !session->handle) return NULL;
-  (numberIn(env, given.values[1]) != 0 ? node.napi_ref_threadsafe_function : node.napi_unref_threadsafe_function)(
+  (numberIn(env, given[1]) != 0 ? node.napi_ref_threadsafe_function : node.napi_unref_threadsafe_function)(
       env, session->wake);
   return NULL;
 }
 
 /* Functions of a session and nothing else. */
 #define PROCEDURE(name, function)                                 \
-  static napi_value name(napi_env env, napi_callback_info info) { \
-    const Arguments given = argumentsOf(env, info);               \
-    kiv.function(sessionIn(env, given.values[0]));                \
+  static napi_value name(napi_env env, const napi_value* given) { \
+    kiv.function(sessionIn(env, given[0]));                       \
     return NULL;                                                  \
   }
 PROCEDURE(closeSession, KivSession_Close)
 PROCEDURE(forget, KivSession_Forget)
 PROCEDURE(forgetCredentials, KivSession_ForgetCredentials)
 
-static napi_value setNumber(napi_env env, napi_callback_info info) {
-  const Arguments given = argumentsOf(env, info);
-  return number(env, kiv.KivSession_SetNumber(sessionIn(env, given.values[0]), (uint32_t)numberIn(env, given.values[1]),
-                                              (uint32_t)numberIn(env, given.values[2])));
+static napi_value setNumber(napi_env env, const napi_value* given) {
+  return number(env, kiv.KivSession_SetNumber(sessionIn(env, given[0]), (uint32_t)numberIn(env, given[1]),
+                                              (uint32_t)numberIn(env, given[2])));
 }
 
-static napi_value setText(napi_env env, napi_callback_info info) {
-  const Arguments given = argumentsOf(env, info);
-  wchar_t* value = textIn(env, given.values[2]);
-  const KivStatus status =
-      kiv.KivSession_SetText(sessionIn(env, given.values[0]), (uint32_t)numberIn(env, given.values[1]), value);
+static napi_value setText(napi_env env, const napi_value* given) {
+  wchar_t* value = textIn(env, given[2]);
+  const KivStatus status = kiv.KivSession_SetText(sessionIn(env, given[0]), (uint32_t)numberIn(env, given[1]), value);
   freeText(value);
   return number(env, status);
 }
 
-static napi_value setProxy(napi_env env, napi_callback_info info) {
-  const Arguments given = argumentsOf(env, info);
+static napi_value setProxy(napi_env env, const napi_value* given) {
   wchar_t* texts[3];
-  for (int index = 0; index < 3; ++index) texts[index] = textIn(env, given.values[index + 2]);
-  const KivStatus status = kiv.KivSession_SetProxy(
-      sessionIn(env, given.values[0]), (uint32_t)numberIn(env, given.values[1]), texts[0], texts[1], texts[2]);
+  for (int index = 0; index < 3; ++index) texts[index] = textIn(env, given[index + 2]);
+  const KivStatus status = kiv.KivSession_SetProxy(sessionIn(env, given[0]), (uint32_t)numberIn(env, given[1]),
+                                                   texts[0], texts[1], texts[2]);
   for (int index = 0; index < 3; ++index) freeText(texts[index]);
   return number(env, status);
 }
 
-static napi_value counter(napi_env env, napi_callback_info info) {
-  const Arguments given = argumentsOf(env, info);
-  return number(env, (double)kiv.KivSession_GetCounter(sessionIn(env, given.values[0]),
-                                                       (uint32_t)numberIn(env, given.values[1])));
+static napi_value counter(napi_env env, const napi_value* given) {
+  return number(env, (double)kiv.KivSession_GetCounter(sessionIn(env, given[0]), (uint32_t)numberIn(env, given[1])));
 }
 
 /* ---- Resolving -------------------------------------------------------------------------------------------------- */
-
-static void releaseDecision(void* decision) { kiv.KivDecision_Release(decision); }
 
 /* [handle, kind, scheme, host, port, url, auth scheme, reason, age]; undefined for null. */
 static napi_value decisionOf(napi_env env, KivDecision* decision) {
@@ -301,50 +234,41 @@ static napi_value decisionOf(napi_env env, KivDecision* decision) {
             text(env, kiv.KivDecision_Host(decision)), number(env, kiv.KivDecision_Port(decision)),
             text(env, kiv.KivDecision_ProxyUrl(decision)), number(env, kiv.KivDecision_AuthScheme(decision)),
             number(env, kiv.KivDecision_Reason(decision)), number(env, (double)kiv.KivDecision_Age(decision)));
-  const napi_value handle = owner(env, decision, releaseDecision);
+  const napi_value handle = owner(env, decision, (Release)kiv.KivDecision_Release);
   if (handle) node.napi_set_element(env, result, 0, handle);
   return result;
 }
 
 /* lookup(session, url): [status, decision] */
-static napi_value lookup(napi_env env, napi_callback_info info) {
-  const Arguments given = argumentsOf(env, info);
+static napi_value lookup(napi_env env, const napi_value* given) {
   KivDecision* decision = NULL;
-  wchar_t* url = textIn(env, given.values[1]);
-  const KivStatus status = kiv.KivSession_Lookup(sessionIn(env, given.values[0]), url, &decision);
+  wchar_t* url = textIn(env, given[1]);
+  const KivStatus status = kiv.KivSession_Lookup(sessionIn(env, given[0]), url, &decision);
   freeText(url);
   return ARRAY(env, number(env, status), decisionOf(env, decision));
 }
 
-static void releaseRequest(void* request) { kiv.KivRequest_Release(request); }
-
 /* start(session, url, timeout, tag): [status, request] */
-static napi_value start(napi_env env, napi_callback_info info) {
-  const Arguments given = argumentsOf(env, info);
+static napi_value start(napi_env env, const napi_value* given) {
   KivRequest* request = NULL;
-  wchar_t* url = textIn(env, given.values[1]);
-  const KivStatus status =
-      kiv.KivSession_Start(sessionIn(env, given.values[0]), url, (uint32_t)numberIn(env, given.values[2]),
-                           (uint64_t)numberIn(env, given.values[3]), NULL, &request);
+  wchar_t* url = textIn(env, given[1]);
+  const KivStatus status = kiv.KivSession_Start(sessionIn(env, given[0]), url, (uint32_t)numberIn(env, given[2]),
+                                                (uint64_t)numberIn(env, given[3]), NULL, &request);
   freeText(url);
-  return ARRAY(env, number(env, status), owner(env, request, releaseRequest));
+  return ARRAY(env, number(env, status), owner(env, request, (Release)kiv.KivRequest_Release));
 }
 
-static napi_value cancel(napi_env env, napi_callback_info info) {
-  const Arguments given = argumentsOf(env, info);
-  kiv.KivRequest_Cancel(handleIn(env, given.values[0]));
+static napi_value cancel(napi_env env, const napi_value* given) {
+  kiv.KivRequest_Cancel(handleIn(env, given[0]));
   return NULL;
 }
 
-static napi_value report(napi_env env, napi_callback_info info) {
-  const Arguments given = argumentsOf(env, info);
-  return number(env, kiv.KivSession_ReportFailure(sessionIn(env, given.values[0]), handleIn(env, given.values[1]),
-                                                  (uint32_t)numberIn(env, given.values[2])));
+static napi_value report(napi_env env, const napi_value* given) {
+  return number(env, kiv.KivSession_ReportFailure(sessionIn(env, given[0]), handleIn(env, given[1]),
+                                                  (uint32_t)numberIn(env, given[2])));
 }
 
 /* ---- Events and challenges -------------------------------------------------------------------------------------- */
-
-static void releaseChallenge(void* challenge) { kiv.KivChallenge_Release(challenge); }
 
 /* [handle, identity, proxy, scheme, realm, attempt]; undefined for null. */
 static napi_value challengeOf(napi_env env, KivChallenge* challenge) {
@@ -353,16 +277,15 @@ static napi_value challengeOf(napi_env env, KivChallenge* challenge) {
       ARRAY(env, NULL, number(env, (double)(ULONG_PTR)challenge), text(env, kiv.KivChallenge_Proxy(challenge)),
             number(env, kiv.KivChallenge_Scheme(challenge)), text(env, kiv.KivChallenge_Realm(challenge)),
             number(env, kiv.KivChallenge_Attempt(challenge)));
-  const napi_value handle = owner(env, challenge, releaseChallenge);
+  const napi_value handle = owner(env, challenge, (Release)kiv.KivChallenge_Release);
   if (handle) node.napi_set_element(env, result, 0, handle);
   return result;
 }
 
 /* next(session): [kind, tag, status, decision, challenge, text]; undefined if there is none. */
-static napi_value next(napi_env env, napi_callback_info info) {
-  const Arguments given = argumentsOf(env, info);
+static napi_value next(napi_env env, const napi_value* given) {
   KivEvent* event = NULL;
-  kiv.KivSession_Next(sessionIn(env, given.values[0]), 0, &event);
+  kiv.KivSession_Next(sessionIn(env, given[0]), 0, &event);
   if (!event) return NULL;
   const napi_value result =
       ARRAY(env, number(env, kiv.KivEvent_Kind(event)), number(env, (double)kiv.KivEvent_Tag(event)),
@@ -372,19 +295,17 @@ static napi_value next(napi_env env, napi_callback_info info) {
   return result;
 }
 
-static napi_value answer(napi_env env, napi_callback_info info) {
-  const Arguments given = argumentsOf(env, info);
-  wchar_t* user = textIn(env, given.values[1]);
-  wchar_t* password = textIn(env, given.values[2]);
-  const KivStatus status = kiv.KivChallenge_Answer(handleIn(env, given.values[0]), user, password);
+static napi_value answer(napi_env env, const napi_value* given) {
+  wchar_t* user = textIn(env, given[1]);
+  wchar_t* password = textIn(env, given[2]);
+  const KivStatus status = kiv.KivChallenge_Answer(handleIn(env, given[0]), user, password);
   freeText(user);
   freeText(password);
   return number(env, status);
 }
 
-static napi_value decline(napi_env env, napi_callback_info info) {
-  const Arguments given = argumentsOf(env, info);
-  return number(env, kiv.KivChallenge_Decline(handleIn(env, given.values[0])));
+static napi_value decline(napi_env env, const napi_value* given) {
+  return number(env, kiv.KivChallenge_Decline(handleIn(env, given[0])));
 }
 
 /* ---- Authentication --------------------------------------------------------------------------------------------- */
@@ -400,14 +321,11 @@ typedef struct {
   napi_async_work work;
 } AuthStep;
 
-static void releaseAuth(void* auth) { kiv.KivAuth_Release(auth); }
-
 /* auth(session, decision): [status, auth] */
-static napi_value createAuth(napi_env env, napi_callback_info info) {
-  const Arguments given = argumentsOf(env, info);
+static napi_value createAuth(napi_env env, const napi_value* given) {
   KivAuth* auth = NULL;
-  const KivStatus status = kiv.KivAuth_Create(sessionIn(env, given.values[0]), handleIn(env, given.values[1]), &auth);
-  return ARRAY(env, number(env, status), owner(env, auth, releaseAuth));
+  const KivStatus status = kiv.KivAuth_Create(sessionIn(env, given[0]), handleIn(env, given[1]), &auth);
+  return ARRAY(env, number(env, status), owner(env, auth, (Release)kiv.KivAuth_Release));
 }
 
 static void takeAuthStep(napi_env env, void* data) {
@@ -428,14 +346,13 @@ static void endAuthStep(napi_env env, napi_status ended, void* data) {
 }
 
 /* authNext(auth, challenges): a promise of [status, header]. */
-static napi_value authNext(napi_env env, napi_callback_info info) {
-  const Arguments given = argumentsOf(env, info);
+static napi_value authNext(napi_env env, const napi_value* given) {
   napi_value promise = NULL, name = NULL;
   AuthStep* step = calloc(1, sizeof *step);
   if (!step) return NULL;
-  step->auth = handleIn(env, given.values[0]);
-  step->challenges = textIn(env, given.values[1]);
-  node.napi_create_reference(env, given.values[0], 1, &step->owner);
+  step->auth = handleIn(env, given[0]);
+  step->challenges = textIn(env, given[1]);
+  node.napi_create_reference(env, given[0], 1, &step->owner);
   node.napi_create_string_utf8(env, "kiv-session", NAPI_AUTO_LENGTH, &name);
   node.napi_create_promise(env, &step->promise, &promise);
   node.napi_create_async_work(env, NULL, name, takeAuthStep, endAuthStep, step, &step->work);
@@ -445,39 +362,51 @@ static napi_value authNext(napi_env env, napi_callback_info info) {
 
 /* ---- The module ------------------------------------------------------------------------------------------------- */
 
-static napi_value version(napi_env env, napi_callback_info info) {
-  (void)info;
+static napi_value version(napi_env env, const napi_value* given) {
+  (void)given;
   return number(env, kiv.KivSession_Version());
 }
 
-static napi_value statusText(napi_env env, napi_callback_info info) {
-  const Arguments given = argumentsOf(env, info);
-  return text(env, kiv.KivStatus_Text((uint32_t)numberIn(env, given.values[0])));
+static napi_value statusText(napi_env env, const napi_value* given) {
+  return text(env, kiv.KivStatus_Text((uint32_t)numberIn(env, given[0])));
 }
 
+/* Calls the function that `data` points to with the arguments of JavaScript. */
+static napi_value call(napi_env env, napi_callback_info info) {
+  napi_value given[kMostArguments];
+  size_t count = kMostArguments;
+  void* data = NULL;
+  node.napi_get_cb_info(env, info, &count, given, NULL, &data);
+  return ((Function)(ULONG_PTR)data)(env, given);
+}
+
+// clang-format off: as above.
 static const struct {
   const char* name;
-  napi_callback function;
-} kFunctions[] = {{"version", version},
-                  {"statusText", statusText},
-                  {"create", create},
-                  {"hold", hold},
-                  {"close", closeSession},
-                  {"setNumber", setNumber},
-                  {"setText", setText},
-                  {"setProxy", setProxy},
-                  {"lookup", lookup},
-                  {"start", start},
-                  {"cancel", cancel},
-                  {"next", next},
-                  {"report", report},
-                  {"forget", forget},
-                  {"forgetCredentials", forgetCredentials},
-                  {"counter", counter},
-                  {"answer", answer},
-                  {"decline", decline},
-                  {"createAuth", createAuth},
-                  {"authNext", authNext}};
+  Function function;
+} kFunctions[] = {
+    {"version", version},
+    {"statusText", statusText},
+    {"create", create},
+    {"hold", hold},
+    {"close", closeSession},
+    {"setNumber", setNumber},
+    {"setText", setText},
+    {"setProxy", setProxy},
+    {"lookup", lookup},
+    {"start", start},
+    {"cancel", cancel},
+    {"next", next},
+    {"report", report},
+    {"forget", forget},
+    {"forgetCredentials", forgetCredentials},
+    {"counter", counter},
+    {"answer", answer},
+    {"decline", decline},
+    {"createAuth", createAuth},
+    {"authNext", authNext},
+};
+// clang-format on
 
 /* What keeps the addon from working; empty if nothing does. */
 static char problem[256];
@@ -532,8 +461,8 @@ __declspec(dllexport) napi_value napi_register_module_v1(napi_env env, napi_valu
   }
   for (size_t index = 0; index < sizeof kFunctions / sizeof *kFunctions; ++index) {
     napi_value function = NULL;
-    node.napi_create_function(env, kFunctions[index].name, NAPI_AUTO_LENGTH, kFunctions[index].function, NULL,
-                              &function);
+    node.napi_create_function(env, kFunctions[index].name, NAPI_AUTO_LENGTH, call,
+                              (void*)(ULONG_PTR)kFunctions[index].function, &function);
     node.napi_set_named_property(env, exports, kFunctions[index].name, function);
   }
   return exports;

@@ -151,6 +151,7 @@ export type ErrorCode =
   | 'KIV_CREDENTIALS_WANTED';
 
 export class KivError extends Error {
+  private constructor();
   readonly code: ErrorCode;
   /** Windows' error code, if the code is KIV_SYSTEM. */
   readonly systemError?: number;
