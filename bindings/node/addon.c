@@ -15,32 +15,28 @@
 
 #include "kiv/session.h"
 
-// clang-format off: it would give each name a line.
-#define NODE_FUNCTIONS(X)                                                                                          \
-  X(napi_add_env_cleanup_hook)                                                                                     \
-  X(napi_call_threadsafe_function)                                                                                 \
-  X(napi_create_array_with_length) X(napi_create_async_work) X(napi_create_double) X(napi_create_external)         \
-      X(napi_create_function) X(napi_create_promise) X(napi_create_reference) X(napi_create_string_utf16)          \
-          X(napi_create_string_utf8) X(napi_create_threadsafe_function) X(napi_delete_async_work)                  \
-              X(napi_delete_reference) X(napi_get_cb_info) X(napi_get_value_double) X(napi_get_value_external)     \
-                  X(napi_get_value_string_utf16) X(napi_queue_async_work) X(napi_ref_threadsafe_function)          \
-                      X(napi_release_threadsafe_function) X(napi_remove_env_cleanup_hook) X(napi_resolve_deferred) \
-                          X(napi_set_element) X(napi_set_named_property) X(napi_throw_error)                       \
-                              X(napi_unref_threadsafe_function)
+/* Tables, which would have a line for each name otherwise. */
+// clang-format off
+#define NODE_FUNCTIONS(X)                                                                                              \
+  X(napi_add_env_cleanup_hook) X(napi_call_threadsafe_function) X(napi_create_array_with_length)                       \
+  X(napi_create_async_work) X(napi_create_double) X(napi_create_external) X(napi_create_function)                      \
+  X(napi_create_promise) X(napi_create_reference) X(napi_create_string_utf16) X(napi_create_string_utf8)               \
+  X(napi_create_threadsafe_function) X(napi_delete_async_work) X(napi_delete_reference) X(napi_get_cb_info)            \
+  X(napi_get_value_double) X(napi_get_value_external) X(napi_get_value_string_utf16) X(napi_queue_async_work)          \
+  X(napi_ref_threadsafe_function) X(napi_release_threadsafe_function) X(napi_remove_env_cleanup_hook)                  \
+  X(napi_resolve_deferred) X(napi_set_element) X(napi_set_named_property) X(napi_throw_error)                          \
+  X(napi_unref_threadsafe_function)
 
 #define KIV_FUNCTIONS(X)                                                                                               \
-  X(KivSession_Version)                                                                                                \
-  X(KivStatus_Text)                                                                                                    \
-  X(KivSession_Create) X(KivSession_Close) X(KivSession_Destruct) X(KivSession_SetNumber) X(KivSession_SetText)        \
-      X(KivSession_SetProxy) X(KivSession_SetWake) X(KivSession_Lookup) X(KivSession_Start)                            \
-          X(KivSession_ReportFailure) X(KivSession_Forget) X(KivSession_ForgetCredentials) X(KivSession_GetCounter)    \
-              X(KivSession_Next) X(KivRequest_Cancel) X(KivRequest_Release) X(KivDecision_Kind) X(KivDecision_Scheme)  \
-                  X(KivDecision_Host) X(KivDecision_Port) X(KivDecision_ProxyUrl) X(KivDecision_AuthScheme)            \
-                      X(KivDecision_Age) X(KivDecision_Reason) X(KivDecision_Release) X(KivEvent_Kind) X(KivEvent_Tag) \
-                          X(KivEvent_Status) X(KivEvent_Decision) X(KivEvent_Challenge) X(KivEvent_Text)               \
-                              X(KivEvent_Release) X(KivChallenge_Proxy) X(KivChallenge_Scheme) X(KivChallenge_Realm)   \
-                                  X(KivChallenge_Attempt) X(KivChallenge_Answer) X(KivChallenge_Decline)               \
-                                      X(KivChallenge_Release) X(KivAuth_Create) X(KivAuth_Next) X(KivAuth_Release)
+  X(KivSession_Version) X(KivStatus_Text) X(KivSession_Create) X(KivSession_Close) X(KivSession_Destruct)              \
+  X(KivSession_SetNumber) X(KivSession_SetText) X(KivSession_SetProxy) X(KivSession_SetWake) X(KivSession_Lookup)      \
+  X(KivSession_Start) X(KivSession_ReportFailure) X(KivSession_Forget) X(KivSession_ForgetCredentials)                 \
+  X(KivSession_GetCounter) X(KivSession_Next) X(KivRequest_Cancel) X(KivRequest_Release) X(KivDecision_Kind)           \
+  X(KivDecision_Scheme) X(KivDecision_Host) X(KivDecision_Port) X(KivDecision_ProxyUrl) X(KivDecision_AuthScheme)      \
+  X(KivDecision_Age) X(KivDecision_Reason) X(KivDecision_Release) X(KivEvent_Kind) X(KivEvent_Tag) X(KivEvent_Status)  \
+  X(KivEvent_Decision) X(KivEvent_Challenge) X(KivEvent_Text) X(KivEvent_Release) X(KivChallenge_Proxy)                \
+  X(KivChallenge_Scheme) X(KivChallenge_Realm) X(KivChallenge_Attempt) X(KivChallenge_Answer) X(KivChallenge_Decline)  \
+  X(KivChallenge_Release) X(KivAuth_Create) X(KivAuth_Next) X(KivAuth_Release)
 
 #define MEMBER(name) __typeof__(name)* name;
 static struct { NODE_FUNCTIONS(MEMBER) } node;
@@ -183,9 +179,10 @@ static napi_value create(napi_env env, const napi_value* given) {
 /* hold(session, yes): whether the loop lives on for this session. */
 static napi_value hold(napi_env env, const napi_value* given) {
   const Session* session = handleIn(env, given[0]);
-  if (!session || !session->handle) return NULL;
-  (numberIn(env, given[1]) != 0 ? node.napi_ref_threadsafe_function : node.napi_unref_threadsafe_function)(
-      env, session->wake);
+  const BOOL yes = numberIn(env, given[1]) != 0;
+  if (session && session->handle) {
+    (yes ? node.napi_ref_threadsafe_function : node.napi_unref_threadsafe_function)(env, session->wake);
+  }
   return NULL;
 }
 
@@ -362,11 +359,6 @@ static napi_value authNext(napi_env env, const napi_value* given) {
 
 /* ---- The module ------------------------------------------------------------------------------------------------- */
 
-static napi_value version(napi_env env, const napi_value* given) {
-  (void)given;
-  return number(env, kiv.KivSession_Version());
-}
-
 static napi_value statusText(napi_env env, const napi_value* given) {
   return text(env, kiv.KivStatus_Text((uint32_t)numberIn(env, given[0])));
 }
@@ -380,31 +372,15 @@ static napi_value call(napi_env env, napi_callback_info info) {
   return ((Function)(ULONG_PTR)data)(env, given);
 }
 
-// clang-format off: as above.
+#define ENTRY(name) {#name, name},
+// clang-format off
 static const struct {
   const char* name;
   Function function;
 } kFunctions[] = {
-    {"version", version},
-    {"statusText", statusText},
-    {"create", create},
-    {"hold", hold},
-    {"close", closeSession},
-    {"setNumber", setNumber},
-    {"setText", setText},
-    {"setProxy", setProxy},
-    {"lookup", lookup},
-    {"start", start},
-    {"cancel", cancel},
-    {"next", next},
-    {"report", report},
-    {"forget", forget},
-    {"forgetCredentials", forgetCredentials},
-    {"counter", counter},
-    {"answer", answer},
-    {"decline", decline},
-    {"createAuth", createAuth},
-    {"authNext", authNext},
+  {"close", closeSession}, ENTRY(statusText) ENTRY(create) ENTRY(hold) ENTRY(setNumber) ENTRY(setText)
+  ENTRY(setProxy) ENTRY(lookup) ENTRY(start) ENTRY(cancel) ENTRY(next) ENTRY(report) ENTRY(forget)
+  ENTRY(forgetCredentials) ENTRY(counter) ENTRY(answer) ENTRY(decline) ENTRY(createAuth) ENTRY(authNext)
 };
 // clang-format on
 
@@ -440,8 +416,7 @@ static BOOL CALLBACK findLibraries(INIT_ONCE* once, void* parameter, void** resu
   GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
                      (const wchar_t*)(ULONG_PTR)findLibraries, &own);
   GetModuleFileNameW(own, path, kPathSize - 32);
-  wchar_t* name = wcsrchr(path, L'\\');
-  wcscpy(name ? name + 1 : path, L"kiv-session.dll");
+  wcscpy(wcsrchr(path, L'\\') + 1, L"kiv-session.dll");
   const HMODULE library = LoadLibraryExW(path, NULL, LOAD_WITH_ALTERED_SEARCH_PATH);
   if (!library) {
     snprintf(problem, sizeof problem, "kiv-session.dll cannot be loaded from beside kiv_session.node (error %lu)",

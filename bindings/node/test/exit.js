@@ -27,6 +27,16 @@ const ways = {
     kiv.on('log', () => process.exit(7));
     kiv.resolve(TARGET);
   },
+  // The other events come all the same.
+  throwInListener: () => {
+    process.once('uncaughtException', ({ message }) => say(message));
+    kiv.close();
+    const logging = new Session({ userAgent: 'exit/1', logLevel: 'debug' });
+    logging.once('log', () => {
+      throw new Error('of the listener');
+    });
+    logging.resolve(TARGET).then(({ kind }) => say(kind));
+  },
   throw: () => {
     kiv.resolve(TARGET);
     setTimeout(() => {

@@ -82,7 +82,8 @@ def endings(place: Place) -> Iterator[Check]:
     """Each way for a program to end: exit code, and what it has said."""
     for way, code, said, complained in (("natural", 0, "", ""), ("awaited", 0, "direct\n", ""), ("exit", 7, "", ""),
                                         ("exitAtOnce", 7, "", ""), ("exitInListener", 7, "", ""),
-                                        ("throw", 1, "", "Error: uncaught")):
+                                        ("throw", 1, "", "Error: uncaught"),
+                                        ("throwInListener", 0, "of the listener\ndirect\n", "")):
         result = place.run(f"Z:{place.work / 'exit.js'}", way, timeout=30)
         good = (result.exit_code, result.stdout) == (code, said) and \
             (complained in result.stderr if complained else not result.stderr)

@@ -141,16 +141,6 @@ test('two sessions know nothing of each other', async (t) => {
   assert.equal((await second.resolve(TARGET)).url, proxy('tinyproxy'));
 });
 
-test('a listener that throws does not stop the events', async (t) => {
-  const kiv = sessionFor(t, undefined, { logLevel: 'debug' });
-  const seen = new Promise((resolve) => process.once('uncaughtException', resolve));
-  kiv.once('log', () => {
-    throw new Error('of the listener');
-  });
-  assert.equal((await kiv.resolve(TARGET)).kind, 'direct');
-  assert.match((await seen).message, /of the listener/);
-});
-
 test('10,000 resolutions leave nothing behind', async (t) => {
   const kiv = sessionFor(t, undefined, { bypassList: '*.inside.test', origins: 16 });
   const round = async (count) => {
@@ -162,11 +152,15 @@ test('10,000 resolutions leave nothing behind', async (t) => {
     global.gc();
     return process.memoryUsage();
   };
-  const before = await round(2000);
+  // The first rounds grow what is kept for reuse.
+  await round(10000);
+  await round(10000);
+  const before = await round(10000);
   const after = await round(10000);
   const grown = { heap: after.heapUsed - before.heapUsed, all: after.rss - before.rss };
-  assert.ok(grown.heap < 1e6, `heap grew by ${grown.heap}`);
-  assert.ok(grown.all < 8e6, `memory grew by ${grown.all}`);
+  // A hundred bytes for each would be twice this.
+  assert.ok(grown.heap < 5e5, `the heap grew by ${grown.heap}`);
+  assert.ok(grown.all < 4e6, `the process grew by ${grown.all}`);
   assert.equal(kiv.counter('waiting'), 0);
   assert.ok(kiv.counter('keptOrigins') <= 16);
 });
@@ -233,6 +227,8 @@ const fetched = async (kiv, url) => {
   try {
     const response = await undici.fetch(url, { dispatcher: through });
     return `${response.status} ${await response.text()}`;
+  } catch (error) {
+    throw error.cause ?? error;
   } finally {
     await through.destroy();
   }
@@ -252,7 +248,8 @@ for (const [client, get] of Object.entries({ undici: fetched, 'node:http': got }
   for (const name of [undefined, 'squid', 'tinyproxy', 'squid_basic', 'squid_ntlm']) {
     for (const url of [TARGET, SECURE_TARGET]) {
       test(`${client} reaches ${url.split(':')[0]} through ${name ?? 'no proxy'}`, async (t) => {
-        const kiv = sessionFor(t, name);
+        // Wine's WinHTTP tells of certificates that it does not trust in another way than Windows'.
+        const kiv = sessionFor(t, name, url === TARGET ? {} : { test: 'connect' });
         const asked = answering(kiv, password);
         assert.equal(await get(kiv, url), '200 ok\n');
         assert.equal(await get(kiv, url), '200 ok\n');
@@ -261,8 +258,7 @@ for (const [client, get] of Object.entries({ undici: fetched, 'node:http': got }
     }
   }
 
-  const rootOf = (error) => (error.cause ? rootOf(error.cause) : error);
-  const failure = (kiv, url) => get(kiv, url).then(assert.fail, rootOf);
+  const failure = (kiv, url) => get(kiv, url).then(assert.fail, (error) => error);
 
   test(`${client} is asked while it connects, where nothing was tested`, async (t) => {
     for (const name of ['squid_basic', 'squid_ntlm']) {
@@ -293,9 +289,8 @@ for (const [client, get] of Object.entries({ undici: fetched, 'node:http': got }
   });
 
   test(`${client} reports a proxy that is dead`, async (t) => {
-    const kiv = sessionFor(t, 'dead', { test: 'none', fallback: proxy('tinyproxy') });
     for (const url of [TARGET, SECURE_TARGET]) {
-      kiv.forget();
+      const kiv = sessionFor(t, 'dead', { test: 'none', fallback: proxy('tinyproxy') });
       assert.equal((await failure(kiv, url)).code, 'ECONNREFUSED');
       assert.equal(await get(kiv, url), '200 ok\n');
     }
