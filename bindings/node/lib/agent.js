@@ -34,7 +34,8 @@ class KivAgent extends Agent {
   }
 
   #secure(options) {
-    const { servername = options.host, ...others } = options;
+    // Over a socket there is nothing to connect to.
+    const { servername = options.host, path, ...others } = options;
     return tls.connect({ ...others, servername: net.isIP(servername) ? '' : servername });
   }
 }

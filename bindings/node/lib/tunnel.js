@@ -75,18 +75,19 @@ async function readAnswer(socket, signal, bodiless) {
   const length = values('content-length')[0];
   const without = bodiless || status === 204 || status === 304;
   let rest = received.subarray(end + 4);
-  const closes = [...values('connection'), ...values('proxy-connection')].some((value) => /\bclose\b/i.test(value));
+  const wishes = [...values('connection'), ...values('proxy-connection')].join();
+  const keeps = first.startsWith('HTTP/1.1') ? !/\bclose\b/i.test(wishes) : /\bkeep-alive\b/i.test(wishes);
   if (status !== 200 && !without) {
     received = rest;
     while (received.length < Number(length ?? 0)) await more();
     rest = received.subarray(Number(length ?? 0));
   }
-  return { status, rest, challenges: values('proxy-authenticate'), lasts: !closes && (without || length !== undefined) };
+  return { status, rest, challenges: values('proxy-authenticate'), lasts: keeps && (without || length !== undefined) };
 }
 
 /**
  * Sends a request until the proxy wants no more authentication.
- * @returns the socket, the status of the last answer, and the header that was sent last.
+ * @returns the socket, the status of the last answer, whether the socket lasts, and the header that was sent last.
  */
 async function passProxy(session, decision, method, target, host, signal) {
   for (let questions = 0; ; ++questions) {
@@ -109,7 +110,7 @@ async function attempt(session, decision, method, target, host, signal) {
     const answered = await readAnswer(socket, signal, method === 'HEAD');
     if (answered.status !== 407) {
       if (answered.rest.length) socket.unshift(answered.rest);
-      return { ended: OK, socket, status: answered.status, authorization: header };
+      return { ended: OK, socket, status: answered.status, lasts: answered.lasts, authorization: header };
     }
     ({ challenges } = answered);
     [ended, header] = await next(challenges.join('\n'));
@@ -163,8 +164,11 @@ async function authenticated(session, decision, origin, signal) {
   if (decision.reason === 'reached' && decision.authScheme === 'none') {
     return { socket: await connectToProxy(session, decision, signal) };
   }
-  const { socket, authorization } = await passProxy(session, decision, 'HEAD', `${origin}/`, new URL(origin).host, signal);
-  return { socket, authorization: authorization?.startsWith('Basic ') ? authorization : undefined };
+  const passed = await passProxy(session, decision, 'HEAD', `${origin}/`, new URL(origin).host, signal);
+  const authorization = passed.authorization?.startsWith('Basic ') ? passed.authorization : undefined;
+  if (passed.lasts) return { socket: passed.socket, authorization };
+  passed.socket.destroy();
+  return { socket: await connectToProxy(session, decision, signal), authorization };
 }
 
 module.exports = { authenticated, routeTo, tunnel };

@@ -7,7 +7,7 @@ const { once } = require('node:events');
 const fs = require('node:fs');
 const http = require('node:http');
 const https = require('node:https');
-const test = require('node:test');
+const { test: nodeTest } = require('node:test');
 const { Worker } = require('node:worker_threads');
 const undici = require('undici');
 const { Session, KivError, agent, dispatcher } = require('kiv-session');
@@ -17,6 +17,8 @@ const TARGET = `http://localhost:${ports.web}/ok`;
 const SECURE_TARGET = `https://localhost:${ports.web_tls}/ok`;
 const ca = fs.readFileSync(certificate);
 const proxy = (name) => `http://127.0.0.1:${ports[name]}`;
+
+const test = (name, run) => nodeTest(name, { timeout: 60000 }, run);
 
 /** A session that uses one proxy, or none where `name` is missing; closed when the test ends. */
 function sessionFor(t, name, options = {}) {
