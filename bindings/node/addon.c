@@ -20,9 +20,9 @@
 #define NODE_FUNCTIONS(X)                                                                                              \
   X(napi_add_env_cleanup_hook) X(napi_call_threadsafe_function) X(napi_create_array_with_length)                       \
   X(napi_create_async_work) X(napi_create_double) X(napi_create_external) X(napi_create_function)                      \
-  X(napi_create_promise) X(napi_create_reference) X(napi_create_string_utf16) X(napi_create_string_utf8)               \
+  X(napi_create_promise) X(napi_create_reference) X(napi_create_string_utf16)               \
   X(napi_create_threadsafe_function) X(napi_delete_async_work) X(napi_delete_reference) X(napi_get_cb_info)            \
-  X(napi_get_value_double) X(napi_get_value_external) X(napi_get_value_string_utf16) X(napi_queue_async_work)          \
+  X(napi_get_value_int64) X(napi_get_value_external) X(napi_get_value_string_utf16) X(napi_queue_async_work)          \
   X(napi_ref_threadsafe_function) X(napi_release_threadsafe_function) X(napi_remove_env_cleanup_hook)                  \
   X(napi_resolve_deferred) X(napi_set_element) X(napi_set_named_property) X(napi_throw_error)                          \
   X(napi_unref_threadsafe_function)
@@ -45,8 +45,6 @@ static struct { KIV_FUNCTIONS(MEMBER) } kiv;
 
 enum { kMostArguments = 5, kOldestVersion = 0x10000, kPathSize = 32768 };
 
-/* ---- Values ----------------------------------------------------------------------------------------------------- */
-
 /* A function of the module. Arguments that are missing are undefined. */
 typedef napi_value (*Function)(napi_env env, const napi_value* given);
 
@@ -56,11 +54,14 @@ static void* handleIn(napi_env env, napi_value value) {
   return handle;
 }
 
-static double numberIn(napi_env env, napi_value value) {
-  double number = 0;
-  node.napi_get_value_double(env, value, &number);
+/* The library's numbers and tags are whole and below 2^53; 0 for what is no number. */
+static int64_t numberIn(napi_env env, napi_value value) {
+  int64_t number = 0;
+  node.napi_get_value_int64(env, value, &number);
   return number;
 }
+
+static uint32_t shortIn(napi_env env, napi_value value) { return (uint32_t)numberIn(env, value); }
 
 /* A copy of a text, to be freed with freeText; null for what is no text. */
 static wchar_t* textIn(napi_env env, napi_value value) {
@@ -98,9 +99,7 @@ static void releaseHandle(napi_env env, void* handle, void* release) {
 /* What owns `handle`; undefined for null. */
 static napi_value owner(napi_env env, void* handle, Release release) {
   napi_value result = NULL;
-  if (handle && node.napi_create_external(env, handle, releaseHandle, (void*)(ULONG_PTR)release, &result) != napi_ok) {
-    release(handle);
-  }
+  if (handle) node.napi_create_external(env, handle, releaseHandle, (void*)(ULONG_PTR)release, &result);
   return result;
 }
 
@@ -114,8 +113,6 @@ static napi_value array(napi_env env, const napi_value* values, uint32_t count) 
 }
 #define ARRAY(env, ...) \
   array(env, (napi_value[]){__VA_ARGS__}, sizeof((napi_value[]){__VA_ARGS__}) / sizeof(napi_value))
-
-/* ---- Sessions --------------------------------------------------------------------------------------------------- */
 
 typedef struct {
   KivSession* handle;
@@ -147,63 +144,54 @@ static void releaseSession(napi_env env, void* data, void* hint) {
   free(session);
 }
 
-/* create(userAgent, wake): [status, session]. Nothing that waits in the session keeps the loop alive, unless `hold`. */
+/* create(userAgent, wake): [status, session]. The loop does not live on for a session, unless `hold` says so. */
 static napi_value create(napi_env env, const napi_value* given) {
-  napi_value name = NULL, result = NULL;
   Session* session = calloc(1, sizeof *session);
   if (!session) return ARRAY(env, number(env, KIV_STATUS_OUT_OF_MEMORY));
   wchar_t* userAgent = textIn(env, given[0]);
-  KivStatus status = kiv.KivSession_Create(userAgent, &session->handle);
+  const KivStatus status = kiv.KivSession_Create(userAgent, &session->handle);
   freeText(userAgent);
   if (status == KIV_STATUS_OK) {
-    node.napi_create_string_utf8(env, "kiv-session", NAPI_AUTO_LENGTH, &name);
-    if (node.napi_create_threadsafe_function(env, given[1], NULL, name, 0, 1, NULL, NULL, NULL, NULL, &session->wake) !=
-        napi_ok) {
-      status = KIV_STATUS_BAD_ARGUMENT;
-      kiv.KivSession_Destruct(session->handle);
-    }
+    node.napi_create_threadsafe_function(env, given[1], NULL, text(env, L"kiv-session"), 0, 1, NULL, NULL, NULL, NULL,
+                                         &session->wake);
+    node.napi_unref_threadsafe_function(env, session->wake);
+    node.napi_add_env_cleanup_hook(env, endSession, session);
+    kiv.KivSession_SetWake(session->handle, wake, session->wake);
   }
-  if (status != KIV_STATUS_OK) {
-    free(session);
-    return ARRAY(env, number(env, status));
-  }
-  node.napi_unref_threadsafe_function(env, session->wake);
-  node.napi_add_env_cleanup_hook(env, endSession, session);
-  kiv.KivSession_SetWake(session->handle, wake, session->wake);
-  if (node.napi_create_external(env, session, releaseSession, NULL, &result) != napi_ok) {
-    releaseSession(env, session, NULL);
-  }
-  return ARRAY(env, number(env, KIV_STATUS_OK), result);
+  napi_value result = NULL;
+  node.napi_create_external(env, session, releaseSession, NULL, &result);
+  return ARRAY(env, number(env, status), result);
 }
 
 /* hold(session, yes): whether the loop lives on for this session. */
 static napi_value hold(napi_env env, const napi_value* given) {
   const Session* session = handleIn(env, given[0]);
   const BOOL yes = numberIn(env, given[1]) != 0;
-  if (session && session->handle) {
-    (yes ? node.napi_ref_threadsafe_function : node.napi_unref_threadsafe_function)(env, session->wake);
-  }
+  (yes ? node.napi_ref_threadsafe_function : node.napi_unref_threadsafe_function)(env, session->wake);
   return NULL;
 }
 
-/* Functions of a session and nothing else. */
-#define PROCEDURE(name, function)                                 \
+/* Functions whose result is a number. */
+#define FUNCTION(name, call) \
+  static napi_value name(napi_env env, const napi_value* given) { return number(env, (double)kiv.call); }
+FUNCTION(setNumber, KivSession_SetNumber(sessionIn(env, given[0]), shortIn(env, given[1]), shortIn(env, given[2])))
+FUNCTION(counter, KivSession_GetCounter(sessionIn(env, given[0]), shortIn(env, given[1])))
+FUNCTION(report, KivSession_ReportFailure(sessionIn(env, given[0]), handleIn(env, given[1]), shortIn(env, given[2])))
+FUNCTION(decline, KivChallenge_Decline(handleIn(env, given[0])))
+
+/* Functions without a result. */
+#define PROCEDURE(name, call)                                     \
   static napi_value name(napi_env env, const napi_value* given) { \
-    kiv.function(sessionIn(env, given[0]));                       \
+    kiv.call;                                                     \
     return NULL;                                                  \
   }
-PROCEDURE(closeSession, KivSession_Close)
-PROCEDURE(forget, KivSession_Forget)
-PROCEDURE(forgetCredentials, KivSession_ForgetCredentials)
-
-static napi_value setNumber(napi_env env, const napi_value* given) {
-  return number(env, kiv.KivSession_SetNumber(sessionIn(env, given[0]), (uint32_t)numberIn(env, given[1]),
-                                              (uint32_t)numberIn(env, given[2])));
-}
+PROCEDURE(closeSession, KivSession_Close(sessionIn(env, given[0])))
+PROCEDURE(forget, KivSession_Forget(sessionIn(env, given[0])))
+PROCEDURE(forgetCredentials, KivSession_ForgetCredentials(sessionIn(env, given[0])))
 
 static napi_value setText(napi_env env, const napi_value* given) {
   wchar_t* value = textIn(env, given[2]);
-  const KivStatus status = kiv.KivSession_SetText(sessionIn(env, given[0]), (uint32_t)numberIn(env, given[1]), value);
+  const KivStatus status = kiv.KivSession_SetText(sessionIn(env, given[0]), shortIn(env, given[1]), value);
   freeText(value);
   return number(env, status);
 }
@@ -211,29 +199,20 @@ static napi_value setText(napi_env env, const napi_value* given) {
 static napi_value setProxy(napi_env env, const napi_value* given) {
   wchar_t* texts[3];
   for (int index = 0; index < 3; ++index) texts[index] = textIn(env, given[index + 2]);
-  const KivStatus status = kiv.KivSession_SetProxy(sessionIn(env, given[0]), (uint32_t)numberIn(env, given[1]),
-                                                   texts[0], texts[1], texts[2]);
+  const KivStatus status =
+      kiv.KivSession_SetProxy(sessionIn(env, given[0]), shortIn(env, given[1]), texts[0], texts[1], texts[2]);
   for (int index = 0; index < 3; ++index) freeText(texts[index]);
   return number(env, status);
 }
 
-static napi_value counter(napi_env env, const napi_value* given) {
-  return number(env, (double)kiv.KivSession_GetCounter(sessionIn(env, given[0]), (uint32_t)numberIn(env, given[1])));
-}
-
-/* ---- Resolving -------------------------------------------------------------------------------------------------- */
-
 /* [handle, kind, scheme, host, port, url, auth scheme, reason, age]; undefined for null. */
 static napi_value decisionOf(napi_env env, KivDecision* decision) {
   if (!decision) return NULL;
-  const napi_value result =
-      ARRAY(env, NULL, number(env, kiv.KivDecision_Kind(decision)), text(env, kiv.KivDecision_Scheme(decision)),
-            text(env, kiv.KivDecision_Host(decision)), number(env, kiv.KivDecision_Port(decision)),
-            text(env, kiv.KivDecision_ProxyUrl(decision)), number(env, kiv.KivDecision_AuthScheme(decision)),
-            number(env, kiv.KivDecision_Reason(decision)), number(env, (double)kiv.KivDecision_Age(decision)));
-  const napi_value handle = owner(env, decision, (Release)kiv.KivDecision_Release);
-  if (handle) node.napi_set_element(env, result, 0, handle);
-  return result;
+  return ARRAY(env, owner(env, decision, (Release)kiv.KivDecision_Release), number(env, kiv.KivDecision_Kind(decision)),
+               text(env, kiv.KivDecision_Scheme(decision)), text(env, kiv.KivDecision_Host(decision)),
+               number(env, kiv.KivDecision_Port(decision)), text(env, kiv.KivDecision_ProxyUrl(decision)),
+               number(env, kiv.KivDecision_AuthScheme(decision)), number(env, kiv.KivDecision_Reason(decision)),
+               number(env, (double)kiv.KivDecision_Age(decision)));
 }
 
 /* lookup(session, url): [status, decision] */
@@ -249,34 +228,20 @@ static napi_value lookup(napi_env env, const napi_value* given) {
 static napi_value start(napi_env env, const napi_value* given) {
   KivRequest* request = NULL;
   wchar_t* url = textIn(env, given[1]);
-  const KivStatus status = kiv.KivSession_Start(sessionIn(env, given[0]), url, (uint32_t)numberIn(env, given[2]),
+  const KivStatus status = kiv.KivSession_Start(sessionIn(env, given[0]), url, shortIn(env, given[2]),
                                                 (uint64_t)numberIn(env, given[3]), NULL, &request);
   freeText(url);
   return ARRAY(env, number(env, status), owner(env, request, (Release)kiv.KivRequest_Release));
 }
 
-static napi_value cancel(napi_env env, const napi_value* given) {
-  kiv.KivRequest_Cancel(handleIn(env, given[0]));
-  return NULL;
-}
-
-static napi_value report(napi_env env, const napi_value* given) {
-  return number(env, kiv.KivSession_ReportFailure(sessionIn(env, given[0]), handleIn(env, given[1]),
-                                                  (uint32_t)numberIn(env, given[2])));
-}
-
-/* ---- Events and challenges -------------------------------------------------------------------------------------- */
+PROCEDURE(cancel, KivRequest_Cancel(handleIn(env, given[0])))
 
 /* [handle, identity, proxy, scheme, realm, attempt]; undefined for null. */
 static napi_value challengeOf(napi_env env, KivChallenge* challenge) {
   if (!challenge) return NULL;
-  const napi_value result =
-      ARRAY(env, NULL, number(env, (double)(ULONG_PTR)challenge), text(env, kiv.KivChallenge_Proxy(challenge)),
-            number(env, kiv.KivChallenge_Scheme(challenge)), text(env, kiv.KivChallenge_Realm(challenge)),
-            number(env, kiv.KivChallenge_Attempt(challenge)));
-  const napi_value handle = owner(env, challenge, (Release)kiv.KivChallenge_Release);
-  if (handle) node.napi_set_element(env, result, 0, handle);
-  return result;
+  return ARRAY(env, owner(env, challenge, (Release)kiv.KivChallenge_Release), number(env, (double)(ULONG_PTR)challenge),
+               text(env, kiv.KivChallenge_Proxy(challenge)), number(env, kiv.KivChallenge_Scheme(challenge)),
+               text(env, kiv.KivChallenge_Realm(challenge)), number(env, kiv.KivChallenge_Attempt(challenge)));
 }
 
 /* next(session): [kind, tag, status, decision, challenge, text]; undefined if there is none. */
@@ -300,12 +265,6 @@ static napi_value answer(napi_env env, const napi_value* given) {
   freeText(password);
   return number(env, status);
 }
-
-static napi_value decline(napi_env env, const napi_value* given) {
-  return number(env, kiv.KivChallenge_Decline(handleIn(env, given[0])));
-}
-
-/* ---- Authentication --------------------------------------------------------------------------------------------- */
 
 /* One call of KivAuth_Next, which may wait for a domain controller, on a thread of Node's pool. */
 typedef struct {
@@ -344,23 +303,20 @@ static void endAuthStep(napi_env env, napi_status ended, void* data) {
 
 /* authNext(auth, challenges): a promise of [status, header]. */
 static napi_value authNext(napi_env env, const napi_value* given) {
-  napi_value promise = NULL, name = NULL;
+  napi_value promise = NULL;
   AuthStep* step = calloc(1, sizeof *step);
   if (!step) return NULL;
   step->auth = handleIn(env, given[0]);
   step->challenges = textIn(env, given[1]);
   node.napi_create_reference(env, given[0], 1, &step->owner);
-  node.napi_create_string_utf8(env, "kiv-session", NAPI_AUTO_LENGTH, &name);
   node.napi_create_promise(env, &step->promise, &promise);
-  node.napi_create_async_work(env, NULL, name, takeAuthStep, endAuthStep, step, &step->work);
+  node.napi_create_async_work(env, NULL, text(env, L"kiv-session"), takeAuthStep, endAuthStep, step, &step->work);
   node.napi_queue_async_work(env, step->work);
   return promise;
 }
 
-/* ---- The module ------------------------------------------------------------------------------------------------- */
-
 static napi_value statusText(napi_env env, const napi_value* given) {
-  return text(env, kiv.KivStatus_Text((uint32_t)numberIn(env, given[0])));
+  return text(env, kiv.KivStatus_Text(shortIn(env, given[0])));
 }
 
 /* Calls the function that `data` points to with the arguments of JavaScript. */
@@ -387,41 +343,34 @@ static const struct {
 /* What keeps the addon from working; empty if nothing does. */
 static char problem[256];
 
-#define FIND(name)                                                             \
-  library->name = (__typeof__(name)*)(ULONG_PTR)GetProcAddress(module, #name); \
-  complete = complete && library->name;
-
-static BOOL findNode(HMODULE module) {
-  __typeof__(node)* library = &node;
-  BOOL complete = TRUE;
-  NODE_FUNCTIONS(FIND)
-  return complete;
-}
-
-static BOOL findKiv(HMODULE module) {
-  __typeof__(kiv)* library = &kiv;
-  BOOL complete = TRUE;
-  KIV_FUNCTIONS(FIND)
-  return complete && kiv.KivSession_Version() >= kOldestVersion && kiv.KivSession_Version() < kOldestVersion + 0x10000;
-}
+#define FIND_IN(library, name)                                                \
+  library.name = (__typeof__(name)*)(ULONG_PTR)GetProcAddress(module, #name); \
+  complete = complete && library.name;
+#define FIND_NODE(name) FIND_IN(node, name)
+#define FIND_KIV(name) FIND_IN(kiv, name)
 
 static BOOL CALLBACK findLibraries(INIT_ONCE* once, void* parameter, void** result) {
   (void)once, (void)parameter, (void)result;
-  static wchar_t path[kPathSize];
-  HMODULE own = NULL;
-  if (!findNode(GetModuleHandleW(NULL))) {
+  HMODULE module = GetModuleHandleW(NULL);
+  BOOL complete = TRUE;
+  NODE_FUNCTIONS(FIND_NODE)
+  if (!complete) {
     snprintf(problem, sizeof problem, "the running program does not export Node's interface, version %d", NAPI_VERSION);
     return TRUE;
   }
+  static wchar_t path[kPathSize];
   GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                     (const wchar_t*)(ULONG_PTR)findLibraries, &own);
-  GetModuleFileNameW(own, path, kPathSize - 32);
+                     (const wchar_t*)(ULONG_PTR)findLibraries, &module);
+  GetModuleFileNameW(module, path, kPathSize - 32);
   wcscpy(wcsrchr(path, L'\\') + 1, L"kiv-session.dll");
-  const HMODULE library = LoadLibraryExW(path, NULL, LOAD_WITH_ALTERED_SEARCH_PATH);
-  if (!library) {
+  module = LoadLibraryExW(path, NULL, LOAD_WITH_ALTERED_SEARCH_PATH);
+  if (!module) {
     snprintf(problem, sizeof problem, "kiv-session.dll cannot be loaded from beside kiv_session.node (error %lu)",
              GetLastError());
-  } else if (!findKiv(library)) {
+    return TRUE;
+  }
+  KIV_FUNCTIONS(FIND_KIV)
+  if (!complete || kiv.KivSession_Version() / kOldestVersion != 1) {
     snprintf(problem, sizeof problem, "the kiv-session.dll beside kiv_session.node is not version 1, from 1.0.0 on");
   }
   return TRUE;

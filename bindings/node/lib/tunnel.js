@@ -13,8 +13,8 @@ const MOST_QUESTIONS = 4;
 const PATIENCE = 30000;
 
 /** The decision for a URL. Throws where there is no route, or none that these clients can take. */
-async function routeTo(session, url, options) {
-  const decision = await session.resolve(url, options);
+async function routeTo(session, url) {
+  const decision = await session.resolve(url);
   const { kind, scheme, url: proxy, explanation } = decision;
   if (kind === 'none') throw new KivError('KIV_NO_ROUTE', `there is no route to ${new URL(url).origin}: ${explanation}`);
   if (kind === 'proxy' && scheme !== 'http' && scheme !== 'https') {
@@ -24,42 +24,40 @@ async function routeTo(session, url, options) {
 }
 
 /** A socket to the decision's proxy. A failure is reported. */
-async function connectToProxy(session, decision, signal) {
+async function connectToProxy(session, decision) {
   const { host, port, scheme } = decision;
   const socket =
     scheme === 'https' ? tls.connect({ host, port, servername: net.isIP(host) ? '' : host }) : net.connect({ host, port });
   try {
-    await until(socket, scheme === 'https' ? 'secureConnect' : 'connect', signal);
+    await until(socket, scheme === 'https' ? 'secureConnect' : 'connect');
   } catch (error) {
-    if (!signal?.aborted) session.report(decision, 'proxyUnreachable');
+    session.report(decision, 'proxyUnreachable');
     throw error;
   }
   return socket;
 }
 
-function until(socket, event, signal = AbortSignal.timeout(PATIENCE)) {
+function until(socket, event) {
   return new Promise((resolve, reject) => {
-    const abort = () => fail(signal.reason);
-    const ended = () => fail(new KivError('KIV_REFUSED', 'the proxy closed the connection'));
-    const done = () => {
-      socket.off(event, succeed).off('error', fail).off('close', ended);
-      signal.removeEventListener('abort', abort);
-    };
     const succeed = () => (done(), resolve());
     const fail = (error) => (done(), socket.destroy(), reject(error));
+    const ended = () => fail(new KivError('KIV_REFUSED', 'the proxy closed the connection'));
+    const timer = setTimeout(() => fail(new KivError('KIV_TIMED_OUT', 'the proxy does not answer')), PATIENCE);
+    const done = () => {
+      clearTimeout(timer);
+      socket.off(event, succeed).off('error', fail).off('close', ended);
+    };
     socket.once(event, succeed).once('error', fail).once('close', ended);
-    signal.addEventListener('abort', abort, { once: true });
-    if (signal.aborted) abort();
-    else if (socket.destroyed) ended();
+    if (socket.destroyed) ended();
   });
 }
 
 /** The head of the next answer: its status, and the values of some headers. Its body is read and dropped. */
-async function readAnswer(socket, signal, bodiless) {
+async function readAnswer(socket, bodiless) {
   let received = Buffer.alloc(0);
   const more = async () => {
     let chunk;
-    while ((chunk = socket.read()) === null) await until(socket, 'readable', signal);
+    while ((chunk = socket.read()) === null) await until(socket, 'readable');
     received = Buffer.concat([received, chunk]);
   };
   let end;
@@ -89,25 +87,25 @@ async function readAnswer(socket, signal, bodiless) {
  * Sends a request until the proxy wants no more authentication.
  * @returns the socket, the status of the last answer, whether the socket lasts, and the header that was sent last.
  */
-async function passProxy(session, decision, method, target, host, signal) {
+async function passProxy(session, decision, method, target, host) {
   for (let questions = 0; ; ++questions) {
-    const result = await attempt(session, decision, method, target, host, signal);
+    const result = await attempt(session, decision, method, target, host);
     if (result.ended === OK) return result;
     result.socket.destroy();
     if (result.ended === UNSUPPORTED || questions === MOST_QUESTIONS) throw refused(decision, result.challenges);
-    if (result.ended === NOT_YET) await whileLasts(Session.settled(session), signal);
+    if (result.ended === NOT_YET) await Session.settled(session);
   }
 }
 
-async function attempt(session, decision, method, target, host, signal) {
+async function attempt(session, decision, method, target, host) {
   const next = Session.authenticate(session, decision);
-  let socket = await connectToProxy(session, decision, signal);
+  let socket = await connectToProxy(session, decision);
   let [ended, header] = await next('');
   let challenges = [];
   for (let sent = 0; ; ++sent) {
     const authorization = header ? `Proxy-Authorization: ${header}\r\n` : '';
     socket.write(`${method} ${target} HTTP/1.1\r\nHost: ${host}\r\nProxy-Connection: keep-alive\r\n${authorization}\r\n`);
-    const answered = await readAnswer(socket, signal, method === 'HEAD');
+    const answered = await readAnswer(socket, method === 'HEAD');
     if (answered.status !== 407) {
       if (answered.rest.length) socket.unshift(answered.rest);
       return { ended: OK, socket, status: answered.status, lasts: answered.lasts, authorization: header };
@@ -121,7 +119,7 @@ async function attempt(session, decision, method, target, host, signal) {
     // Only the first challenge may close: what follows belongs to its connection.
     if (!answered.lasts && sent === 0) {
       socket.destroy();
-      socket = await connectToProxy(session, decision, signal);
+      socket = await connectToProxy(session, decision);
     }
   }
 }
@@ -134,25 +132,10 @@ function refused({ url }, challenges) {
   return new KivError('KIV_UNSUPPORTED', `proxy authentication unsupported: ${url} offers ${schemes}`);
 }
 
-async function whileLasts(promise, signal) {
-  if (!signal) return promise;
-  signal.throwIfAborted();
-  let abort;
-  const aborted = new Promise((_, reject) => {
-    abort = () => reject(signal.reason);
-    signal.addEventListener('abort', abort, { once: true });
-  });
-  try {
-    return await Promise.race([promise, aborted]);
-  } finally {
-    signal.removeEventListener('abort', abort);
-  }
-}
-
 /** A socket that leads through the proxy to host:port. */
-async function tunnel(session, decision, host, port, signal) {
+async function tunnel(session, decision, host, port) {
   const target = `${net.isIPv6(host) ? `[${host}]` : host}:${port}`;
-  const { socket, status } = await passProxy(session, decision, 'CONNECT', target, target, signal);
+  const { socket, status } = await passProxy(session, decision, 'CONNECT', target, target);
   if (status >= 200 && status < 300) return socket;
   socket.destroy();
   session.report(decision, 'target');
@@ -160,15 +143,15 @@ async function tunnel(session, decision, host, port, signal) {
 }
 
 /** A socket to the proxy for requests for one origin, which wants no more authentication there but `authorization`. */
-async function authenticated(session, decision, origin, signal) {
+async function authenticated(session, decision, origin) {
   if (decision.reason === 'reached' && decision.authScheme === 'none') {
-    return { socket: await connectToProxy(session, decision, signal) };
+    return { socket: await connectToProxy(session, decision) };
   }
-  const passed = await passProxy(session, decision, 'HEAD', `${origin}/`, new URL(origin).host, signal);
+  const passed = await passProxy(session, decision, 'HEAD', `${origin}/`, new URL(origin).host);
   const authorization = passed.authorization?.startsWith('Basic ') ? passed.authorization : undefined;
   if (passed.lasts) return { socket: passed.socket, authorization };
   passed.socket.destroy();
-  return { socket: await connectToProxy(session, decision, signal), authorization };
+  return { socket: await connectToProxy(session, decision), authorization };
 }
 
 module.exports = { authenticated, routeTo, tunnel };
