@@ -149,6 +149,7 @@ class Session extends EventEmitter {
   #requests = new Map();
   #questions = new Map();
   #waiters = new Set();
+  #settlements = 0;
   #tags = 0;
   #holders = 0;
   #closed = false;
@@ -235,8 +236,14 @@ class Session extends EventEmitter {
     return (challenges) => session.#held(session.#native.authNext(auth, text(challenges, 'challenges')));
   }
 
-  /** For adapters: until a question was answered, declined or withdrawn. */
-  static settled(session) {
+  /** For adapters: how many questions were answered, declined or withdrawn. */
+  static settlements(session) {
+    return session.#settlements;
+  }
+
+  /** For adapters: until there were more than `before`. */
+  static settled(session, before) {
+    if (session.#settlements > before) return Promise.resolve();
     if (session.#closed) return Promise.reject(new KivError('KIV_CLOSED', 'the session was closed'));
     return session.#held(new Promise((resolve) => session.#waiters.add(resolve)));
   }
@@ -322,6 +329,7 @@ class Session extends EventEmitter {
 
   #settle(identity) {
     this.#questions.delete(identity);
+    ++this.#settlements;
     for (const wake of this.#waiters) wake();
     this.#waiters.clear();
   }

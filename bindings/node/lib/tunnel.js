@@ -85,15 +85,16 @@ async function readAnswer(socket, bodiless) {
 
 /**
  * Sends a request until the proxy wants no more authentication.
- * @returns the socket, the status of the last answer, whether the socket lasts, and the header that was sent last.
+ * @returns the socket, the status of the last answer, and the header that was sent last.
  */
 async function passProxy(session, decision, method, target, host) {
   for (let questions = 0; ; ++questions) {
+    const before = Session.settlements(session);
     const result = await attempt(session, decision, method, target, host);
     if (result.ended === OK) return result;
     result.socket.destroy();
     if (result.ended === UNSUPPORTED || questions === MOST_QUESTIONS) throw refused(decision, result.challenges);
-    if (result.ended === NOT_YET) await Session.settled(session);
+    if (result.ended === NOT_YET) await Session.settled(session, before);
   }
 }
 
@@ -108,7 +109,7 @@ async function attempt(session, decision, method, target, host) {
     const answered = await readAnswer(socket, method === 'HEAD');
     if (answered.status !== 407) {
       if (answered.rest.length) socket.unshift(answered.rest);
-      return { ended: OK, socket, status: answered.status, lasts: answered.lasts, authorization: header };
+      return { ended: OK, socket, status: answered.status, authorization: header };
     }
     ({ challenges } = answered);
     [ended, header] = await next(challenges.join('\n'));
@@ -147,10 +148,10 @@ async function authenticated(session, decision, origin) {
   if (decision.reason === 'reached' && decision.authScheme === 'none') {
     return { socket: await connectToProxy(session, decision) };
   }
-  const passed = await passProxy(session, decision, 'HEAD', `${origin}/`, new URL(origin).host);
-  const authorization = passed.authorization?.startsWith('Basic ') ? passed.authorization : undefined;
-  if (passed.lasts) return { socket: passed.socket, authorization };
-  passed.socket.destroy();
+  const { socket, authorization } = await passProxy(session, decision, 'HEAD', `${origin}/`, new URL(origin).host);
+  // NTLM and Negotiate have authenticated this connection. Others may close now, whatever the answer said.
+  if (authorization && !authorization.startsWith('Basic ')) return { socket };
+  socket.destroy();
   return { socket: await connectToProxy(session, decision), authorization };
 }
 
