@@ -50,6 +50,7 @@ typedef struct KivAuth KivAuth;
  * package's own status, 0x8009xxxx. */
 typedef uint32_t KivStatus;
 
+/** The call did what it is for. */
 #define KIV_STATUS_OK 0U
 /** The time-out passed first. */
 #define KIV_STATUS_TIMED_OUT 1U
@@ -65,6 +66,7 @@ typedef uint32_t KivStatus;
 #define KIV_STATUS_REENTRANT 6U
 /** The proxy offers no authentication scheme that can be answered, or the library was not built for this system. */
 #define KIV_STATUS_UNSUPPORTED 7U
+/** Memory ran out; nothing has changed. */
 #define KIV_STATUS_OUT_OF_MEMORY 8U
 /** The session was closed. */
 #define KIV_STATUS_CLOSED 9U
@@ -180,15 +182,24 @@ KIV_API void KivSession_Destruct(KivSession* session);
 /** Proxies. */
 #define KIV_LOGGED_ON_USER_PROXIES 2U
 
+/** Basic: the password crosses the wire as good as in clear. */
 #define KIV_SCHEME_BASIC 0x1U
+/** NTLM. */
 #define KIV_SCHEME_NTLM 0x2U
+/** Digest, which KivAuth does not speak. */
 #define KIV_SCHEME_DIGEST 0x8U
+/** Negotiate: Kerberos, or NTLM where there is none. */
 #define KIV_SCHEME_NEGOTIATE 0x10U
 
+/** No lines. */
 #define KIV_LOG_LEVEL_OFF 0U
+/** Lines about failures. */
 #define KIV_LOG_LEVEL_ERROR 1U
+/** And about what is not as it should be. */
 #define KIV_LOG_LEVEL_WARN 2U
+/** And about the begin and the end of each resolution. */
 #define KIV_LOG_LEVEL_INFO 3U
+/** And about each step. */
 #define KIV_LOG_LEVEL_DEBUG 4U
 
 /**
@@ -209,6 +220,7 @@ KIV_API KivStatus KivSession_SetText(KivSession* session, uint32_t option, const
 
 /**
  * Sets an own candidate.
+ * @param session  the session.
  * @param which    KIV_PROXY_PREFERRED or KIV_PROXY_FALLBACK.
  * @param text     `[scheme://]host[:port]`, copied; scheme http, https, socks4 or socks5 (socks is socks5); null for no
  *                 candidate. At most 4,096 characters. It must not hold credentials.
@@ -254,6 +266,7 @@ KIV_API KivStatus KivSession_SetChanged(KivSession* session, KivChangedFunction 
 
 /**
  * Returns the kept decision for a URL's origin, and never blocks.
+ * @param session  the session.
  * @param url      an absolute http, https, ws or wss URL; at most 1,048,576 characters, its host at most 255 in ASCII
  *                 form. Only scheme, host and port are used; nothing else of it is kept, sent or logged.
  * @param decision receives the decision, to be released.
@@ -264,6 +277,7 @@ KIV_API KivStatus KivSession_Lookup(KivSession* session, const wchar_t* url, Kiv
 
 /**
  * Returns the kept decision for a URL's origin, or resolves it and waits.
+ * @param session  the session.
  * @param url      as for KivSession_Lookup.
  * @param timeout  in ms; 0 is the option's value, KIV_NO_TIME_OUT none.
  * @param decision receives the decision, to be released. "There is no route" is a decision too: KIV_KIND_NONE.
@@ -274,6 +288,7 @@ KIV_API KivStatus KivSession_Resolve(KivSession* session, const wchar_t* url, ui
 /**
  * Begins a resolution and returns. If it fails, nothing follows. Otherwise its end is told once: by `done`, or by an
  * event of kind KIV_EVENT_COMPLETED.
+ * @param session the session.
  * @param url     as for KivSession_Lookup.
  * @param timeout as for KivSession_Resolve.
  * @param tag     any number, handed on.
@@ -289,6 +304,7 @@ KIV_API void KivRequest_Cancel(KivRequest* request);
 
 /**
  * Waits for the end of a request. Any number of threads may wait, any number of times.
+ * @param request  of KivSession_Start.
  * @param timeout  in ms; 0 only looks.
  * @param decision receives the decision, to be released; null if the status is not KIV_STATUS_OK.
  * @return the request's status; KIV_STATUS_NOT_YET if `timeout` passed first; KIV_STATUS_REENTRANT; KIV_STATUS_CLOSED.
@@ -306,6 +322,8 @@ KIV_API void KivRequest_Release(KivRequest* request);
 
 /**
  * Tells that a decision did not work. Ignored unless the kept decision for its origin names the same route.
+ * @param session  that made the decision.
+ * @param decision that did not work.
  * @param reason a KIV_FAILURE_ value.
  * @return KIV_STATUS_OK, also if it was ignored; KIV_STATUS_BAD_ARGUMENT; KIV_STATUS_CLOSED.
  */
@@ -419,6 +437,7 @@ KIV_API void KivDecision_Release(KivDecision* decision);
 
 /**
  * Takes the next event from the queue, or waits for one. Any threads may call it; each event goes to one of them.
+ * @param session the session.
  * @param timeout in ms; 0 only looks.
  * @param event   receives the event, to be released.
  * @return KIV_STATUS_OK; KIV_STATUS_NOT_YET if `timeout` passed first; KIV_STATUS_CLOSED, with an event of that kind,
@@ -456,6 +475,7 @@ KIV_API uint32_t KivChallenge_Attempt(const KivChallenge* challenge);
 KIV_API int KivChallenge_IsWithdrawn(const KivChallenge* challenge);
 /**
  * Answers. Both texts are copied, the password into protected memory; the caller wipes its own copy.
+ * @param challenge that is still open.
  * @param user     not null, not empty.
  * @param password null is an empty one.
  * @return KIV_STATUS_OK; KIV_STATUS_TOO_LATE if it was answered, declined or withdrawn before; KIV_STATUS_BAD_ARGUMENT;
@@ -473,6 +493,8 @@ KIV_API void KivChallenge_Release(KivChallenge* challenge);
  * Begins the authentication of one connection to a decision's proxy, for clients that cannot do it themselves.
  * Connections that authenticate at the same time can each send credentials that are not proven yet; each sends them
  * once.
+ * @param session  whose credentials are used.
+ * @param decision that names the proxy.
  * @param auth receives the authentication, to be released.
  * @return KIV_STATUS_OK; KIV_STATUS_BAD_ARGUMENT, also for a decision that names no HTTP proxy; _CLOSED;
  *         _OUT_OF_MEMORY.
@@ -482,6 +504,7 @@ KIV_API KivStatus KivAuth_Create(KivSession* session, KivDecision* decision, Kiv
 /**
  * Gives the Proxy-Authorization header to send, on the same connection, in answer to a proxy's 407. Calls the system,
  * and may wait for a domain controller.
+ * @param auth               of this connection.
  * @param proxyAuthenticate  the values of all Proxy-Authenticate headers of the 407, one in each line (LF or CR LF), or
  *                           separated by commas; at most 65,536 characters. Null or empty asks for what can be sent
  *                           before any 407.

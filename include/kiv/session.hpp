@@ -43,6 +43,7 @@
 
 // MinGW's toolchains with the thread model "win32" have neither std::mutex nor std::future before GCC 13.
 #if !defined(__GLIBCXX__) || defined(_GLIBCXX_HAS_GTHREADS)
+/** Defined where the standard library has threads: there are futures and cancel tokens. */
 #define KIV_SESSION_HAS_FUTURES 1
 #include <future>
 #include <map>
@@ -155,11 +156,14 @@ void contained(Body&& body) noexcept {
 class SecretText {
  public:
   SecretText() noexcept = default;
+  /** Copies a text. */
   explicit SecretText(std::wstring_view text) : text_(new wchar_t[text.size() + 1]), size_(text.size()) {
     text.copy(text_.get(), size_);
     text_[size_] = L'\0';
   }
+  /** Leaves `other` empty. */
   SecretText(SecretText&& other) noexcept : text_(std::move(other.text_)), size_(std::exchange(other.size_, 0U)) {}
+  /** Wipes the former text at once. */
   SecretText& operator=(SecretText&& other) noexcept {
     SecretText taken(std::move(other));  // wipes what was here
     std::swap(text_, taken.text_);
@@ -199,21 +203,31 @@ enum class DecisionKind : std::uint32_t {
 class Decision {
  public:
   Decision() noexcept = default;
+  /** Takes over a handle of the C interface. */
   explicit Decision(KivDecision* handle) noexcept : handle_(handle) {}
+  /** Another owner of the same decision. */
   Decision(const Decision& other) noexcept : handle_(KivDecision_Retain(other.handle())) {}
+  /** Leaves `other` empty. */
   Decision(Decision&&) noexcept = default;
+  /** Releases the former decision. */
   Decision& operator=(Decision other) noexcept {
     handle_.swap(other.handle_);
     return *this;
   }
   ~Decision() = default;
 
+  /** For functions of the C interface; still owned by this object. */
   KivDecision* handle() const noexcept { return handle_.get(); }
+  /** False if it is empty or was moved from. */
   explicit operator bool() const noexcept { return handle_ != nullptr; }
 
+  /** What it says. */
   DecisionKind kind() const noexcept { return static_cast<DecisionKind>(KivDecision_Kind(handle())); }
+  /** There is no route. */
   bool is_none() const noexcept { return kind() == DecisionKind::None; }
+  /** Connect directly. */
   bool is_direct() const noexcept { return kind() == DecisionKind::Direct; }
+  /** Connect through the proxy. */
   bool is_proxy() const noexcept { return kind() == DecisionKind::Proxy; }
   /** "http", "https", "socks4" or "socks5"; empty unless it is a proxy. */
   std::wstring_view scheme() const noexcept { return KivDecision_Scheme(handle()); }
@@ -274,14 +288,18 @@ class Decision {
 class Challenge {
  public:
   Challenge() noexcept = default;
+  /** Takes over a handle of the C interface. */
   explicit Challenge(KivChallenge* handle) noexcept : handle_(handle) {}
 
+  /** For functions of the C interface; still owned by this object. */
   KivChallenge* handle() const noexcept { return handle_.get(); }
+  /** False if it is empty or was moved from. */
   explicit operator bool() const noexcept { return handle_ != nullptr; }
   /** Whether both are the same question: the one that was withdrawn, and the one that a dialog shows. */
   friend bool operator==(const Challenge& one, const Challenge& other) noexcept {
     return one.handle() == other.handle();
   }
+  /** Whether they are different questions. */
   friend bool operator!=(const Challenge& one, const Challenge& other) noexcept { return !(one == other); }
 
   /** The proxy, as scheme://host:port. */
@@ -318,8 +336,10 @@ class Challenge {
 class PendingResolution {
  public:
   PendingResolution() noexcept = default;
+  /** Takes over a handle of the C interface. */
   explicit PendingResolution(KivRequest* handle) noexcept : handle_(handle) {}
 
+  /** For functions of the C interface; still owned by this object. */
   KivRequest* handle() const noexcept { return handle_.get(); }
 
   /** Ends it with KIV_STATUS_CANCELLED, unless it has ended. Its end is told all the same. Returns at once. */
@@ -519,6 +539,7 @@ class Cancellation {
   Cancellation(const Cancellation&) = delete;
   Cancellation& operator=(const Cancellation&) = delete;
 
+  /** Whether the source was cancelled. */
   bool is_cancelled() const {
     const std::lock_guard<std::mutex> guard(mutex_);
     return cancelled_;
@@ -544,6 +565,7 @@ class Cancellation {
     const std::lock_guard<std::mutex> guard(mutex_);
     requests_.erase(number);
   }
+  /** Cancels what was started with its tokens, and what will be. */
   void cancel() {
     std::map<std::uint64_t, PendingResolution> requests;
     {
@@ -571,6 +593,7 @@ class Cancellation {
 class CancelToken {
  public:
   CancelToken() noexcept = default;
+  /** Whether the source was cancelled. */
   bool is_cancelled() const { return state_ && state_->is_cancelled(); }
 
  private:
@@ -584,7 +607,9 @@ class CancelToken {
 /** Cancels every resolution that was or will be started with one of its tokens. Any thread may call it. */
 class CancelSource {
  public:
+  /** A token of this source. */
   CancelToken token() const noexcept { return CancelToken(state_); }
+  /** Cancels what was started with its tokens, and what will be. */
   void cancel() { state_->cancel(); }
 
  private:
@@ -606,8 +631,10 @@ enum class AuthStep : std::uint32_t {
 class ProxyAuth {
  public:
   ProxyAuth() noexcept = default;
+  /** Takes over a handle of the C interface. */
   explicit ProxyAuth(KivAuth* handle) noexcept : handle_(handle) {}
 
+  /** For functions of the C interface; still owned by this object. */
   KivAuth* handle() const noexcept { return handle_.get(); }
 
   /** The value of the Proxy-Authorization header to send; empty if there is none. Lives until the next call of next. */
@@ -672,6 +699,7 @@ class Session {
     set(options);
     callables_->set_in(session);
   }
+  /** Leaves `other` without a session. */
   Session(Session&&) noexcept = default;
   /** Closes the session that this was, as the destructor does, and takes the other. */
   Session& operator=(Session&& other) noexcept {
