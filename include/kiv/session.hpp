@@ -188,8 +188,8 @@ class SecretText {
 
 /** A user name and a password in clear. Destroy it as soon as it has been used. */
 struct ClearCredentials {
-  std::wstring user;
-  SecretText password;
+  std::wstring user;   /**< the user name */
+  SecretText password; /**< the password, in clear */
 };
 
 /** What a decision says. */
@@ -368,13 +368,13 @@ enum class SessionLogLevel : std::uint32_t {
 
 /** A resolution that was started with a tag has ended. */
 struct CompletedEvent {
-  std::uint64_t tag;
-  KivStatus status;
+  std::uint64_t tag; /**< the caller's number */
+  KivStatus status;  /**< how it ended */
   Decision decision; /**< null unless the status is KIV_STATUS_OK */
 };
 /** A proxy wants credentials. */
 struct ChallengeEvent {
-  Challenge challenge;
+  Challenge challenge; /**< to be answered */
 };
 /** The answer to a challenge is no longer wanted: a dialog can close. */
 struct WithdrawnEvent {
@@ -384,8 +384,8 @@ struct WithdrawnEvent {
 struct ChangedEvent {};
 /** A log line. */
 struct LogEvent {
-  SessionLogLevel level;
-  std::wstring text;
+  SessionLogLevel level; /**< a KIV_LOG_LEVEL_ value */
+  std::wstring text;     /**< the line */
 };
 /** The session was closed. Nothing else follows. */
 struct ClosedEvent {};
