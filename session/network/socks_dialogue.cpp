@@ -117,25 +117,28 @@ void SocksDialogue::chooseMethod() {
     finish(ERROR_INVALID_DATA);
   } else if (method == kNoAuthentication) {
     connect();
-  } else if (method == kNoMethod || (method == kUserAndPassword && cred_ && !logOn())) {
+  } else if (method == kNoMethod) {
     finish(ERROR_LOGON_FAILURE);
   } else if (method != kUserAndPassword || !cred_) {
     finish(ERROR_INVALID_DATA);
+  } else if (const DWORD error = logOn()) {
+    finish(error);
   }
 }
 
-// False if the words are too long to be said.
-bool SocksDialogue::logOn() {
+// ERROR_LOGON_FAILURE if the words are too long to be said. A password that cannot be decrypted is not said to be
+// empty: the proxy would refuse it.
+DWORD SocksDialogue::logOn() {
   const impl::SecureString password = cred_->password();
-  if (!password.c_str()) return false;  // it cannot be decrypted
+  if (!password.c_str()) return GetLastError();
   // As long as it can get, so that no block that holds a password is outgrown.
   SecureBytes words;
   words.reserve(1 + 2 * (1 + kLongestWord));
   words.push_back(kLogOnVersion);
-  if (!putWord(cred_->username(), words) || !putWord(password.view(), words)) return false;
+  if (!putWord(cred_->username(), words) || !putWord(password.view(), words)) return ERROR_LOGON_FAILURE;
   output_ = std::move(words);
   expect(Stage::LogOn, 2);
-  return true;
+  return ERROR_SUCCESS;
 }
 
 void SocksDialogue::connect() {
