@@ -11,7 +11,7 @@ namespace kiv::session {
 namespace {
 
 // A later deadline gets its turn when the timer is armed again.
-constexpr Time kLongestWait = 24 * 60 * 60 * 1'000;
+constexpr Time kLongestWait = 86'400'000;  // a day
 
 // Relative times are negative, in units of 100 ns.
 FILETIME fromNow(Time milliseconds) noexcept {
@@ -35,9 +35,7 @@ void Deadline::set(Time when) noexcept {
   if (!loop_.runsTask_) loop_.armTimer();
 }
 
-void Deadline::clear() noexcept {
-  if (isSet()) set(kNever);
-}
+void Deadline::clear() noexcept { set(kNever); }
 
 Ref<EventLoop> EventLoop::create() {
   // The pool's callbacks, and calls of the system that were abandoned, can outlive every session.
