@@ -149,7 +149,7 @@ KivStatus Session::begin(const Origin& origin, std::uint32_t timeout, Request::R
   freeze();
   Admission admission(*this);
   if (admission.status() != KIV_STATUS_OK) return admission.status();
-  const Ref<Request> begun = makeRef<Request>(*this, origin, report, tag, done);
+  Ref<Request> begun = makeRef<Request>(*this, origin, report, tag, done);
   Ref<Decision> decision;
   if (takePast(origin, decision)) {
     admission.succeeded();
@@ -158,7 +158,7 @@ KivStatus Session::begin(const Origin& origin, std::uint32_t timeout, Request::R
     join(*begun, timeout == 0 ? options_.timeOut : timeout);
     admission.succeeded();
   }
-  request = begun;
+  request = std::move(begun);
   return KIV_STATUS_OK;
 }
 
