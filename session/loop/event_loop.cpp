@@ -11,7 +11,7 @@ namespace kiv::session {
 namespace {
 
 // A later deadline gets its turn when the timer is armed again.
-constexpr Time kLongestWait = 24 * 60 * 60 * 1'000;
+constexpr Time kLongestWait = 86'400'000;  // a day
 
 // Relative times are negative, in units of 100 ns.
 FILETIME fromNow(Time milliseconds) noexcept {

@@ -113,14 +113,13 @@ void SocksDialogue::answered() {
 
 void SocksDialogue::chooseMethod() {
   const std::uint8_t method = answer_[1];
-  if (answer_[0] != kVersion5) {
+  const bool isKnown = method == kNoAuthentication || method == kNoMethod || (method == kUserAndPassword && cred_);
+  if (answer_[0] != kVersion5 || !isKnown) {
     finish(ERROR_INVALID_DATA);
   } else if (method == kNoAuthentication) {
     connect();
   } else if (method == kNoMethod) {
     finish(ERROR_LOGON_FAILURE);
-  } else if (method != kUserAndPassword || !cred_) {
-    finish(ERROR_INVALID_DATA);
   } else if (const DWORD error = logOn()) {
     finish(error);
   }
@@ -160,9 +159,8 @@ void SocksDialogue::connect() {
 // A proxy that refuses may close the connection before it has said the rest.
 void SocksDialogue::readStatus() {
   const std::uint8_t status = answer_[1];
-  if (answer_[0] != (isSocks4_ ? 0 : kVersion5)) {
-    finish(ERROR_INVALID_DATA);
-  } else if (isSocks4_ && (status < kGranted4 || status > kLastRefusal4)) {
+  const bool isKnown = !isSocks4_ || (status >= kGranted4 && status <= kLastRefusal4);
+  if (answer_[0] != (isSocks4_ ? 0 : kVersion5) || !isKnown) {
     finish(ERROR_INVALID_DATA);
   } else if (status != (isSocks4_ ? kGranted4 : 0)) {
     finish(WSAECONNREFUSED);
