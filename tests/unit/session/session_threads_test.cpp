@@ -8,7 +8,7 @@ namespace kiv::test {
 namespace {
 
 constexpr std::size_t kThreads = 8;
-constexpr std::size_t kRounds = 3;
+constexpr std::size_t kRounds = 2;
 constexpr auto kSettingsKey = L"HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings\\Connections";
 
 bool isEnd(KivStatus status) {
@@ -124,12 +124,12 @@ TEST(SessionThreads, UseOneSessionUntilSeveralCloseIt) {
       for (std::size_t i = 0; i < kThreads; ++i) {
         threads.push_back(time.startThread([&traffic, i] { traffic.useUntilClosed(i); }));
       }
-      for (int change = 0; change < 8; ++change) {
+      for (int change = 0; change < 4; ++change) {
         windows.change([&] { windows.user.bypass = L"b" + std::to_wstring(change); });
         windows.changeRegistry(kSettingsKey);
         windows.changeAddresses({{.address = "10.9.9." + std::to_string(change)}});
-        if (change % 4 == 0) windows.resumeFromSleep();
-        time.advance(2'000ms);
+        if (change % 2 == 0) windows.resumeFromSleep();
+        time.advance(1'000ms);
       }
       for (int i = 0; i < 3; ++i) threads.push_back(time.startThread([&traffic] { traffic.close(); }));
       for (VirtualTime::Thread& thread : threads) thread.join();
