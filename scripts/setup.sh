@@ -15,15 +15,17 @@ package  | makes the archive that is released | zip
 wine     | runs programs for Windows | wine wine64
 consumer | builds programs against the archive | pkgconf unzip
 e2e      | Wine with TLS and NTLM, servers and proxies on loopback, and what the scenarios are written in | wine wine64 winbind python3 python3-jsonschema openssl tinyproxy-bin squid lighttpd lighttpd-mod-openssl
+go       | builds the Go module and its tests | golang-go
 browser  | looks at the reports of kiv-resolve as a reader does | chromium chromium-driver python3-selenium fonts-dejavu-core
 fuzz     | run-time library of the fuzz targets | libclang-rt-dev
 coverage | says which lines the tests reach | gcovr
 docs     | makes the API reference, and compares the documents with the sources | doxygen python3
 lint     | checks layout and habits of the code | clang-format clang-tidy
+node     | installs what the Node.js binding is tested with | npm
 bench    | libraries to compare with, a counter of instructions, and a plotter | pkgconf libbenchmark-dev libcurl4-openssl-dev libglib2.0-dev valgrind gnuplot-nox
 second   | a clean Debian 13 (second_ground.sh) | debootstrap git
 '
-for_tests=(build package wine consumer e2e browser fuzz coverage docs lint)
+for_tests=(build package wine consumer e2e go node browser fuzz coverage docs lint)
 
 fail() {
   echo "setup.sh: $1" >&2
@@ -46,6 +48,8 @@ packages_of() {
   [ -n "$packages" ] || fail "there is no group $1" 64
   # Without a hosts file a machine does not even know localhost.
   [ "$1" != e2e ] || getent ahosts localhost >/dev/null || packages+=' libnss-myhostname'
+  # Debian's npm does not go with another Node.js than Debian's, which brings one of its own.
+  [ "$1" != node ] || ! command -v npm >/dev/null || packages=nodejs
   tr ' ' '\n' <<<"$packages"
 }
 

@@ -11,14 +11,15 @@
  *   or as a result, and releases it once with the _Release of its family (a session with KivSession_Destruct). Handles
  *   may be used by several threads at once, and outlive their session.
  * - A null session, request, challenge, decision or event crashes no function: where the result is a status it is
- *   KIV_STATUS_BAD_ARGUMENT, a number is 0, a text is empty, and procedures do nothing. An output parameter that must not
- *   be null but is gives KIV_STATUS_BAD_ARGUMENT; otherwise it is set on every return, to null where there is no result.
+ *   KIV_STATUS_BAD_ARGUMENT, a number is 0, a text is empty, and procedures do nothing. An output parameter that must
+ *   not be null but is gives KIV_STATUS_BAD_ARGUMENT; otherwise it is set on every return, to null where there is no
+ *   result.
  * - Text is UTF-16, NUL-terminated. Returned text belongs to the object that returned it and lives as long.
  * - Time-outs are in milliseconds; KIV_NO_TIME_OUT is none.
  * - Callbacks run on threads of the system's thread pool, one at a time for each session, and never while the library
- *   holds a lock. KivSession_Resolve, KivRequest_Wait and KivSession_Next return KIV_STATUS_REENTRANT inside a callback of
- *   the same session; every other function may be called. A callback may throw C++ exceptions, whatever compiler built
- *   it: the library stops them.
+ *   holds a lock. KivSession_Resolve, KivRequest_Wait and KivSession_Next return KIV_STATUS_REENTRANT inside a
+ *   callback of the same session; every other function may be called. A callback may throw C++ exceptions, whatever
+ *   compiler built it: the library stops them.
  * - The library works as the user that the thread which created the session impersonated, or as the process's user.
  * - The first session keeps kiv-session.dll loaded until the process ends.
  */
@@ -49,6 +50,7 @@ typedef struct KivAuth KivAuth;
  * package's own status, 0x8009xxxx. */
 typedef uint32_t KivStatus;
 
+/** The call did what it is for. */
 #define KIV_STATUS_OK 0U
 /** The time-out passed first. */
 #define KIV_STATUS_TIMED_OUT 1U
@@ -64,6 +66,7 @@ typedef uint32_t KivStatus;
 #define KIV_STATUS_REENTRANT 6U
 /** The proxy offers no authentication scheme that can be answered, or the library was not built for this system. */
 #define KIV_STATUS_UNSUPPORTED 7U
+/** Memory ran out; nothing has changed. */
 #define KIV_STATUS_OUT_OF_MEMORY 8U
 /** The session was closed. */
 #define KIV_STATUS_CLOSED 9U
@@ -75,8 +78,8 @@ typedef uint32_t KivStatus;
 #define KIV_STATUS_DONE 12U
 /** KivAuth_Next: the proxy refused the credentials. */
 #define KIV_STATUS_REJECTED 13U
-/** The base of system errors: 0x80070000 + the code, as in an HRESULT. The statuses of security packages (SEC_E_), which
- * only KivAuth_Next returns, are HRESULTs already: 0x8009xxxx. */
+/** The base of system errors: 0x80070000 + the code, as in an HRESULT. The statuses of security packages (SEC_E_),
+ * which only KivAuth_Next returns, are HRESULTs already: 0x8009xxxx. */
 #define KIV_STATUS_SYSTEM 0x80070000U
 /** 10,000 callers wait, or completions that nobody has read (ERROR_NOT_ENOUGH_QUOTA). */
 #define KIV_STATUS_TOO_MANY 0x80070718U
@@ -131,22 +134,22 @@ KIV_API void KivSession_Destruct(KivSession* session);
 #define KIV_OPTION_ANSWER_TIME_OUT 5U
 /** How long a decision is kept: 0 to 86,400,000 ms. Default: 300,000. */
 #define KIV_OPTION_KEPT_TIME 6U
-/** How long a decision past its time is still the answer while one refresh runs: 0 to 86,400,000 ms. Default: 300,000. */
+/** How long a decision past its time is the answer while one refresh runs: 0 to 86,400,000 ms. Default: 300,000. */
 #define KIV_OPTION_PAST_TIME 7U
 /** How long "no route" and other makeshift decisions are kept: 0 to 86,400,000 ms. Default: 10,000. */
 #define KIV_OPTION_FAILURE_TIME 8U
 /** How long a dead proxy is tried last: 0 to 86,400,000 ms. Default: 300,000. */
 #define KIV_OPTION_DEAD_TIME 9U
-/** How many origins' decisions are kept: 1 to 10,000. The one that was not used for longest makes room. Default: 1,024. */
+/** How many origins' decisions are kept: 1 to 10,000. One that was not used for long makes room. Default: 1,024. */
 #define KIV_OPTION_ORIGINS 10U
 /** How many candidates are attempted: 1 to 32. Default: 32. */
 #define KIV_OPTION_CANDIDATES 11U
 /** What becomes of direct connections; a KIV_DIRECT_ value. Default: KIV_DIRECT_SETTINGS. */
 #define KIV_OPTION_DIRECT 12U
-/** Who may receive the logged-on user's credentials; a KIV_LOGGED_ON_USER_ value. Default: KIV_LOGGED_ON_USER_SYSTEM. */
+/** Who may receive the logged-on user's credentials; a KIV_LOGGED_ON_USER_ value. Default: _SYSTEM. */
 #define KIV_OPTION_LOGGED_ON_USER 13U
-/** The authentication schemes that the application's own HTTP client speaks to proxies: a sum of KIV_SCHEME_ values, not
- * 0. A proxy that offers none of them is no answer, and nobody is asked for its password. Default: all four. */
+/** The authentication schemes that the application's own HTTP client speaks to proxies: a sum of KIV_SCHEME_ values,
+ * not 0. A proxy that offers none of them is no answer, and nobody is asked for its password. Default: all four. */
 #define KIV_OPTION_SCHEMES 14U
 /** Which log lines are made; a KIV_LOG_LEVEL_ value. Can be set at any time. Default: KIV_LOG_LEVEL_OFF. */
 #define KIV_OPTION_LOG_LEVEL 15U
@@ -179,15 +182,24 @@ KIV_API void KivSession_Destruct(KivSession* session);
 /** Proxies. */
 #define KIV_LOGGED_ON_USER_PROXIES 2U
 
+/** Basic: the password crosses the wire as good as in clear. */
 #define KIV_SCHEME_BASIC 0x1U
+/** NTLM. */
 #define KIV_SCHEME_NTLM 0x2U
+/** Digest, which KivAuth does not speak. */
 #define KIV_SCHEME_DIGEST 0x8U
+/** Negotiate: Kerberos, or NTLM where there is none. */
 #define KIV_SCHEME_NEGOTIATE 0x10U
 
+/** No lines. */
 #define KIV_LOG_LEVEL_OFF 0U
+/** Lines about failures. */
 #define KIV_LOG_LEVEL_ERROR 1U
+/** And about what is not as it should be. */
 #define KIV_LOG_LEVEL_WARN 2U
+/** And about the begin and the end of each resolution. */
 #define KIV_LOG_LEVEL_INFO 3U
+/** And about each step. */
 #define KIV_LOG_LEVEL_DEBUG 4U
 
 /**
@@ -197,8 +209,8 @@ KIV_API void KivSession_Destruct(KivSession* session);
  */
 KIV_API KivStatus KivSession_SetNumber(KivSession* session, uint32_t option, uint32_t value);
 
-/** Sets an option that is a text, which is copied; null restores the default. Returns what KivSession_SetNumber does, or
- * KIV_STATUS_OUT_OF_MEMORY. */
+/** Sets an option that is a text, which is copied; null restores the default. Returns what KivSession_SetNumber does,
+ * or KIV_STATUS_OUT_OF_MEMORY. */
 KIV_API KivStatus KivSession_SetText(KivSession* session, uint32_t option, const wchar_t* text);
 
 /** The application's own candidate in front of the settings'. */
@@ -208,6 +220,7 @@ KIV_API KivStatus KivSession_SetText(KivSession* session, uint32_t option, const
 
 /**
  * Sets an own candidate.
+ * @param session  the session.
  * @param which    KIV_PROXY_PREFERRED or KIV_PROXY_FALLBACK.
  * @param text     `[scheme://]host[:port]`, copied; scheme http, https, socks4 or socks5 (socks is socks5); null for no
  *                 candidate. At most 4,096 characters. It must not hold credentials.
@@ -219,11 +232,11 @@ KIV_API KivStatus KivSession_SetProxy(KivSession* session, uint32_t which, const
                                       const wchar_t* password);
 
 /**
- * Tells the application that the empty queue of events received one. Runs on a thread of the pool. It must not block and
- * must not call the session; it sets an event, posts a message, or wakes a loop.
+ * Tells the application that the empty queue of events received one. Runs on a thread of the pool. It must not block
+ * and must not call the session; it sets an event, posts a message, or wakes a loop.
  */
 typedef void (*KivWakeFunction)(void* context);
-/** Whether a candidate may be used (non-zero): a proxy, as its URL without credentials. A filter that throws says no. */
+/** Whether a candidate may be used (non-zero): a proxy, as its URL without credentials. One that throws says no. */
 typedef int (*KivFilterFunction)(void* context, const wchar_t* proxyUrl);
 /** Receives a challenge, which it owns, or the news that a challenge was withdrawn (KivChallenge_IsWithdrawn). Answers
  * now or later. */
@@ -232,12 +245,13 @@ typedef void (*KivCredentialFunction)(void* context, KivChallenge* challenge);
 typedef void (*KivLogFunction)(void* context, uint32_t level, const wchar_t* text);
 /** Tells that settings or network have changed; kept decisions are stale, as the application's connections may be. */
 typedef void (*KivChangedFunction)(void* context);
-/** Receives the end of a request. `decision` is the receiver's to release, and null unless the status is KIV_STATUS_OK. */
+/** Receives the end of a request. `decision` is the receiver's to release, and null unless the status is
+ * KIV_STATUS_OK. */
 typedef void (*KivDoneFunction)(uint64_t tag, KivStatus status, KivDecision* decision);
 
 /** Sets the wake function; null for none. `context` is only handed on. Each of these five functions is for the time
- * before the first resolution, and returns KIV_STATUS_OK, _BAD_ARGUMENT, _TOO_LATE or _CLOSED. What a callback of its own
- * receives is not put into the queue of events. */
+ * before the first resolution, and returns KIV_STATUS_OK, _BAD_ARGUMENT, _TOO_LATE or _CLOSED. What a callback of its
+ * own receives is not put into the queue of events. */
 KIV_API KivStatus KivSession_SetWake(KivSession* session, KivWakeFunction function, void* context);
 /** Sets the filter; null for none. */
 KIV_API KivStatus KivSession_SetFilter(KivSession* session, KivFilterFunction function, void* context);
@@ -252,6 +266,7 @@ KIV_API KivStatus KivSession_SetChanged(KivSession* session, KivChangedFunction 
 
 /**
  * Returns the kept decision for a URL's origin, and never blocks.
+ * @param session  the session.
  * @param url      an absolute http, https, ws or wss URL; at most 1,048,576 characters, its host at most 255 in ASCII
  *                 form. Only scheme, host and port are used; nothing else of it is kept, sent or logged.
  * @param decision receives the decision, to be released.
@@ -262,6 +277,7 @@ KIV_API KivStatus KivSession_Lookup(KivSession* session, const wchar_t* url, Kiv
 
 /**
  * Returns the kept decision for a URL's origin, or resolves it and waits.
+ * @param session  the session.
  * @param url      as for KivSession_Lookup.
  * @param timeout  in ms; 0 is the option's value, KIV_NO_TIME_OUT none.
  * @param decision receives the decision, to be released. "There is no route" is a decision too: KIV_KIND_NONE.
@@ -272,6 +288,7 @@ KIV_API KivStatus KivSession_Resolve(KivSession* session, const wchar_t* url, ui
 /**
  * Begins a resolution and returns. If it fails, nothing follows. Otherwise its end is told once: by `done`, or by an
  * event of kind KIV_EVENT_COMPLETED.
+ * @param session the session.
  * @param url     as for KivSession_Lookup.
  * @param timeout as for KivSession_Resolve.
  * @param tag     any number, handed on.
@@ -287,6 +304,7 @@ KIV_API void KivRequest_Cancel(KivRequest* request);
 
 /**
  * Waits for the end of a request. Any number of threads may wait, any number of times.
+ * @param request  of KivSession_Start.
  * @param timeout  in ms; 0 only looks.
  * @param decision receives the decision, to be released; null if the status is not KIV_STATUS_OK.
  * @return the request's status; KIV_STATUS_NOT_YET if `timeout` passed first; KIV_STATUS_REENTRANT; KIV_STATUS_CLOSED.
@@ -304,14 +322,16 @@ KIV_API void KivRequest_Release(KivRequest* request);
 
 /**
  * Tells that a decision did not work. Ignored unless the kept decision for its origin names the same route.
+ * @param session  that made the decision.
+ * @param decision that did not work.
  * @param reason a KIV_FAILURE_ value.
  * @return KIV_STATUS_OK, also if it was ignored; KIV_STATUS_BAD_ARGUMENT; KIV_STATUS_CLOSED.
  */
 KIV_API KivStatus KivSession_ReportFailure(KivSession* session, KivDecision* decision, uint32_t reason);
 /** Forgets kept decisions and dead proxies. Credentials stay. */
 KIV_API void KivSession_Forget(KivSession* session);
-/** Forgets answers, refused credentials and declined questions. Decisions that used or wanted credentials are stale. The
- * credentials of KivSession_SetProxy may be tried again. */
+/** Forgets answers, refused credentials and declined questions. Decisions that used or wanted credentials are stale.
+ * The credentials of KivSession_SetProxy may be tried again. */
 KIV_API void KivSession_ForgetCredentials(KivSession* session);
 
 /** Resolutions begun; a refresh is one. */
@@ -417,10 +437,12 @@ KIV_API void KivDecision_Release(KivDecision* decision);
 
 /**
  * Takes the next event from the queue, or waits for one. Any threads may call it; each event goes to one of them.
+ * @param session the session.
  * @param timeout in ms; 0 only looks.
  * @param event   receives the event, to be released.
- * @return KIV_STATUS_OK; KIV_STATUS_NOT_YET if `timeout` passed first; KIV_STATUS_CLOSED, with an event of that kind, when
- *         the session is closed and all completions were read; KIV_STATUS_REENTRANT, _BAD_ARGUMENT, _OUT_OF_MEMORY.
+ * @return KIV_STATUS_OK; KIV_STATUS_NOT_YET if `timeout` passed first; KIV_STATUS_CLOSED, with an event of that kind,
+ *         when the session is closed and all completions were read; KIV_STATUS_REENTRANT, _BAD_ARGUMENT,
+ *         _OUT_OF_MEMORY.
  */
 KIV_API KivStatus KivSession_Next(KivSession* session, uint32_t timeout, KivEvent** event);
 /** @return a KIV_EVENT_ value. */
@@ -453,6 +475,7 @@ KIV_API uint32_t KivChallenge_Attempt(const KivChallenge* challenge);
 KIV_API int KivChallenge_IsWithdrawn(const KivChallenge* challenge);
 /**
  * Answers. Both texts are copied, the password into protected memory; the caller wipes its own copy.
+ * @param challenge that is still open.
  * @param user     not null, not empty.
  * @param password null is an empty one.
  * @return KIV_STATUS_OK; KIV_STATUS_TOO_LATE if it was answered, declined or withdrawn before; KIV_STATUS_BAD_ARGUMENT;
@@ -467,26 +490,31 @@ KIV_API void KivChallenge_Release(KivChallenge* challenge);
 /* ---- Authentication for other HTTP clients ----------------------------------------------------------------------- */
 
 /**
- * Begins the authentication of one connection to a decision's proxy, for clients that cannot do it themselves. Connections
- * that authenticate at the same time can each send credentials that are not proven yet; each sends them once.
+ * Begins the authentication of one connection to a decision's proxy, for clients that cannot do it themselves.
+ * Connections that authenticate at the same time can each send credentials that are not proven yet; each sends them
+ * once.
+ * @param session  whose credentials are used.
+ * @param decision that names the proxy.
  * @param auth receives the authentication, to be released.
- * @return KIV_STATUS_OK; KIV_STATUS_BAD_ARGUMENT, also for a decision that names no HTTP proxy; _CLOSED; _OUT_OF_MEMORY.
+ * @return KIV_STATUS_OK; KIV_STATUS_BAD_ARGUMENT, also for a decision that names no HTTP proxy; _CLOSED;
+ *         _OUT_OF_MEMORY.
  */
 KIV_API KivStatus KivAuth_Create(KivSession* session, KivDecision* decision, KivAuth** auth);
 
 /**
- * Gives the Proxy-Authorization header to send, on the same connection, in answer to a proxy's 407. Calls the system, and
- * may wait for a domain controller.
+ * Gives the Proxy-Authorization header to send, on the same connection, in answer to a proxy's 407. Calls the system,
+ * and may wait for a domain controller.
+ * @param auth               of this connection.
  * @param proxyAuthenticate  the values of all Proxy-Authenticate headers of the 407, one in each line (LF or CR LF), or
  *                           separated by commas; at most 65,536 characters. Null or empty asks for what can be sent
  *                           before any 407.
- * @param proxyAuthorization receives the header's value, which lives until the next call or the release; null if nothing
- *                           is to be sent.
- * @return KIV_STATUS_AGAIN or KIV_STATUS_DONE with a header; KIV_STATUS_NOT_YET if credentials are wanted: the question is
- *         open, and a later call continues; KIV_STATUS_REJECTED if the credentials were refused, on which the connection
- *         is to be closed (a new KivAuth may have others to offer); KIV_STATUS_UNSUPPORTED if the proxy offers nothing that
- *         can be answered, or nobody can be asked; a status of the security package, 0x8009xxxx, if it failed;
- *         KIV_STATUS_CLOSED, _BAD_ARGUMENT, _OUT_OF_MEMORY; a system error.
+ * @param proxyAuthorization receives the header's value, which lives until the next call or the release; null if
+ *                           nothing is to be sent.
+ * @return KIV_STATUS_AGAIN or KIV_STATUS_DONE with a header; KIV_STATUS_NOT_YET if credentials are wanted: the
+ *         question is open, and a later call continues; KIV_STATUS_REJECTED if the credentials were refused, on which
+ *         the connection is to be closed (a new KivAuth may have others to offer); KIV_STATUS_UNSUPPORTED if the
+ *         proxy offers nothing that can be answered, or nobody can be asked; a status of the security package,
+ *         0x8009xxxx, if it failed; KIV_STATUS_CLOSED, _BAD_ARGUMENT, _OUT_OF_MEMORY; a system error.
  */
 KIV_API KivStatus KivAuth_Next(KivAuth* auth, const wchar_t* proxyAuthenticate, const wchar_t** proxyAuthorization);
 /** Releases an authentication; null is ignored. */

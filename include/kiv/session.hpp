@@ -43,6 +43,7 @@
 
 // MinGW's toolchains with the thread model "win32" have neither std::mutex nor std::future before GCC 13.
 #if !defined(__GLIBCXX__) || defined(_GLIBCXX_HAS_GTHREADS)
+/** Defined where the standard library has threads: there are futures and cancel tokens. */
 #define KIV_SESSION_HAS_FUTURES 1
 #include <future>
 #include <map>
@@ -59,6 +60,7 @@ inline constexpr std::chrono::milliseconds no_timeout = std::chrono::millisecond
 /** Thrown when a call has no result. */
 class SessionError : public std::runtime_error {
  public:
+  /** Makes the exception of a status. */
   explicit SessionError(KivStatus status) : std::runtime_error(message(status)), status_(status) {}
 
   /** A KIV_STATUS_ value; a failure of the system is KIV_STATUS_SYSTEM + its error code. */
@@ -154,11 +156,14 @@ void contained(Body&& body) noexcept {
 class SecretText {
  public:
   SecretText() noexcept = default;
+  /** Copies a text. */
   explicit SecretText(std::wstring_view text) : text_(new wchar_t[text.size() + 1]), size_(text.size()) {
     text.copy(text_.get(), size_);
     text_[size_] = L'\0';
   }
+  /** Leaves `other` empty. */
   SecretText(SecretText&& other) noexcept : text_(std::move(other.text_)), size_(std::exchange(other.size_, 0U)) {}
+  /** Wipes the former text at once. */
   SecretText& operator=(SecretText&& other) noexcept {
     SecretText taken(std::move(other));  // wipes what was here
     std::swap(text_, taken.text_);
@@ -183,8 +188,8 @@ class SecretText {
 
 /** A user name and a password in clear. Destroy it as soon as it has been used. */
 struct ClearCredentials {
-  std::wstring user;
-  SecretText password;
+  std::wstring user;   /**< the user name */
+  SecretText password; /**< the password, in clear */
 };
 
 /** What a decision says. */
@@ -198,21 +203,31 @@ enum class DecisionKind : std::uint32_t {
 class Decision {
  public:
   Decision() noexcept = default;
+  /** Takes over a handle of the C interface. */
   explicit Decision(KivDecision* handle) noexcept : handle_(handle) {}
+  /** Another owner of the same decision. */
   Decision(const Decision& other) noexcept : handle_(KivDecision_Retain(other.handle())) {}
+  /** Leaves `other` empty. */
   Decision(Decision&&) noexcept = default;
+  /** Releases the former decision. */
   Decision& operator=(Decision other) noexcept {
     handle_.swap(other.handle_);
     return *this;
   }
   ~Decision() = default;
 
+  /** For functions of the C interface; still owned by this object. */
   KivDecision* handle() const noexcept { return handle_.get(); }
+  /** False if it is empty or was moved from. */
   explicit operator bool() const noexcept { return handle_ != nullptr; }
 
+  /** What it says. */
   DecisionKind kind() const noexcept { return static_cast<DecisionKind>(KivDecision_Kind(handle())); }
+  /** There is no route. */
   bool is_none() const noexcept { return kind() == DecisionKind::None; }
+  /** Connect directly. */
   bool is_direct() const noexcept { return kind() == DecisionKind::Direct; }
+  /** Connect through the proxy. */
   bool is_proxy() const noexcept { return kind() == DecisionKind::Proxy; }
   /** "http", "https", "socks4" or "socks5"; empty unless it is a proxy. */
   std::wstring_view scheme() const noexcept { return KivDecision_Scheme(handle()); }
@@ -273,14 +288,18 @@ class Decision {
 class Challenge {
  public:
   Challenge() noexcept = default;
+  /** Takes over a handle of the C interface. */
   explicit Challenge(KivChallenge* handle) noexcept : handle_(handle) {}
 
+  /** For functions of the C interface; still owned by this object. */
   KivChallenge* handle() const noexcept { return handle_.get(); }
+  /** False if it is empty or was moved from. */
   explicit operator bool() const noexcept { return handle_ != nullptr; }
   /** Whether both are the same question: the one that was withdrawn, and the one that a dialog shows. */
   friend bool operator==(const Challenge& one, const Challenge& other) noexcept {
     return one.handle() == other.handle();
   }
+  /** Whether they are different questions. */
   friend bool operator!=(const Challenge& one, const Challenge& other) noexcept { return !(one == other); }
 
   /** The proxy, as scheme://host:port. */
@@ -317,8 +336,10 @@ class Challenge {
 class PendingResolution {
  public:
   PendingResolution() noexcept = default;
+  /** Takes over a handle of the C interface. */
   explicit PendingResolution(KivRequest* handle) noexcept : handle_(handle) {}
 
+  /** For functions of the C interface; still owned by this object. */
   KivRequest* handle() const noexcept { return handle_.get(); }
 
   /** Ends it with KIV_STATUS_CANCELLED, unless it has ended. Its end is told all the same. Returns at once. */
@@ -347,13 +368,13 @@ enum class SessionLogLevel : std::uint32_t {
 
 /** A resolution that was started with a tag has ended. */
 struct CompletedEvent {
-  std::uint64_t tag;
-  KivStatus status;
+  std::uint64_t tag; /**< the caller's number */
+  KivStatus status;  /**< how it ended */
   Decision decision; /**< null unless the status is KIV_STATUS_OK */
 };
 /** A proxy wants credentials. */
 struct ChallengeEvent {
-  Challenge challenge;
+  Challenge challenge; /**< to be answered */
 };
 /** The answer to a challenge is no longer wanted: a dialog can close. */
 struct WithdrawnEvent {
@@ -363,8 +384,8 @@ struct WithdrawnEvent {
 struct ChangedEvent {};
 /** A log line. */
 struct LogEvent {
-  SessionLogLevel level;
-  std::wstring text;
+  SessionLogLevel level; /**< a KIV_LOG_LEVEL_ value */
+  std::wstring text;     /**< the line */
 };
 /** The session was closed. Nothing else follows. */
 struct ClosedEvent {};
@@ -395,6 +416,7 @@ enum class LoggedOnUser : std::uint32_t {
 
 /** How a session works. What is not set has the default of kiv/session.h. */
 struct SessionOptions {
+  /** A time, or the default. */
   using Milliseconds = std::optional<std::chrono::milliseconds>;
 
   std::optional<SessionTest> test;            /**< what decides that a candidate works */
@@ -517,6 +539,7 @@ class Cancellation {
   Cancellation(const Cancellation&) = delete;
   Cancellation& operator=(const Cancellation&) = delete;
 
+  /** Whether the source was cancelled. */
   bool is_cancelled() const {
     const std::lock_guard<std::mutex> guard(mutex_);
     return cancelled_;
@@ -542,6 +565,7 @@ class Cancellation {
     const std::lock_guard<std::mutex> guard(mutex_);
     requests_.erase(number);
   }
+  /** Cancels what was started with its tokens, and what will be. */
   void cancel() {
     std::map<std::uint64_t, PendingResolution> requests;
     {
@@ -569,6 +593,7 @@ class Cancellation {
 class CancelToken {
  public:
   CancelToken() noexcept = default;
+  /** Whether the source was cancelled. */
   bool is_cancelled() const { return state_ && state_->is_cancelled(); }
 
  private:
@@ -582,7 +607,9 @@ class CancelToken {
 /** Cancels every resolution that was or will be started with one of its tokens. Any thread may call it. */
 class CancelSource {
  public:
+  /** A token of this source. */
   CancelToken token() const noexcept { return CancelToken(state_); }
+  /** Cancels what was started with its tokens, and what will be. */
   void cancel() { state_->cancel(); }
 
  private:
@@ -604,8 +631,10 @@ enum class AuthStep : std::uint32_t {
 class ProxyAuth {
  public:
   ProxyAuth() noexcept = default;
+  /** Takes over a handle of the C interface. */
   explicit ProxyAuth(KivAuth* handle) noexcept : handle_(handle) {}
 
+  /** For functions of the C interface; still owned by this object. */
   KivAuth* handle() const noexcept { return handle_.get(); }
 
   /** The value of the Proxy-Authorization header to send; empty if there is none. Lives until the next call of next. */
@@ -670,7 +699,9 @@ class Session {
     set(options);
     callables_->set_in(session);
   }
+  /** Leaves `other` without a session. */
   Session(Session&&) noexcept = default;
+  /** Closes the session that this was, as the destructor does, and takes the other. */
   Session& operator=(Session&& other) noexcept {
     handle_ = std::move(other.handle_);  // ends the former session first, which may still use its callables
     callables_ = std::move(other.callables_);
@@ -678,7 +709,9 @@ class Session {
   }
   ~Session() = default;
 
+  /** For functions of the C interface that this header lacks; still owned by the object. */
   KivSession* handle() const noexcept { return handle_.get(); }
+  /** False if it was moved from. */
   explicit operator bool() const noexcept { return handle_ != nullptr; }
   /** The version of the DLL: major * 65536 + minor * 256 + patch. */
   static std::uint32_t version() noexcept { return KivSession_Version(); }

@@ -14,8 +14,8 @@ class Notice final : public Task {
  public:
   Notice(EventLoop& loop, ChangeSink& sink, ChangeSource source) noexcept;
 
-  // What a callback is registered with.
-  void* context() const noexcept { return reinterpret_cast<void*>(number_); }
+  // What a callback is registered with: a number, which is never used as an address.
+  void* context() const noexcept { return reinterpret_cast<void*>(number_); }  // NOLINT(performance-no-int-to-ptr)
   // From a callback, with what it was registered with.
   static void post(void* context) noexcept;
   // Under the loop's lock: from now on its callbacks do nothing.

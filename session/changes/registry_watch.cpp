@@ -66,7 +66,8 @@ bool RegistryWatch::open(const wchar_t* path) noexcept {
     if (!loop_.worksAsItsUser() || RegOpenCurrentUser(KEY_READ, user.put()) != ERROR_SUCCESS) return false;
   }
   UniqueKey key;
-  const HKEY root = user ? user.get() : HKEY_LOCAL_MACHINE;
+  HKEY root = user.get();
+  if (!root) root = HKEY_LOCAL_MACHINE;  // NOLINT(performance-no-int-to-ptr): the system's own constant
   if (RegOpenKeyExW(root, path, 0, KEY_NOTIFY, key.put()) != ERROR_SUCCESS || !notifyOf(key.get())) return false;
   key_ = std::move(key);
   return true;

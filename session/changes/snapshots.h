@@ -33,7 +33,7 @@ struct Addresses {
     std::uint8_t prefix = 0;
     bool isIpv6 = false;
 
-    auto operator<=>(const Address&) const = default;
+    auto operator<=>(const Address&) const = default;  // NOLINT(modernize-use-nullptr): no pointer is in it
   };
 
   std::vector<Address> all;

@@ -10,9 +10,9 @@
 
 namespace kiv::session {
 
-// A session's first reference belongs to its handle, and is released when the handle has been given up and the last call
-// has left. A counter that all calls share would make lookups of several threads wait for each other's cache line, so
-// threads are spread over several.
+// A session's first reference belongs to its handle, and is released when the handle has been given up and the last
+// call has left. A counter that all calls share would make lookups of several threads wait for each other's cache line,
+// so threads are spread over several.
 class CallGate {
  public:
   struct alignas(64) Stripe {

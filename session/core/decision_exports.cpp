@@ -1,4 +1,5 @@
 // The C functions of decisions, and of the authentication of connections to their proxies.
+#include "core/call.h"
 #include "core/session.h"
 #include "credentials/handshake.h"
 #include "credentials/proxy_auth.h"
@@ -8,9 +9,18 @@
 
 using kiv::impl::Cred;
 using kiv::impl::SecureString;
+using kiv::session::AuthSession;
+using kiv::session::Call;
+using kiv::session::call;
 using kiv::session::clearPassword;
+using kiv::session::makeRef;
+using kiv::session::ProxyAuth;
 using kiv::session::ProxyCredentials;
+using kiv::session::Ref;
+using kiv::session::RouteKind;
+using kiv::session::Session;
 using kiv::session::statusOf;
+using kiv::support::toHandle;
 using kiv::support::toObject;
 
 uint32_t KivDecision_Kind(const KivDecision* decision) {
@@ -60,6 +70,20 @@ KivDecision* KivDecision_Retain(KivDecision* decision) {
 
 void KivDecision_Release(KivDecision* decision) {
   if (decision) toObject(decision)->release();
+}
+
+KivStatus KivAuth_Create(KivSession* session, KivDecision* decision, KivAuth** auth) {
+  if (auth) *auth = nullptr;
+  if (!session || !decision || !auth) return KIV_STATUS_BAD_ARGUMENT;
+  if (toObject(decision)->route().kind != RouteKind::Http) return KIV_STATUS_BAD_ARGUMENT;
+  return call(session, [&](Call& inside) -> KivStatus {
+    Session& given = inside.session();
+    if (given.isClosed()) return KIV_STATUS_CLOSED;
+    *auth = toHandle<KivAuth>(
+        makeRef<ProxyAuth>(Ref<AuthSession>(&given), toObject(decision)->route(), toObject(decision)->authScheme())
+            .detach());
+    return KIV_STATUS_OK;
+  });
 }
 
 KivStatus KivAuth_Next(KivAuth* auth, const wchar_t* proxyAuthenticate, const wchar_t** proxyAuthorization) {

@@ -4,7 +4,6 @@
 #include "core/session.h"
 #include "support/border.h"
 
-using kiv::session::Challenge;
 using kiv::session::ChallengeHandle;
 using kiv::session::Decision;
 using kiv::session::Ref;

@@ -152,9 +152,9 @@ Ref<Event> Outbox::takeCallback() noexcept {
   return event;
 }
 
-void Outbox::callWake() noexcept { callGuarded(callbacks_.wake.function, callbacks_.wake.context); }
+void Outbox::callWake() const noexcept { callGuarded(callbacks_.wake.function, callbacks_.wake.context); }
 
-void Outbox::call(Event& event) noexcept {
+void Outbox::call(const Event& event) const noexcept {
   const EventContents& contents = event.contents();
   switch (contents.kind) {
     case KIV_EVENT_COMPLETED:

@@ -70,8 +70,8 @@ class Outbox {
   bool isForCallback(const EventContents& event) const noexcept;
   void schedule() noexcept;
   void runCallbacks() noexcept;
-  void call(Event& event) noexcept;
-  void callWake() noexcept;
+  void call(const Event& event) const noexcept;
+  void callWake() const noexcept;
   Ref<Event> takeCallback() noexcept;
   void taken(const EventContents& event) noexcept;
 

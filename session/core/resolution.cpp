@@ -118,7 +118,8 @@ void Resolution::choose() {
 
 void Resolution::takeCandidates(std::vector<Route> routes) {
   const Time now = EventLoop::now();
-  std::ranges::stable_partition(routes, [&](const Route& route) { return !session_->dead().isDead(route, now); });
+  std::stable_partition(routes.begin(), routes.end(),
+                        [&](const Route& route) { return !session_->dead().isDead(route, now); });
   candidates_.clear();
   for (Route& route : routes) candidates_.push_back({.route = std::move(route), .state = {}, .connector = {}});
   const bool hasProxy = std::ranges::any_of(candidates_, [](const Candidate& c) { return !c.route.isDirect(); });

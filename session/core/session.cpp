@@ -149,7 +149,7 @@ KivStatus Session::begin(const Origin& origin, std::uint32_t timeout, Request::R
   freeze();
   Admission admission(*this);
   if (admission.status() != KIV_STATUS_OK) return admission.status();
-  const Ref<Request> begun = makeRef<Request>(*this, origin, report, tag, done);
+  Ref<Request> begun = makeRef<Request>(*this, origin, report, tag, done);
   Ref<Decision> decision;
   if (takePast(origin, decision)) {
     admission.succeeded();
@@ -158,7 +158,7 @@ KivStatus Session::begin(const Origin& origin, std::uint32_t timeout, Request::R
     join(*begun, timeout == 0 ? options_.timeOut : timeout);
     admission.succeeded();
   }
-  request = begun;
+  request = std::move(begun);
   return KIV_STATUS_OK;
 }
 
@@ -339,9 +339,9 @@ void Session::changed() noexcept {
   log(KIV_LOG_LEVEL_INFO, [] { return std::wstring(L"Settings or network have changed"); });
   keptOwner_->dropAll();
   dead_.forget();
-  for (const auto& [proxy, login] : logins_) {
-    login->expectVisitors(static_cast<std::size_t>(
-        std::ranges::count_if(resolutions_, [&](const auto& entry) { return entry.second->waitsFor(*login); })));
+  for (const auto& login : logins_) {
+    login.second->expectVisitors(static_cast<std::size_t>(std::ranges::count_if(
+        resolutions_, [&](const auto& resolution) { return resolution.second->waitsFor(*login.second); })));
   }
   for (const auto& [origin, resolution] : resolutions_) resolution->beginAgain();
   support::guarded([this] { outbox_.send(makeRef<Event>(EventContents{.kind = KIV_EVENT_CHANGED})); });

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/call.h"
 #include "core/session.h"
 #include "loop/process.h"
 #include "support/border.h"
@@ -25,32 +26,6 @@ bool isUserAgent(std::wstring_view text) {
   return std::ranges::none_of(text, [](wchar_t c) { return c < L' ' || c == kDelete; });
 }
 
-// One call inside a session, which stays meanwhile.
-class Call {
- public:
-  explicit Call(KivSession* handle) noexcept : session_(*support::toObject(handle)), stripe_(session_.gate().enter()) {}
-  Call(const Call&) = delete;
-  Call& operator=(const Call&) = delete;
-  ~Call() {
-    if (session_.gate().leave(stripe_)) session_.releaseHandle();
-  }
-
-  Session& session() noexcept { return session_; }
-  CallGate::Stripe& stripe() noexcept { return stripe_; }
-
- private:
-  Session& session_;
-  CallGate::Stripe& stripe_;
-};
-
-// Runs `body(Session&)` as one call; its exceptions become a status.
-template <class Body>
-KivStatus call(KivSession* handle, Body&& body) noexcept {
-  if (!handle) return KIV_STATUS_BAD_ARGUMENT;
-  Call inside(handle);
-  return statusOf([&] { return body(inside); });
-}
-
 template <class Handle>
 bool clear(Handle** output) noexcept {
   if (output) *output = nullptr;
@@ -70,19 +45,15 @@ KivStatus setCallback(KivSession* session, Callback<Function> Callbacks::*which,
 }  // namespace
 }  // namespace kiv::session
 
-using kiv::session::AuthSession;
 using kiv::session::Call;
 using kiv::session::call;
 using kiv::session::Callbacks;
 using kiv::session::clear;
 using kiv::session::Decision;
 using kiv::session::Event;
-using kiv::session::makeRef;
 using kiv::session::Options;
-using kiv::session::ProxyAuth;
 using kiv::session::Ref;
 using kiv::session::Request;
-using kiv::session::RouteKind;
 using kiv::session::Session;
 using kiv::session::setCallback;
 using kiv::session::statusOf;
@@ -218,18 +189,6 @@ void KivSession_ForgetCredentials(KivSession* session) {
 
 uint64_t KivSession_GetCounter(KivSession* session, uint32_t counter) {
   return session ? Call(session).session().counter(counter) : 0;
-}
-
-KivStatus KivAuth_Create(KivSession* session, KivDecision* decision, KivAuth** auth) {
-  if (!clear(auth) || !decision) return KIV_STATUS_BAD_ARGUMENT;
-  const Decision& given = *toObject(decision);
-  if (given.route().kind != RouteKind::Http) return KIV_STATUS_BAD_ARGUMENT;
-  return call(session, [&](Call& inside) -> KivStatus {
-    if (inside.session().isClosed()) return KIV_STATUS_CLOSED;
-    *auth = toHandle<KivAuth>(
-        makeRef<ProxyAuth>(Ref<AuthSession>(&inside.session()), given.route(), given.authScheme()).detach());
-    return KIV_STATUS_OK;
-  });
 }
 
 KivStatus KivSession_Next(KivSession* session, uint32_t timeout, KivEvent** event) {

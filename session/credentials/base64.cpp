@@ -1,21 +1,26 @@
 // The encodings that credentials have in a header.
 #include "credentials/base64.h"
 
+#include <array>
+#include <cstddef>
+#include <type_traits>
+
 namespace kiv::session {
 namespace {
 
 constexpr std::wstring_view kDigits = L"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr wchar_t kPadding = L'=';
 
+constexpr std::uint32_t codeOf(wchar_t c) { return static_cast<std::make_unsigned_t<wchar_t>>(c); }
 constexpr bool isHighSurrogate(std::uint32_t c) { return c >= 0xD800 && c <= 0xDBFF; }
 constexpr bool isLowSurrogate(std::uint32_t c) { return c >= 0xDC00 && c <= 0xDFFF; }
 
 // The first code point of a text that is not empty, which is taken off it.
 std::uint32_t takeCodePoint(std::wstring_view& text) {
-  const auto first = static_cast<std::uint32_t>(text.front());
+  const auto first = codeOf(text.front());
   text.remove_prefix(1);
-  if (isHighSurrogate(first) && !text.empty() && isLowSurrogate(static_cast<std::uint32_t>(text.front()))) {
-    const auto second = static_cast<std::uint32_t>(text.front());
+  if (isHighSurrogate(first) && !text.empty() && isLowSurrogate(codeOf(text.front()))) {
+    const auto second = codeOf(text.front());
     text.remove_prefix(1);
     return 0x10000 + ((first - 0xD800) << 10) + (second - 0xDC00);
   }
@@ -28,8 +33,8 @@ void appendUtf8(std::wstring_view text, SecureBytes& bytes) {
   while (!text.empty()) {
     const std::uint32_t c = takeCodePoint(text);
     const int following = c < 0x80 ? 0 : c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
-    constexpr std::uint32_t kLeads[] = {0x00, 0xC0, 0xE0, 0xF0};
-    bytes.push_back(static_cast<std::uint8_t>(kLeads[following] | (c >> (6 * following))));
+    constexpr std::array<std::uint32_t, 4> kLeads = {0x00, 0xC0, 0xE0, 0xF0};
+    bytes.push_back(static_cast<std::uint8_t>(kLeads[static_cast<std::size_t>(following)] | (c >> (6 * following))));
     for (int left = following - 1; left >= 0; --left) {
       bytes.push_back(static_cast<std::uint8_t>(0x80 | ((c >> (6 * left)) & 0x3F)));
     }

@@ -34,7 +34,7 @@ ProxyCredentials::Record* ProxyCredentials::make(const Route& proxy) noexcept {
   if (closed_) return nullptr;
   if (const auto found = records_.find(proxy); found != records_.end()) return &found->second;
   if (!isFull_) {
-    Record* const made = support::guarded<Record*>(nullptr, [&] { return &records_[proxy]; });
+    auto* const made = support::guarded<Record*>(nullptr, [&] { return &records_[proxy]; });
     isFull_ = !made || records_.size() == kMostProxies;
     return made;
   }

@@ -11,7 +11,7 @@ namespace kiv::session {
 namespace {
 
 // A later deadline gets its turn when the timer is armed again.
-constexpr Time kLongestWait = 24 * 60 * 60 * 1'000;
+constexpr Time kLongestWait = 86'400'000;  // a day
 
 // Relative times are negative, in units of 100 ns.
 FILETIME fromNow(Time milliseconds) noexcept {
@@ -24,7 +24,7 @@ FILETIME fromNow(Time milliseconds) noexcept {
 Deadline::Deadline(EventLoop& loop) : loop_(loop) { loop_.reservePlace(); }
 
 Deadline::~Deadline() {
-  clear();
+  if (isSet()) clear();
   --loop_.deadlines_;
 }
 
@@ -35,9 +35,7 @@ void Deadline::set(Time when) noexcept {
   if (!loop_.runsTask_) loop_.armTimer();
 }
 
-void Deadline::clear() noexcept {
-  if (isSet()) set(kNever);
-}
+void Deadline::clear() noexcept { set(kNever); }
 
 Ref<EventLoop> EventLoop::create() {
   // The pool's callbacks, and calls of the system that were abandoned, can outlive every session.

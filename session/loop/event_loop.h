@@ -51,8 +51,8 @@ class Job : public Task {
   EventLoop* loop_ = nullptr;  // while it works
 };
 
-// A point in time at which something happens in the loop. Everything under the loop's lock, but that one that is not set
-// may be destroyed anywhere.
+// A point in time at which something happens in the loop. Everything under the loop's lock, but that one that is not
+// set may be destroyed anywhere.
 class Deadline {
  public:
   // Throws std::bad_alloc; nothing else of it can fail.

@@ -414,7 +414,7 @@ void PendingConnector::sendOutput() {
 Ref<Connector> Connector::start(EventLoop& loop, ConnectorPlan plan, ConnectorListener& listener) {
   const auto connector = makeRef<PendingConnector>(loop, std::move(plan), listener);
   connector->open();
-  return Ref<Connector>(connector);
+  return connector;
 }
 
 }  // namespace kiv::session

@@ -361,7 +361,7 @@ void PendingExchange::end(DWORD error) noexcept {
 Ref<HttpExchange> HttpExchange::start(EventLoop& loop, HttpPlan plan, HttpListener& listener) {
   const auto exchange = makeRef<PendingExchange>(loop, std::move(plan), listener);
   exchange->open();
-  return Ref<HttpExchange>(exchange);
+  return exchange;
 }
 
 }  // namespace kiv::session

@@ -113,29 +113,31 @@ void SocksDialogue::answered() {
 
 void SocksDialogue::chooseMethod() {
   const std::uint8_t method = answer_[1];
-  if (answer_[0] != kVersion5) {
+  const bool isKnown = method == kNoAuthentication || method == kNoMethod || (method == kUserAndPassword && cred_);
+  if (answer_[0] != kVersion5 || !isKnown) {
     finish(ERROR_INVALID_DATA);
   } else if (method == kNoAuthentication) {
     connect();
-  } else if (method == kNoMethod || (method == kUserAndPassword && cred_ && !logOn())) {
+  } else if (method == kNoMethod) {
     finish(ERROR_LOGON_FAILURE);
-  } else if (method != kUserAndPassword || !cred_) {
-    finish(ERROR_INVALID_DATA);
+  } else if (const DWORD error = logOn()) {
+    finish(error);
   }
 }
 
-// False if the words are too long to be said.
-bool SocksDialogue::logOn() {
+// ERROR_LOGON_FAILURE if the words are too long to be said. A password that cannot be decrypted is not said to be
+// empty: the proxy would refuse it.
+DWORD SocksDialogue::logOn() {
   const impl::SecureString password = cred_->password();
-  if (!password.c_str()) return false;  // it cannot be decrypted
+  if (!password.c_str()) return GetLastError();
   // As long as it can get, so that no block that holds a password is outgrown.
   SecureBytes words;
   words.reserve(1 + 2 * (1 + kLongestWord));
   words.push_back(kLogOnVersion);
-  if (!putWord(cred_->username(), words) || !putWord(password.view(), words)) return false;
+  if (!putWord(cred_->username(), words) || !putWord(password.view(), words)) return ERROR_LOGON_FAILURE;
   output_ = std::move(words);
   expect(Stage::LogOn, 2);
-  return true;
+  return ERROR_SUCCESS;
 }
 
 void SocksDialogue::connect() {
@@ -157,9 +159,8 @@ void SocksDialogue::connect() {
 // A proxy that refuses may close the connection before it has said the rest.
 void SocksDialogue::readStatus() {
   const std::uint8_t status = answer_[1];
-  if (answer_[0] != (isSocks4_ ? 0 : kVersion5)) {
-    finish(ERROR_INVALID_DATA);
-  } else if (isSocks4_ && (status < kGranted4 || status > kLastRefusal4)) {
+  const bool isKnown = !isSocks4_ || (status >= kGranted4 && status <= kLastRefusal4);
+  if (answer_[0] != (isSocks4_ ? 0 : kVersion5) || !isKnown) {
     finish(ERROR_INVALID_DATA);
   } else if (status != (isSocks4_ ? kGranted4 : 0)) {
     finish(WSAECONNREFUSED);

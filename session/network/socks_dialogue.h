@@ -52,7 +52,7 @@ class SocksDialogue {
   void openSocks5();
   void answered();
   void chooseMethod();
-  bool logOn();
+  DWORD logOn();
   void connect();
   void readStatus();
   void readAddressType();

@@ -30,7 +30,7 @@ struct Route {
   const wchar_t* scheme() const noexcept;
   // scheme://host:port; empty if direct.
   std::wstring url() const;
-  auto operator<=>(const Route&) const = default;
+  auto operator<=>(const Route&) const = default;  // NOLINT(modernize-use-nullptr): no pointer is in it
 };
 
 }  // namespace kiv::session

@@ -368,13 +368,13 @@ void State::notify(const Notification& notification) {
   if (!callback) return;
 
   HINTERNET handle = notification.handle;
+  std::wstring address = L"192.0.2.1";
   const MemoryWatch::Resume resume;
   if (status == WINHTTP_CALLBACK_STATUS_REQUEST_ERROR) {
     callback(handle, context, status, &result, sizeof result);
   } else if (status == WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING) {
     callback(handle, context, status, &handle, sizeof handle);
   } else if (status == WINHTTP_CALLBACK_STATUS_CONNECTED_TO_SERVER) {
-    std::wstring address = L"192.0.2.1";
     callback(handle, context, status, address.data(), static_cast<DWORD>(address.size() + 1));
   } else {
     callback(handle, context, status, nullptr, 0);

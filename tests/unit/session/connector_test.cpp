@@ -298,6 +298,14 @@ TEST_F(ConnectorTest, EndsWhenTheProxyTakesTooLong) {
   EXPECT_EQ(it.told.at, 16'000U);
 }
 
+TEST_F(ConnectorTest, SaysNoPasswordThatCannotBeDecrypted) {
+  listen("10.0.0.1", {.dialogue = says({{"\x05\x02\x00\x02"s, "\x05\x02"s}})});
+  windows.failAlways("CryptUnprotectMemory", ERROR_GEN_FAILURE);
+  EXPECT_EQ(run(throughSocks(RouteKind::Socks5, impl::Cred::create(L"user", L"secret word"))),
+            DWORD{ERROR_GEN_FAILURE});
+  EXPECT_EQ(windows.connections().front().received, "\x05\x02\x00\x02"s);
+}
+
 TEST_F(ConnectorTest, WipesThePassword) {
   listen("10.0.0.1",
          {.dialogue = says({{"\x05\x02\x00\x02"s, "\x05\x02"s}, {"\x01\x04user\x0Bsecret word", "\x01\x01"s}})});

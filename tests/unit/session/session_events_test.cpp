@@ -163,8 +163,8 @@ TEST_F(SessionCallbacksTest, RefusesToBlockInsideACallback) {
   };
   start(session, L"http://a.test/", 0, 1, Ends::onDone);
   time.settle();
-  EXPECT_EQ(statuses, (std::vector<KivStatus>{KIV_STATUS_REENTRANT, KIV_STATUS_REENTRANT, KIV_STATUS_REENTRANT,
-                                              KIV_STATUS_OK}));
+  EXPECT_EQ(statuses,
+            (std::vector<KivStatus>{KIV_STATUS_REENTRANT, KIV_STATUS_REENTRANT, KIV_STATUS_REENTRANT, KIV_STATUS_OK}));
 }
 
 TEST_F(SessionCallbacksTest, MayBeDestructedInsideACallback) {
@@ -222,8 +222,8 @@ TEST_F(SessionCallbacksTest, TakesTheFirstCandidateThatTheFilterLeavesIfNothingI
   useProxies(L"first:1;second:2");
   set(KIV_OPTION_TEST, KIV_TEST_NONE);
   KivSession_SetFilter(
-      session.get(), [](void*, const wchar_t* proxyUrl) { return std::wstring(proxyUrl) == L"http://second:2" ? 1 : 0; },
-      nullptr);
+      session.get(),
+      [](void*, const wchar_t* proxyUrl) { return std::wstring(proxyUrl) == L"http://second:2" ? 1 : 0; }, nullptr);
   EXPECT_EQ(resolve(session, L"http://a.test/").route(), L"http://second:2");
   EXPECT_EQ(resolve(session, L"http://b.test/").reason(), KIV_REASON_NOT_TESTED);
 }

@@ -18,10 +18,12 @@ struct Work {
   SimulatedWindows& windows;
   VirtualTime& time;
   const UniqueSession& session;
+  std::wstring& decided;  // one route after the other
 };
 
 struct Scenario {
   const char* name;
+  const wchar_t* decides;  // if nothing fails
   void (*arrange)(SimulatedWindows& windows);
   void (*act)(const Work& work);
 };
@@ -44,6 +46,7 @@ Result resolveInTime(const Work& work, const wchar_t* url) {
   Result result = resolve(work.session, url, kTimeOut);
   EXPECT_LE(work.time.now() - begun, std::chrono::milliseconds(kTimeOut));
   expectEnd(result);
+  work.decided += result.route() + L" ";
   return result;
 }
 
@@ -86,6 +89,7 @@ void arrangeScript(SimulatedWindows& windows) {
 
 void arrangeLocalScript(SimulatedWindows& windows) {
   windows.user.autoConfigUrl = L"file://C:/p.pac";
+  windows.autoConfig = {{.error = ERROR_WINHTTP_UNRECOGNIZED_SCHEME}};
   windows.scriptEngine.answer = "PROXY a:1; DIRECT";
 }
 
@@ -128,7 +132,9 @@ void actWithAnswers(const Work& work) {
     EXPECT_TRUE(isDocumented(call([&] { return KivChallenge_Answer(challenge.get(), L"ann", password); })));
   }
   EXPECT_LE(work.time.now() - begun, std::chrono::milliseconds(kTimeOut));
-  expectEnd(started.wait(0));
+  const Result result = started.wait(0);
+  expectEnd(result);
+  work.decided += result.route() + L" ";
 }
 
 void arrangeTrust(SimulatedWindows& windows) { windows.user.proxy = L"proxy:1"; }
@@ -219,20 +225,22 @@ void expectItStillWorks(const Work& work) {
 }
 
 const Scenario kScenarios[] = {
-    {"Direct", [](SimulatedWindows&) {}, resolvesTwice},
-    {"Race", arrangeRace, resolvesTwice},
-    {"Script", arrangeScript, resolvesTwice},
-    {"LocalScript", arrangeLocalScript, resolvesTwice},
-    {"Socks", arrangeSocks, actThroughSocks},
-    {"Login", arrangeLogin, actWithAnswers},
-    {"Auth", arrangeTrust, actWithAuth},
-    {"Changes", arrangeTrust, actThroughChanges},
-    {"Closing", arrangeTurmoil, actUntilClosed},
+    {"Direct", L"direct direct ", [](SimulatedWindows&) {}, resolvesTwice},
+    {"Race", L"http://live.test:8080 http://live.test:8080 ", arrangeRace, resolvesTwice},
+    {"Script", L"http://proxy:1 http://proxy:1 ", arrangeScript, resolvesTwice},
+    {"LocalScript", L"http://a:1 http://a:1 ", arrangeLocalScript, resolvesTwice},
+    {"Socks", L"socks5://socks.test:1080 direct ", arrangeSocks, actThroughSocks},
+    {"Login", L"http://proxy:1 ", arrangeLogin, actWithAnswers},
+    {"Auth", L"http://proxy:1 ", arrangeTrust, actWithAuth},
+    {"Changes", L"http://proxy:1 http://new:2 http://new:2 ", arrangeTrust, actThroughChanges},
+    {"Closing", L"", arrangeTurmoil, actUntilClosed},
 };
 
 class SessionSweep : public ::testing::TestWithParam<Scenario> {
  protected:
-  static void run(SimulatedWindows& windows) {
+  // Gives what was decided.
+  static std::wstring run(SimulatedWindows& windows) {
+    std::wstring decided;
     windows.user.proxy = std::nullopt;
     windows.http.closingWaits = true;  // the harder way: a request that is closed says so late
     GetParam().arrange(windows);
@@ -242,14 +250,22 @@ class SessionSweep : public ::testing::TestWithParam<Scenario> {
     UniqueSession session(created);
     EXPECT_EQ(session != nullptr, status == KIV_STATUS_OK);
     EXPECT_TRUE(isDocumented(status)) << status;
-    if (!session) return;
-    const Work work{windows, time, session};
+    if (!session) return decided;
+    const Work work{windows, time, session, decided};
     GetParam().act(work);
+    const std::wstring result = decided;
     if (lookup(session, L"http://a.test/").status != KIV_STATUS_CLOSED) expectItStillWorks(work);
     session.reset();
     time.settle();
+    return result;
   }
 };
+
+TEST_P(SessionSweep, ComesToItsEndIfNothingFails) {
+  SimulatedWindows windows;
+  EXPECT_EQ(run(windows), GetParam().decides);
+  expectNoComplaints(windows);
+}
 
 TEST_P(SessionSweep, EndsEveryCallInTimeWhicheverSystemCallFails) { forEachFault(run); }
 

@@ -196,9 +196,12 @@ TEST_F(SessionTest, MakesOfDirectConnectionsWhatThePolicySays) {
     const wchar_t* route;
   };
   const Case cases[] = {
-      {KIV_DIRECT_SETTINGS, L"proxy:1", false, L"none"},     {KIV_DIRECT_SETTINGS, std::nullopt, false, L"direct"},
-      {KIV_DIRECT_LAST_RESORT, L"proxy:1", false, L"direct"}, {KIV_DIRECT_LAST_RESORT, L"proxy:1", true, L"http://proxy:1"},
-      {KIV_DIRECT_NEVER, std::nullopt, false, L"none"},       {KIV_DIRECT_NEVER, L"proxy:1", true, L"http://proxy:1"},
+      {KIV_DIRECT_SETTINGS, L"proxy:1", false, L"none"},
+      {KIV_DIRECT_SETTINGS, std::nullopt, false, L"direct"},
+      {KIV_DIRECT_LAST_RESORT, L"proxy:1", false, L"direct"},
+      {KIV_DIRECT_LAST_RESORT, L"proxy:1", true, L"http://proxy:1"},
+      {KIV_DIRECT_NEVER, std::nullopt, false, L"none"},
+      {KIV_DIRECT_NEVER, L"proxy:1", true, L"http://proxy:1"},
   };
   for (const Case& one : cases) {
     windows.user.proxy = one.proxies;

@@ -1,0 +1,3 @@
+module kiv
+
+go 1.19

@@ -1,0 +1,152 @@
+#!/usr/bin/env python3
+"""Tests the Go module: natively what needs no DLL, and in Wine all of it with the shipped kiv-session.dll against real
+proxies and servers; runs the program of its README and its example.
+
+Ends with 77 where Go is not installed.
+"""
+
+from __future__ import annotations
+
+import os
+import re
+import shutil
+import subprocess
+import sys
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "tests/e2e"))
+
+# The harness is found by the line above.
+from harness.results import report  # noqa: E402
+from harness.runner import Bench, benches, command_line  # noqa: E402
+from harness.servers import PROXY_PASSWORD, PROXY_USER  # noqa: E402
+from harness.wine import Settings  # noqa: E402
+
+MODULE = ROOT / "bindings/go"
+SKIPPED = 77
+SERVERS = ("squid_basic", "squid_ntlm", "squid_digest", "web")
+
+
+class Counts:
+    """How many checks passed and failed."""
+
+    def __init__(self) -> None:
+        self.passed = self.failed = 0
+
+    def check(self, name: str, well: bool, said: str = "") -> None:
+        self.passed += well
+        self.failed += not well
+        print(f"{'ok' if well else 'FAIL':4}  {name}\n{'' if well else said}", end="", flush=True)
+
+    def go_tests(self, where: str, output: str, code: int) -> None:
+        """Counts what `go test -v` tells; a program that ends badly without a failed test is one."""
+        results = re.findall(r"^ *--- (PASS|FAIL|SKIP): (\S+)", output, re.M)
+        for result, name in results:
+            told = re.search(rf"^=== RUN   {re.escape(name)}\n(.*?)^ *---", output, re.M | re.S)
+            self.check(f"{where} {name}", result == "PASS", told[1] if told else output)
+        if not results or (code != 0 and all(result == "PASS" for result, _ in results)):
+            self.check(where, False, output)
+
+
+class Go:
+    """The compiler, which keeps its files below the build folder and fetches nothing."""
+
+    def __init__(self, work: Path) -> None:
+        self._work = work
+        self._environment = {**os.environ, "GOCACHE": str(work / "cache"), "GOPATH": str(work / "path"),
+                             "GOENV": "off", "GOPROXY": "off", "GOFLAGS": "", "GOTOOLCHAIN": "local", "CGO_ENABLED": "0"}
+
+    def run(self, *arguments: str, system: str = "", folder: Path = MODULE) -> subprocess.CompletedProcess[str]:
+        target = {"GOOS": system, "GOARCH": "amd64"} if system else {}
+        return subprocess.run(["go", *arguments], cwd=folder, env={**self._environment, **target}, text=True,
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
+
+    def build(self, name: str, *arguments: str, folder: Path = MODULE) -> Path:
+        """Makes a program for Windows."""
+        program = self._work / "stage" / f"{name}.exe"
+        done = self.run(*arguments, "-o", str(program), system="windows", folder=folder)
+        if done.returncode:
+            raise RuntimeError(f"{name} cannot be built:\n{done.stdout}")
+        return program
+
+
+def check_sources(go: Go, counts: Counts) -> None:
+    """What the sources show by themselves."""
+    layout = subprocess.run(["gofmt", "-l", "."], cwd=MODULE, capture_output=True, text=True, check=False)
+    counts.check("gofmt", layout.returncode == 0 and not layout.stdout, layout.stdout + layout.stderr)
+    for system in ("windows", "linux"):
+        vetted = go.run("vet", "./...", system=system)
+        counts.check(f"go vet for {system}", vetted.returncode == 0, vetted.stdout)
+    declared = subprocess.run([sys.executable, ROOT / "bindings/check_declarations.py", "go"], capture_output=True, text=True,
+                              check=False)
+    counts.check("declarations", declared.returncode == 0, declared.stdout + declared.stderr)
+    tested = go.run("test", "-count=1", "-v", ".")
+    counts.go_tests("native", tested.stdout, tested.returncode)
+
+
+def readme_program(go: Go, work: Path) -> Path:
+    """Builds the program that README shows, in a module of its own that follows README."""
+    folder = work / "readme"
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir(parents=True)
+    (program,) = re.findall(r"^```go\n(.*?)^```", (MODULE / "README.md").read_text(encoding="utf-8"), re.M | re.S)
+    (folder / "main.go").write_text(program, encoding="utf-8")
+    for arguments in (("init", "readme"), ("edit", "-require=kiv@v0.0.0", f"-replace=kiv={MODULE}")):
+        go.run("mod", *arguments, folder=folder)
+    return go.build("readme", "build", folder=folder)
+
+
+def run_in_wine(bench: Bench, go: Go, work: Path, counts: Counts, only: str) -> None:
+    """The tests, then the programs, each as a user with settings of its own."""
+    bench.catalogue.begin(SERVERS)
+    ports = bench.catalogue.ports()
+    environment = {f"KIV_TEST_{name.upper()}": f"http{'s' if name == 'web_tls' else ''}://"
+                   f"{'localhost' if name.startswith('web') else '127.0.0.1'}:{port}" for name, port in ports.items()}
+    bench.user.write_settings(Settings())
+    tests = go.build("kiv_test", "test", "-c")
+    result = bench.user.run_tool(tests, ["-test.v", "-test.timeout=10m", f"-test.run={only}"], environment, 900)
+    # One of them changes the settings.
+    bench.user.forget_settings()
+    counts.go_tests("Wine", result.stdout + result.stderr, result.exit_code)
+
+    target = f"http://localhost:{ports['web']}/ok"
+    bench.user.write_settings(Settings(manual=f"127.0.0.1:{ports['squid_ntlm']}"))
+    result = bench.user.run_tool(readme_program(go, work), [target], {}, 60, f"{PROXY_USER} {PROXY_PASSWORD}\n")
+    counts.check("README", (result.exit_code, result.stdout) == (0, "ok\n"), f"{result.exit_code} {result.stdout}{result.stderr}")
+
+    bench.user.write_file("password", PROXY_PASSWORD)
+    download = go.build("download", "build", folder=MODULE / "examples/download")
+    login = ["-user", PROXY_USER, "-password-file", "C:/e2e/password"]
+    for name, arguments, expected in (("ok", login, "ok\n"), ("missing", login, None), ("ok", [], None)):
+        got = bench.user.file("downloaded")
+        got.unlink(missing_ok=True)
+        result = bench.user.run_tool(download, [*arguments, target.replace("/ok", f"/{name}"), "C:/e2e/downloaded"], {}, 90)
+        text = got.read_text(encoding="utf-8") if got.exists() else None
+        counts.check(f"download of {name} with {len(arguments)} options",
+                     (result.exit_code == 0, text) == (expected is not None, expected)
+                     and not list(got.parent.glob("*.part*")), f"{result.exit_code} {text!r}\n{result.stderr}")
+
+
+def main() -> int:
+    parser = command_line(__doc__)
+    parser.add_argument("--filter", default="", help="run only the tests in Wine whose name this expression matches")
+    options = parser.parse_args()
+    if shutil.which("go") is None:
+        print("skipped: Go is not installed (./scripts/setup.sh go)")
+        return SKIPPED
+    work = options.work.resolve() / "go"
+    go = Go(work)
+    counts = Counts()
+    check_sources(go, counts)
+    with benches(1, options.bin, options.bridge, options.work) as (bench,):
+        stage = work / "stage"
+        shutil.rmtree(stage, ignore_errors=True)
+        stage.mkdir(parents=True)
+        shutil.copy2(options.bin / "kiv-session.dll", stage)
+        run_in_wine(bench, go, work, counts, options.filter)
+    return report(counts.passed, counts.failed)
+
+
+if __name__ == "__main__":
+    sys.exit(main())
