@@ -187,7 +187,7 @@ func TestDeadlinesAndCancelsAreMet(t *testing.T) {
 	if _, err := session.Resolve(ctx, "http://cancel.test/"); err != context.Canceled {
 		t.Error(err)
 	}
-	if took := time.Since(began); took < 500*time.Millisecond || took > 2*time.Second {
+	if took := time.Since(began); took < 500*time.Millisecond || took > 10*time.Second {
 		t.Error(took)
 	}
 	if _, err := session.Resolve(ctx, "http://cancel.test/"); err != context.Canceled {

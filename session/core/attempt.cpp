@@ -169,6 +169,7 @@ void Attempt::challenged(const HttpAnswer& answer) {
 }
 
 void Attempt::enterLogin() {
+  if (!listener_.isWanted()) return;
   ProxyLogin::Entrance entrance = login_->enter(*this, wantedScheme_, realm_);
   waits_ = entrance.entry == ProxyLogin::Entry::Wait;
   if (waits_) return;

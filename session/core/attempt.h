@@ -32,6 +32,8 @@ struct AttemptResult {
 
 class AttemptListener {
  public:
+  // False between a cancel and the attempt's destruction: nothing may be sent any more.
+  virtual bool isWanted() const noexcept = 0;
   // In the loop.
   virtual void attemptConnected() noexcept = 0;
   // In the loop, last and once, maybe before Attempt::begin() returns. The attempt must not be destroyed inside.

@@ -66,6 +66,7 @@ class Resolution final : public Task, private DiscoveryListener, private Attempt
   ~Resolution() override;
   void run() noexcept override;
   void discovered(Discovery& discovery, Discovered result) noexcept override;
+  bool isWanted() const noexcept override { return phase_ == Phase::Attempting; }
   void attemptConnected() noexcept override;
   void attemptEnded(AttemptResult result) noexcept override;
   void portAnswered(Connector& connector) noexcept override;

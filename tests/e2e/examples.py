@@ -95,7 +95,7 @@ SESSION_CASES = [
                                         f"200 by {proxied('squid_basic')}", via("squid_basic")),
          (("squid_basic", f"GET {URL} 200"),)),
     Case("session_downloader", Scenario("session_downloader_without_a_password", URL, "", via("squid_basic"),
-                                        exit_code=2), (UNTOUCHED,)),
+                                        exit_code=2), (("squid_basic", f"HEAD {ROOT} 407"),)),
     Case("session_service", Scenario("session_service_through_a_proxy", URL, proxied("squid"), via("squid")),
          (("squid", f"HEAD {ROOT} 403"),)),
     Case("session_service", Scenario("session_service_asks_nobody", URL, WHATEVER, via("squid_basic"), exit_code=2),

@@ -10,6 +10,11 @@
 
 #include "unit/support/heap_test.h"
 
+#ifdef __MINGW64__
+// Where the linker puts the program: the system's own function is not to be had here.
+extern "C" IMAGE_DOS_HEADER __ImageBase;
+#endif
+
 namespace kiv::test {
 namespace {
 
@@ -117,7 +122,7 @@ class VisualCExceptionsTest : public ForeignExceptionsTest {
     return false;
   }
 
-  const ULONG_PTR base = reinterpret_cast<ULONG_PTR>(GetModuleHandleW(nullptr));
+  const ULONG_PTR base = reinterpret_cast<ULONG_PTR>(&__ImageBase);
   int thrown = 0;
   ThrowDescription description{};
 };

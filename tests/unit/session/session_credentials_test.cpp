@@ -90,6 +90,16 @@ TEST_F(SessionCredentialsTest, AsksAtMostTwiceAndSendsNoPasswordTwice) {
   EXPECT_EQ(counter(session, KIV_COUNTER_CHALLENGES), 2U);
 }
 
+TEST_F(SessionCredentialsTest, SendsNoPasswordOnceNobodyWaitsAnyMore) {
+  next(session);
+  const Started started = start(session, L"http://a.test/", KIV_NO_TIME_OUT);
+  answer(nextChallenge(), L"right");
+  KivRequest_Cancel(started.request.get());
+  time.settle();
+  EXPECT_EQ(timesSent(L"right"), 0U);
+  EXPECT_EQ(resolve(session, L"http://a.test/").route(), L"http://proxy:1") << "the answer serves the next call";
+}
+
 TEST_F(SessionCredentialsTest, DoesNotSendARefusedAnswerAgain) {
   next(session);
   const Started started = start(session, L"http://a.test/", KIV_NO_TIME_OUT);
@@ -220,6 +230,111 @@ TEST_F(SessionCredentialsTest, DropsCredentialsThatTheApplicationSaysWereRefused
   EXPECT_EQ(timesSent(L"right"), 1U);
   KivSession_ForgetCredentials(session.get());
   EXPECT_EQ(resolve(session, L"http://a.test/").route(), L"http://proxy:1") << "what was given may be tried again";
+}
+
+// R sent credentials that were proven; before its answer comes, the proxy refuses them to others, who then ask.
+TEST_F(SessionCredentialsTest, TakesAnAnswerToOlderCredentialsForNoProofOfNewerOnes) {
+  EXPECT_EQ(KivSession_SetProxy(session.get(), KIV_PROXY_PREFERRED, L"proxy:1", L"ann", L"right"), KIV_STATUS_OK);
+  next(session);
+  resolve(session, L"http://a.test/");
+  bool changed = false;
+  windows.http.decide = [&](const RequestRecord& request) {
+    if (request.host == L"slow.test") return Exchange{.answering = 5s};
+    return wantsPassword(request, changed ? L"new" : L"right");
+  };
+  const Started slow = start(session, L"http://slow.test/", KIV_NO_TIME_OUT);
+  time.advance(1s);
+  changed = true;
+  const Started second = start(session, L"http://b.test/", KIV_NO_TIME_OUT);
+  UniqueChallenge challenge;
+  for (Told told = next(session, 1'000); !challenge && told.event; told = next(session, 1'000)) {
+    challenge = told.challenge();
+  }
+  ASSERT_TRUE(challenge);
+  time.advance(3'900ms);
+  windows.http.decide = [](const RequestRecord& request) {
+    return request.host == L"slow.test" ? Exchange{} : wantsPassword(request, L"new");
+  };
+  answer(challenge, L"mistyped");
+  for (int i = 0; i < 20; ++i) start(session, (L"http://h" + std::to_wstring(i) + L".test/").c_str(), KIV_NO_TIME_OUT);
+  EXPECT_EQ(slow.wait().route(), L"http://proxy:1");
+  time.advance(1s);
+  EXPECT_EQ(timesSent(L"mistyped"), 1U);
+}
+
+TEST_F(SessionCredentialsTest, KeepsTheQuestionThroughTwoChangesInARow) {
+  next(session);
+  const Started started = start(session, L"http://a.test/", KIV_NO_TIME_OUT);
+  const UniqueChallenge challenge = nextChallenge();
+  windows.user.autoConfigUrl = L"http://pac.test/proxy.pac";
+  windows.autoConfig = {{.proxy = L"proxy:1", .takes = 1s}};
+  for (const wchar_t* const bypass : {L"one.test", L"two.test"}) {
+    windows.user.bypass = bypass;
+    windows.changeRegistry(L"HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings\\Connections");
+    time.advance(200ms);
+  }
+  EXPECT_EQ(counter(session, KIV_COUNTER_CHANGES), 2U);
+  time.advance(2s);
+  EXPECT_FALSE(KivChallenge_IsWithdrawn(challenge.get()));
+  EXPECT_EQ(answer(challenge, L"right"), KIV_STATUS_OK);
+  EXPECT_EQ(started.wait().route(), L"http://proxy:1");
+}
+
+TEST_F(SessionCredentialsTest, SendsAWrongPasswordToASocksProxyOnce) {
+  windows.user.proxy = std::nullopt;
+  set(KIV_OPTION_DIRECT, KIV_DIRECT_NEVER);
+  windows.network.listeners[{"10.0.0.1", 1080}] = {.dialogue = [](std::string_view received) {
+    if (received.empty()) return Reply{};
+    return Reply{.bytes = received.size() <= 4 ? std::string("\x05\x02") : std::string("\x01\x01")};
+  }};
+  EXPECT_EQ(KivSession_SetProxy(session.get(), KIV_PROXY_PREFERRED, L"socks5://10.0.0.1:1080", L"ann", L"wrong"),
+            KIV_STATUS_OK);
+  std::vector<Started> started;
+  for (int i = 0; i < 20; ++i)
+    started.push_back(start(session, (L"http://h" + std::to_wstring(i) + L".test/").c_str()));
+  for (const Started& one : started) EXPECT_EQ(one.wait().route(), L"none");
+  std::size_t sent = 0;
+  for (const ConnectionRecord& connection : windows.connections()) {
+    sent += connection.received.find("wrong") != std::string::npos;
+  }
+  EXPECT_EQ(sent, 1U);
+}
+
+TEST_F(SessionCredentialsTest, TellsTheSchemeAlsoIfTheTargetsCertificateIsRefused) {
+  EXPECT_EQ(KivSession_SetProxy(session.get(), KIV_PROXY_PREFERRED, L"proxy:1", L"ann", L"right"), KIV_STATUS_OK);
+  windows.http.decide = [this](const RequestRecord& request) {
+    if (request.credentials.empty()) return wantsPassword(request, password);
+    return Exchange{.sendError = ERROR_WINHTTP_SECURE_FAILURE};
+  };
+  const Result result = resolve(session, L"https://a.test/");
+  EXPECT_EQ(result.reason(), KIV_REASON_REACHED);
+  EXPECT_EQ(KivDecision_AuthScheme(result.decision.get()), KIV_SCHEME_BASIC);
+}
+
+TEST_F(SessionCredentialsTest, TakesCredentialsBackWithTheProxy) {
+  EXPECT_EQ(KivSession_SetProxy(session.get(), KIV_PROXY_PREFERRED, L"proxy:1", L"ann", L"right"), KIV_STATUS_OK);
+  EXPECT_EQ(KivSession_SetProxy(session.get(), KIV_PROXY_PREFERRED, L"proxy:1", nullptr, nullptr), KIV_STATUS_OK);
+  EXPECT_EQ(resolve(session, L"http://a.test/").reason(), KIV_REASON_CREDENTIALS_WANTED);
+  EXPECT_EQ(timesSent(L"right"), 0U);
+}
+
+TEST_F(SessionCredentialsTest, LeavesTheUserOfAThreadThatAuthenticatesAsItWas) {
+  set(KIV_OPTION_TEST, KIV_TEST_NONE);
+  const Result result = resolve(session, L"http://a.test/");
+  windows.impersonate(L"client");
+  KivAuth* created = nullptr;
+  EXPECT_EQ(KivAuth_Create(session.get(), result.decision.get(), &created), KIV_STATUS_OK);
+  const UniqueAuth auth(created);
+  const wchar_t* header = nullptr;
+  EXPECT_EQ(KivAuth_Next(auth.get(), L"NTLM", &header), KIV_STATUS_AGAIN);
+  for (const Call& call : windows.calls()) {
+    if (call.name != "InitializeSecurityContextW") continue;
+    EXPECT_EQ(call.user, L"") << "the session's user is the process's";
+  }
+  HANDLE token = nullptr;
+  EXPECT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token));
+  CloseHandle(token);
+  windows.impersonate(L"");
 }
 
 TEST_F(SessionCredentialsTest, WipesEveryPassword) {
