@@ -27,7 +27,8 @@ static_assert(std::is_class_v<std::string_view::iterator> && std::is_class_v<std
 END
 
 flags=(-std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic -Wshadow -Werror -DUNICODE -D_UNICODE -DWIN32_LEAN_AND_MEAN -DNOMINMAX
-  -D_WIN32_WINNT=0x0601 -DKIV_BUILDING '-DKIV_VERSION="0"' -Iinclude -Isrc -Isession -Itools -isystem "$work/class-iterators"
+  -D_WIN32_WINNT=0x0601 -DKIV_BUILDING '-DKIV_VERSION="0"' -DKIV_VERSION_{MAJOR,MINOR,PATCH}=0 -Iinclude -Isrc -Isession
+  -Itools -isystem "$work/class-iterators"
   -isystem build/windows-x64/headers)
 sources=$(find session src tools examples "$work" -name '*.cpp' | LC_ALL=C sort)
 failed=0
