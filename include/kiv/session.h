@@ -140,7 +140,7 @@ KIV_API void KivSession_Destruct(KivSession* session);
 #define KIV_OPTION_FAILURE_TIME 8U
 /** How long a dead proxy is tried last: 0 to 86,400,000 ms. Default: 300,000. */
 #define KIV_OPTION_DEAD_TIME 9U
-/** How many origins' decisions are kept: 1 to 10,000. Beyond, one that was not used for long is dropped. Default: 1,024. */
+/** How many decisions are kept: 1 to 10,000. Beyond, one that was not used for long is dropped. Default: 1,024. */
 #define KIV_OPTION_ORIGINS 10U
 /** How many candidates are attempted: 1 to 32. Default: 32. */
 #define KIV_OPTION_CANDIDATES 11U

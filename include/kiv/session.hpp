@@ -544,7 +544,7 @@ class Cancellation {
     const std::lock_guard<std::mutex> guard(mutex_);
     return cancelled_;
   }
-  /** Makes a place for a request that is about to be started, and that may end before it is known. Returns its number. */
+  /** Begins a request that may end before it is known. Returns its number. */
   std::uint64_t reserve() {
     const std::lock_guard<std::mutex> guard(mutex_);
     requests_.try_emplace(++last_number_);
