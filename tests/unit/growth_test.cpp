@@ -14,8 +14,8 @@ namespace kiv::test {
 namespace {
 
 // Two sizes of a text, and how many times longer the larger may take: what is documented, times a margin that is beyond
-// noise and what caches make of larger blocks, but below what the next power of the size would give. The larger is below
-// the size from which heaps ask the system for each block anew, which takes longer than all that is done with it.
+// noise and what caches make of larger blocks, but below what the next power of the size would give. The larger is
+// below the size from which heaps ask the system for each block anew, which takes longer than all that is done with it.
 struct Sizes {
   std::size_t small;
   std::size_t large;

@@ -9,6 +9,7 @@ import re
 import shutil
 import signal
 import subprocess
+import time
 import sys
 from pathlib import Path
 from typing import ClassVar
@@ -95,8 +96,13 @@ class DebianServer(Server):
             self._process = None
 
     def mark(self) -> None:
-        self.flush_log()
-        self._marked = self.access_log.stat().st_size
+        """What was asked before counts no more; the server writes what it holds back a moment after it was told to."""
+        size = -1
+        while size != self.access_log.stat().st_size:
+            size = self.access_log.stat().st_size
+            self.flush_log()
+            time.sleep(0.1)
+        self._marked = size
 
     def accesses(self) -> list[str]:
         self.flush_log()
