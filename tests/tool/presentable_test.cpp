@@ -1,5 +1,5 @@
 // What is shown of a text: no password, and no control characters.
-#include "presentable.h"
+#include "common/presentable.h"
 
 #include <gtest/gtest.h>
 
