@@ -13,7 +13,7 @@ std::string mustNameAFile(std::wstring_view text) { return text.empty() ? "must 
 CommandLine::CommandLine(std::string command, std::string description)
     : command_(std::move(command)), app_(std::make_unique<CLI::App>(std::move(description), command_)) {
   app_->allow_windows_style_options(false);
-  app_->get_formatter()->column_width(26);
+  app_->get_formatter()->column_width(28);
 }
 
 CommandLine::~CommandLine() = default;

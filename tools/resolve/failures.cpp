@@ -47,10 +47,11 @@ struct LineMeaning {
   std::wstring_view meaning;
 };
 
-// The library's log lines about failures without an error code.
+// Failures without an error code: the library's log lines, and what the tool says itself.
 constexpr LineMeaning kLines[] = {
     {L"No supported schemes for the proxy authentication.", L"proxy offers no usable authentication"},
     {L"No supported schemes for the server authentication.", L"server offers no usable authentication"},
+    {L"Stopped (", L"no answer in time"},
     {L"ERROR_WINHTTP_RESEND_REQUEST occured too many times.", L"authentication never completes"},
 };
 
