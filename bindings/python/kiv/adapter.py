@@ -202,7 +202,8 @@ def _challenges(decision: Decision, target: SplitResult) -> list[str]:
     authority = f"{host}:{target.port or 443}"
     try:
         connection.request("CONNECT", authority, headers={"Host": authority})
-        return connection.getresponse().headers.get_all("Proxy-Authenticate", [])
+        with connection.getresponse() as response:
+            return response.headers.get_all("Proxy-Authenticate", [])
     except (OSError, http.client.HTTPException) as error:
         raise Error(f"{decision.url} does not say which authentication it wants: {error}") from error
     finally:

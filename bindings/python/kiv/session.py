@@ -405,5 +405,6 @@ class Auth:
 
 
 def schemes_of(proxy_authenticate: Iterable[str]) -> list[str]:
-    """The schemes that Proxy-Authenticate headers name."""
-    return [name for header in proxy_authenticate for name in re.findall(r"(?:^|,)\s*([\w-]+)(?=\s+[^\s=]|\s*(?:,|$))", header)]
+    """The schemes that Proxy-Authenticate headers name: words that are no parameters."""
+    return [name for header in proxy_authenticate
+            for name in re.findall(r"(?:^|,)\s*([\w-]+)(?=\s+[^\s=]|\s*(?:,|$))", re.sub(r'"[^"]*"', '""', header))]
