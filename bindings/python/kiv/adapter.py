@@ -80,8 +80,9 @@ class KivAdapter(BaseAdapter):
         except requests.RequestException as error:
             error.request = request
             raise
-        # What answers a 401 sends again by the response's connection, and must not pass by the session.
-        response.connection, response.request = self, request  # type: ignore[attr-defined]
+        response.request = request
+        # What answers a 401 sends again by this attribute, which the types of requests lack. It must not pass by the session.
+        setattr(response, "connection", self)
         return response
 
     def close(self) -> None:

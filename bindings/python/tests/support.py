@@ -19,7 +19,7 @@ from kiv.library import text_of, wide
 
 BINDING = Path(__file__).resolve().parents[1]
 KINDS = ("session", "request", "decision", "challenge", "event", "authentication")
-PATIENCE = 20.0
+PATIENCE = 60.0
 USER, PASSWORD = "alice", "opensesame"
 
 _folder = tempfile.TemporaryDirectory(prefix="kiv-python-")

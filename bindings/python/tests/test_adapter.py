@@ -252,6 +252,11 @@ class Adapting(Case):
                         self.refused(http, url)
                     self.assertEqual(stand_in.reported(session), expected)
 
+    def test_a_request_that_fails_is_the_applications_own(self) -> None:
+        stand_in.answer("host.test", f"http://127.0.0.1:{closed_port()}", auth=kiv.Scheme.BASIC, password=PASSWORD)
+        with self.client(self.session(on_challenge=Login(PASSWORD))) as http:
+            self.refused(http, "http://host.test/")
+
     def test_the_answers_of_servers_are_no_failures(self) -> None:
         with serving() as target:
             stand_in.answer("localhost", "DIRECT")

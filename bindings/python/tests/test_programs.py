@@ -11,7 +11,7 @@ import unittest
 from pathlib import Path
 from typing import Optional
 
-from .support import BINDING, PASSWORD, USER
+from .support import BINDING, PASSWORD, PATIENCE, USER
 
 
 @unittest.skipUnless("KIV_TEST_WEB" in os.environ, "run_tests.py starts the servers")
@@ -25,7 +25,7 @@ class Programs(unittest.TestCase):
 
     def run_program(self, proxy: str, program: Path, *arguments: str, given: str = "") -> subprocess.CompletedProcess[str]:
         return subprocess.run([sys.executable, "-B", "-m", "tests.as_on_windows", proxy, program, *arguments], cwd=BINDING,
-                              input=given, capture_output=True, text=True, timeout=60, check=False)
+                              input=given, capture_output=True, text=True, timeout=PATIENCE, check=False)
 
     def test_the_program_of_readme_gets_a_file(self) -> None:
         (text,) = re.findall(r"^```python\n(.*?)^```", (BINDING / "README.md").read_text(encoding="utf-8"), re.M | re.S)

@@ -373,6 +373,19 @@ class Challenges(Case):
         self.assertEqual((challenge.withdrawn, challenge.answer(USER, PASSWORD)), (True, False))
         future.cancel()
 
+    def test_passwords_for_the_library_are_overwritten(self) -> None:
+        given: list[tuple[str, ctypes.Array[ctypes.c_uint16]]] = []
+
+        def keep(text: str) -> ctypes.Array[ctypes.c_uint16]:
+            given.append((text, wide(text)))
+            return given[-1][1]
+
+        stand_in.answer("host.test", PROXY, password=PASSWORD)
+        with mock.patch("kiv.session.wide", keep), mock.patch("kiv.options.wide", keep):
+            session = self.session(kiv.Options(preferred=kiv.Proxy(PROXY, USER, PASSWORD)), on_challenge=Login(PASSWORD))
+            session.resolve("http://host.test/")
+        self.assertEqual([any(array) for text, array in given if text == PASSWORD], [False, False])
+
     def test_an_open_challenge_does_not_outlive_its_session(self) -> None:
         stand_in.answer("host.test", PROXY, password=PASSWORD)
         kept: queue.SimpleQueue[kiv.Challenge] = queue.SimpleQueue()
@@ -472,7 +485,7 @@ open.wait()
         for end, code in (("sys.exit(7)", 7), ("", 0), ("raise SystemExit", 0)):
             with self.subTest(end):
                 ended = subprocess.run([sys.executable, "-B", "-c", self.PROGRAM.format(binding=str(BINDING), end=end)],
-                                       capture_output=True, text=True, timeout=60, check=False)
+                                       capture_output=True, text=True, timeout=PATIENCE, check=False)
                 self.assertEqual((ended.returncode, ended.stdout), (code, "Closed\n"), ended.stderr)
 
 
