@@ -33,6 +33,9 @@ BINDINGS = {
     "go": Binding("bindings/go/declarations.go",
                   re.compile(r"= (?P<value>0x[0-9A-Fa-f]+|\d+)\s+// (?P<name>KIV_\w+)$", re.M),
                   re.compile(r'\{"(?P<name>Kiv\w+)", (?P<arity>\d+)\}')),
+    "python": Binding("bindings/python/kiv/declarations.py",
+                      re.compile(r"= (?P<value>0x[0-9A-Fa-f]+|\d+)  # (?P<name>KIV_\w+)$", re.M),
+                      re.compile(r'"(?P<name>Kiv\w+)": \(\w+, \[(?P<parameters>[^\]]*)\]\)')),
 }
 
 
