@@ -4,7 +4,7 @@
 //!
 //!     fetch [--login USER PASSWORD-FILE] http://HOST[:PORT]/PATH
 
-use kiv::{Challenge, Credentials, Decision, Failure, Proxy, Route, Session, Test};
+use kiv::{Challenge, Credentials, Decision, Failure, LoggedOnUser, Proxy, Route, Session, Test};
 use std::error::Error;
 use std::io::{self, Read, Write};
 use std::net::TcpStream;
@@ -31,26 +31,31 @@ fn main() -> ExitCode {
             return ExitCode::from(64);
         }
     };
-    let fetched = fetch(url, move |challenge| {
-        // A program with a window shows a dialog, and closes it when the challenge is withdrawn.
-        let (user, file) = login.as_ref().filter(|_| challenge.attempt == 1)?;
-        Some(Credentials::new(user, std::fs::read_to_string(file).ok()?.trim_end()))
-    });
-    if let Err(error) = fetched {
+    if let Err(error) = fetch(url, login) {
         eprintln!("{error}");
         return ExitCode::FAILURE;
     }
     ExitCode::SUCCESS
 }
 
-fn fetch(url: &str, ask: impl Fn(&Challenge) -> Option<Credentials> + Send + Sync + 'static) -> Result<()> {
+/// A user name, and the file that holds the password.
+type Login = (String, String);
+
+/// A program with a window shows a dialog, and closes it when the challenge is withdrawn.
+fn ask(challenge: &Challenge, login: Option<&Login>) -> Option<Credentials> {
+    let (user, file) = login.filter(|_| challenge.attempt == 1)?;
+    Some(Credentials::new(user, std::fs::read_to_string(file).ok()?.trim_end()))
+}
+
+fn fetch(url: &str, login: Option<Login>) -> Result<()> {
     let (host, path) = url.strip_prefix("http://").and_then(|rest| rest.split_once('/')).ok_or("not an http URL")?;
     let target = if host.contains(':') { host.into() } else { format!("{host}:80") };
     // A tunnel is all that is wanted of a proxy, and what this client does not speak is left out.
     let session = Session::builder("fetch/1")
         .test(Test::Connect)
         .leave_out("https://*;socks4://*;socks5://*")
-        .on_challenge(ask)
+        .logged_on_user(if login.is_some() { LoggedOnUser::Never } else { LoggedOnUser::System })
+        .on_challenge(move |challenge| ask(challenge, login.as_ref()))
         .build()?;
     let decision = session.resolve(url).timeout(LIMIT).wait()?;
     let mut stream = connect(&session, &decision, &target)?;

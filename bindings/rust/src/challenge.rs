@@ -6,7 +6,6 @@ use crate::handle::{lock, Handle};
 use crate::session::Shared;
 use crate::text::{copied, wipe, WideText};
 use std::fmt;
-use std::panic::{catch_unwind, AssertUnwindSafe};
 use std::sync::{Arc, Condvar, Mutex};
 use std::thread;
 use std::time::Duration;
@@ -163,10 +162,9 @@ pub(crate) fn ask(shared: &Arc<Shared>, handle: Handle) {
 }
 
 impl Question {
+    /// A panic of the program's ends this thread, and so declines.
     fn ask(self, challenge: &Challenge) {
-        let ask = self.shared.on_challenge.as_ref();
-        // A panic is no answer.
-        let answer = catch_unwind(AssertUnwindSafe(|| ask.and_then(|ask| ask(challenge)))).unwrap_or(None);
+        let answer = self.shared.on_challenge.as_ref().and_then(|ask| ask(challenge));
         // What cannot be an answer, such as an empty user name, declines.
         if let Some(Ok((user, password))) = answer.as_ref().map(Credentials::wide) {
             // SAFETY: the challenge and the texts live.

@@ -237,7 +237,8 @@ fn deadlines_and_cancels_are_met() {
     let limit = Duration::from_millis(300);
     let began = Instant::now();
     assert_eq!(session.resolve("http://deadline.test/").timeout(limit).wait().unwrap_err(), Error::TimedOut);
-    assert!(began.elapsed() >= limit && began.elapsed() < Duration::from_secs(10));
+    let took = began.elapsed();
+    assert!(took > limit / 2 && took < LONG, "{took:?}");
     let resolve = session.resolve("http://cancel.test/");
     let canceller = resolve.canceller();
     thread::scope(|scope| {
@@ -433,11 +434,11 @@ fn closing_withdraws_challenges() {
     });
 }
 
-/// Makes a proxy the user's, as the dialog of Windows does.
-fn enter(proxy: &TestProxy) {
-    let manual = &proxy.url["http://".len()..];
+/// Makes a proxy the user's, or none, as the dialog of Windows does.
+fn enter(proxy: Option<&TestProxy>) {
+    let manual = proxy.map_or("", |proxy| &proxy.url["http://".len()..]);
     let mut data = Vec::new();
-    for number in [0x46, 0, 3, manual.len() as u32] {
+    for number in [0x46, 0, if manual.is_empty() { 1 } else { 3 }, manual.len() as u32] {
         data.extend(number.to_le_bytes());
     }
     data.extend(manual.bytes().chain([0; 40]));
@@ -450,7 +451,14 @@ fn enter(proxy: &TestProxy) {
 #[test]
 fn a_change_of_the_settings_is_told_and_withdraws_a_challenge() {
     let (closed, living) = (TestProxy::start(true), TestProxy::start(false));
-    enter(&closed);
+    struct Restored;
+    impl Drop for Restored {
+        fn drop(&mut self) {
+            enter(None);
+        }
+    }
+    let _restored = Restored;
+    enter(Some(&closed));
     let (open, opened) = mpsc::channel();
     let (change, changed) = mpsc::channel();
     let open = Mutex::new(open);
@@ -463,7 +471,7 @@ fn a_change_of_the_settings_is_told_and_withdraws_a_challenge() {
     thread::scope(|scope| {
         let waits = scope.spawn(|| session.resolve("http://host.test/").wait());
         opened.recv().unwrap();
-        enter(&living);
+        enter(Some(&living));
         assert_eq!(proxy_of(&waits.join().unwrap().unwrap()).url, living.url);
     });
     changed.recv_timeout(LONG).unwrap();
