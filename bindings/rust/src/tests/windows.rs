@@ -607,7 +607,8 @@ fn a_proxy_with_other_schemes_is_no_route() {
     let (asked, answer) = login(&[PASSWORD]);
     let session = begin().preferred(&server("SQUID_DIGEST"), None).on_challenge(answer).build().unwrap();
     let decision = session.resolve(&server("WEB")).wait().unwrap();
-    assert!(matches!(decision.route(), Err(Error::NoRoute { reason: Reason::SCHEME_UNSUPPORTED, .. })));
+    let unsupported = Error::AuthUnsupported { proxy: String::new(), schemes: Vec::new() };
+    assert_eq!((decision.route(), decision.reason()), (Err(unsupported), Reason::SCHEME_UNSUPPORTED));
     assert!(lock(&asked).is_empty());
 }
 
