@@ -16,6 +16,7 @@ wine     | runs programs for Windows | wine wine64
 consumer | builds programs against the archive | pkgconf unzip
 e2e      | Wine with TLS and NTLM, servers and proxies on loopback, and what the scenarios are written in | wine wine64 winbind python3 python3-jsonschema openssl tinyproxy-bin squid lighttpd lighttpd-mod-openssl
 go       | builds the Go module and its tests | golang-go
+rust     | builds the Rust crate and its tests, natively and for Windows | rustc cargo libstd-rust-dev-windows rustfmt rust-clippy gcc-mingw-w64-x86-64-win32
 browser  | looks at the reports of kiv-resolve as a reader does | chromium chromium-driver python3-selenium fonts-dejavu-core
 fuzz     | run-time library of the fuzz targets | libclang-rt-dev
 coverage | says which lines the tests reach | gcovr
@@ -26,7 +27,7 @@ python   | the compiler of the Python binding's stand-in, a check of its types, 
 bench    | libraries to compare with, a counter of instructions, and a plotter | pkgconf libbenchmark-dev libcurl4-openssl-dev libglib2.0-dev valgrind gnuplot-nox
 second   | a clean Debian 13 (second_ground.sh) | debootstrap git
 '
-for_tests=(build package wine consumer e2e go node python browser fuzz coverage docs lint)
+for_tests=(build package wine consumer e2e go rust node python browser fuzz coverage docs lint)
 
 fail() {
   echo "setup.sh: $1" >&2
