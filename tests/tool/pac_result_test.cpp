@@ -79,7 +79,7 @@ TEST(PacRemarks, CountDifferencesAndFailures) {
 TEST(PacRemarks, TellWhatIsKnownOfTheScriptThatFails) {
   PacResult result = comparison();
   result.rows.front().now = failing(kBadScript);
-  EXPECT_THAT(pacRemarks(result), HasSubstr(L"new.pac has a syntax error"));
+  EXPECT_THAT(pacRemarks(result), HasSubstr(L"new.pac fails. Windows does not say where"));
   EXPECT_THAT(pacRemarks(result), Not(HasSubstr(L"old.pac")));
   result.rows.front().before = failing(kBadScript);
   EXPECT_THAT(pacRemarks(result), HasSubstr(L"old.pac has no function FindProxyForURL"));

@@ -4,11 +4,9 @@
 #include <algorithm>
 #include <array>
 #include <nlohmann/json.hpp>
-#include <utility>
 
 #include "common/console.h"
 #include "resolve/failures.h"
-#include "support/platform.h"
 
 namespace kiv::tool {
 namespace {
@@ -59,9 +57,9 @@ Line lineOf(const PacRow& row) {
   return {wordsFor(row.verdict()).text, row.url, answerText(*row.before), answerText(row.now)};
 }
 
-bool failsWith(const PacResult& result, unsigned error, bool before) {
+bool fails(const PacResult& result, bool before) {
   return std::ranges::any_of(result.rows, [&](const PacRow& row) {
-    return before ? row.before && row.before->error == error : row.now.error == error;
+    return before ? row.before && row.before->error : row.now.error.has_value();
   });
 }
 
@@ -71,13 +69,14 @@ bool isDirectSomewhere(const PacResult& result) {
       result.rows, [&](const PacRow& row) { return isDirect(row.now) || (row.before && isDirect(*row.before)); });
 }
 
-// What is known of a script that Windows does not run: WinHTTP tells neither line nor reason.
+// What is known of a script that fails: WinHTTP returns neither line nor reason.
 std::wstring failureRemark(const PacScript& script) {
   if (script.text.find("FindProxyForURL") == std::string::npos) {
     return script.name + L" has no function FindProxyForURL: it is no PAC script.\n";
   }
   return script.name +
-         L" has a syntax error, or an error in what it does for such a URL. Windows does not tell the line.\n";
+         L" fails. Windows does not say where: a syntax error fails for every URL, an error in a function for the URLs "
+         L"that reach it.\n";
 }
 
 std::wstring differencesRemark(const PacResult& result) {
@@ -134,10 +133,8 @@ std::wstring pacRemarks(const PacResult& result) {
   if (isDirectSomewhere(result)) {
     text += L"DIRECT: kiv then tests the user's manual proxy list; without one, the connection is direct.\n";
   }
-  for (const auto& [script, before] :
-       {std::pair(&result.script, false), std::pair(result.against ? &*result.against : nullptr, true)}) {
-    if (script && failsWith(result, ERROR_WINHTTP_BAD_AUTO_PROXY_SCRIPT, before)) text += failureRemark(*script);
-  }
+  if (result.against && fails(result, true)) text += failureRemark(*result.against);
+  if (fails(result, false)) text += failureRemark(result.script);
   if (result.against) text += differencesRemark(result);
   return text;
 }
