@@ -42,8 +42,10 @@ TEST(SpanText, HasTheTwoLargestUnits) {
 TEST(DifferencesBetween, NamesWhatChanged) {
   Resolution before = directAt(0s);
   Resolution now = noneAt(1s);
-  before.settings = {.found = true, .automaticDetection = true, .manualList = L"a:1"};
-  now.settings = {.found = true, .scriptUrl = L"http://s/", .manualList = L"b:1"};
+  before.settings.automaticDetection = true;
+  before.settings.manualList = L"a:1";
+  now.settings.scriptUrl = L"http://s/";
+  now.settings.manualList = L"b:1";
   before.bypass.matches = true;
   now.discoveryFailed = true;
   now.candidates.push_back({.text = L"http://b:1"});

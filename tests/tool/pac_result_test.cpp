@@ -73,7 +73,7 @@ TEST(PacTable, IsEmptyWhereNothingDiffers) {
 }
 
 TEST(PacRemarks, CountDifferencesAndFailures) {
-  EXPECT_THAT(pacRemarks(comparison()), HasSubstr(L"1 of 2 URLs differ, 0 failed."));
+  EXPECT_THAT(pacRemarks(comparison()), HasSubstr(L"URLs: 2, different: 1, failed: 0\n"));
 }
 
 TEST(PacRemarks, TellWhatIsKnownOfTheScriptThatFails) {

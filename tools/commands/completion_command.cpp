@@ -44,7 +44,7 @@ constexpr const wchar_t* kEnd =
             $found = @($names | ForEach-Object { [pscustomobject]@{ Text = $_; Help = "kiv-resolve $_" } }) + $options
         }
     }
-    $found | Where-Object { $_.Text.StartsWith($wordToComplete) } | ForEach-Object {
+    $found | Where-Object { $_.Text.StartsWith($wordToComplete, 'Ordinal') } | ForEach-Object {
         [System.Management.Automation.CompletionResult]::new($_.Text, $_.Text, 'ParameterValue', $_.Help)
     }
 }

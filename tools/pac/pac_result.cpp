@@ -80,10 +80,9 @@ std::wstring failureRemark(const PacScript& script) {
 }
 
 std::wstring differencesRemark(const PacResult& result) {
-  const std::size_t all = result.rows.size();
-  const std::wstring total = std::to_wstring(all) + (all == 1 ? L" URL" : L" URLs");
-  return std::to_wstring(result.count(PacVerdict::Differs)) + L" of " + total + L" differ, " +
-         std::to_wstring(result.count(PacVerdict::Failed)) + L" failed.\n";
+  return L"URLs: " + std::to_wstring(result.rows.size()) + L", different: " +
+         std::to_wstring(result.count(PacVerdict::Differs)) + L", failed: " +
+         std::to_wstring(result.count(PacVerdict::Failed)) + L"\n";
 }
 
 Json scriptOf(const PacScript& script) { return {{"name", toUtf8(script.name)}, {"bytes", script.text.size()}}; }
