@@ -150,6 +150,7 @@ int resolveCommand(ArgumentList arguments) {
       "Passwords on the command line can be read by other programs of this user while\n"
       "kiv-resolve runs, and are not erased from its memory. --prompt, a user name\n"
       "without a password and --proxy-cred-from avoid both.\n"
+      "kiv-resolve --completion powershell prints a script that completes command lines.\n"
       "Exit codes: 0 a route was found, 2 none was found (for at least one URL),\n"
       "            64 wrong usage, 71 out of resources, 74 a file could not be written.");
   if (const auto exit = commandLine.parse(arguments, [&] { return contradictionIn(written); })) return leave(*exit);

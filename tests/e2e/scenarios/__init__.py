@@ -1,8 +1,8 @@
 """All scenarios, in the order in which they run."""
 
-from scenarios import answers, bypass, credentials, limits, proxies, redaction, settings, sources, targets, usage
+from scenarios import answers, bypass, credentials, limits, pac, proxies, redaction, settings, sources, targets, usage
 
-_MODULES = (usage, answers, settings, sources, bypass, proxies, targets, credentials, limits, redaction)
+_MODULES = (usage, answers, settings, sources, bypass, proxies, targets, credentials, limits, redaction, pac)
 
 SCENARIOS = [scenario for module in _MODULES for scenario in module.SCENARIOS]
 
