@@ -352,7 +352,7 @@ class Session extends EventEmitter {
 }
 
 function handleOf(decision) {
-  if (!(decision instanceof Decision)) throw new TypeError('a Decision of kiv-session is expected');
+  if (!(decision instanceof Decision)) throw new TypeError('a Decision of kiv is expected');
   return handles.get(decision);
 }
 

@@ -10,7 +10,7 @@ const https = require('node:https');
 const { test: nodeTest } = require('node:test');
 const { Worker } = require('node:worker_threads');
 const undici = require('undici');
-const { Session, KivError, agent, dispatcher } = require('kiv-session');
+const { Session, KivError, agent, dispatcher } = require('kiv');
 
 const { ports, certificate, user, password, settings } = JSON.parse(process.env.KIV_TEST);
 const TARGET = `http://localhost:${ports.web}/ok`;
@@ -307,7 +307,7 @@ for (const [client, get] of Object.entries({ undici: fetched, 'node:http': got }
 
 const WORKER = `
   const { parentPort, workerData } = require('node:worker_threads');
-  const { Session } = require('kiv-session');
+  const { Session } = require('kiv');
   const kiv = new Session({ userAgent: 'worker/1', ...workerData.options });
   kiv.resolve(workerData.url).then((decision) => {
     parentPort.postMessage(decision.kind);
