@@ -15,9 +15,10 @@ import sys
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT / "tests/e2e"))
+sys.path[:0] = [str(ROOT / "tests/e2e"), str(ROOT / "bindings")]
 
-# The harness is found by the line above.
+# These are found by the line above.
+import stubs  # noqa: E402
 from harness.results import report  # noqa: E402
 from harness.runner import Bench, benches, command_line  # noqa: E402
 from harness.servers import PROXY_PASSWORD, PROXY_USER  # noqa: E402
@@ -57,9 +58,10 @@ class Go:
         self._environment = {**os.environ, "GOCACHE": str(work / "cache"), "GOPATH": str(work / "path"),
                              "GOENV": "off", "GOPROXY": "off", "GOFLAGS": "", "GOTOOLCHAIN": "local", "CGO_ENABLED": "0"}
 
-    def run(self, *arguments: str, system: str = "", folder: Path = MODULE) -> subprocess.CompletedProcess[str]:
+    def run(self, *arguments: str, system: str = "", folder: Path = MODULE,
+            **variables: str) -> subprocess.CompletedProcess[str]:
         target = {"GOOS": system, "GOARCH": "amd64"} if system else {}
-        return subprocess.run(["go", *arguments], cwd=folder, env={**self._environment, **target}, text=True,
+        return subprocess.run(["go", *arguments], cwd=folder, env={**self._environment, **target, **variables}, text=True,
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
 
     def build(self, name: str, *arguments: str, folder: Path = MODULE) -> Path:
@@ -81,7 +83,8 @@ def check_sources(go: Go, counts: Counts) -> None:
     declared = subprocess.run([sys.executable, ROOT / "bindings/check_declarations.py", "go"], capture_output=True, text=True,
                               check=False)
     counts.check("declarations", declared.returncode == 0, declared.stdout + declared.stderr)
-    tested = go.run("test", "-count=1", "-v", ".")
+    # The race detector is C.
+    tested = go.run("test", "-count=1", "-v", "-race", ".", CGO_ENABLED="1")
     counts.go_tests("native", tested.stdout, tested.returncode)
 
 
@@ -144,6 +147,7 @@ def main() -> int:
         shutil.rmtree(stage, ignore_errors=True)
         stage.mkdir(parents=True)
         shutil.copy2(options.bin / "kiv-session.dll", stage)
+        stubs.make(stage / "stubs", options.bin / "kiv-session.dll")
         run_in_wine(bench, go, work, counts, options.filter)
     return report(counts.passed, counts.failed)
 
