@@ -192,8 +192,9 @@ def types(place: Place) -> Iterator[Check]:
 
 
 def declarations(_: Place) -> Iterator[Check]:
-    """The numbers of the JavaScript layer, against the C header."""
-    done = subprocess.run([sys.executable, HERE / "check_declarations.py"], capture_output=True, text=True, check=False)
+    """What lib/declarations.js has of the C header. (The compiler sees to the addon's functions.)"""
+    done = subprocess.run([sys.executable, ROOT / "bindings/check_declarations.py", "node"], capture_output=True, text=True,
+                          check=False)
     yield "the declarations", "" if done.returncode == 0 else done.stdout + done.stderr
 
 
