@@ -51,8 +51,12 @@ def wheel(contents: Contents, version: str) -> Contents:
     """Adds the folder that describes a wheel, with what pyproject.toml says."""
     project = tomllib.loads((ROOT / "bindings/python/pyproject.toml").read_text(encoding="utf-8"))["project"]
     info = f"{project['name']}-{version}.dist-info/"
+    extras = project.get("optional-dependencies", {})
     metadata = ["Metadata-Version: 2.1", f"Name: {project['name']}", f"Version: {version}",
-                f"Summary: {project['description']}", "License: MIT", f"Requires-Python: {project['requires-python']}",
+                f"Summary: {project['description']}", "License: MIT", f"Keywords: {','.join(project['keywords'])}",
+                *(f"Classifier: {classifier}" for classifier in project["classifiers"]),
+                f"Requires-Python: {project['requires-python']}", *(f"Provides-Extra: {extra}" for extra in extras),
+                *(f'Requires-Dist: {wanted}; extra == "{extra}"' for extra, all_wanted in extras.items() for wanted in all_wanted),
                 "Description-Content-Type: text/markdown", "", contents.pop("README.md").decode()]
     described = {**contents, f"{info}METADATA": "\n".join(metadata).encode(),
                  f"{info}WHEEL": b"Wheel-Version: 1.0\nGenerator: kiv\nRoot-Is-Purelib: false\nTag: py3-none-win_amd64\n"}
@@ -68,7 +72,11 @@ PACKAGES = (
     Package("kiv-win32-x64-{version}.tgz", "package/", "bindings/node/win32-x64", ("package.json", "README.md"),
             {"dll": "kiv-session.dll", "addon": "kiv_session.node"}),
     Package("kiv-go-{version}.zip", "kiv@v{version}/", "bindings/go",
-            ("go.mod", "README.md", "*.go", "examples/*/*.go"), {"dll": "windows_amd64/kiv-session.dll"}),
+            ("go.mod", "README.md", "*.go", "examples/*/*.go"), {"dll": "windows-x64/kiv-session.dll"}),
+    Package("kiv-{version}.crate", "kiv-{version}/", "bindings/rust",
+            ("Cargo.toml", "README.md", "src/**/*.rs", "examples/*.rs"), {"dll": "windows-x64/kiv-session.dll"}),
+    Package("kiv-{version}-py3-none-win_amd64.whl", "", "bindings/python", ("README.md", "kiv/*.py", "kiv/py.typed"),
+            {"dll": "kiv/kiv-session.dll"}, wheel),
 )
 
 # Where a binding says which version it has.
@@ -76,6 +84,8 @@ VERSIONS = {
     "bindings/node/package.json": r'"(?:version|kiv-win32-x64)": "(.+?)"',
     "bindings/node/win32-x64/package.json": r'"version": "(.+?)"',
     "bindings/go/session.go": r'^const Version = "(.+)"',
+    "bindings/rust/Cargo.toml": r'^version = "(.+)"',
+    "bindings/python/pyproject.toml": r'^version = "(.+)"',
 }
 
 

@@ -36,10 +36,10 @@ def install(work: Path) -> Path:
     return work / "node_modules"
 
 
-def compile_addon(work: Path) -> Path:
-    """Returns the addon."""
-    headers = install(work / "npm") / "node-api-headers" / "include"
-    addon = work / "kiv_session.node"
+def compile_addon(modules: Path, folder: Path) -> Path:
+    """Makes the addon in a folder, with the headers that are among these packages."""
+    headers = modules / "node-api-headers" / "include"
+    addon = folder / "kiv_session.node"
     subprocess.run([COMPILER, *OPTIONS, "-I", HERE.parents[1] / "include", "-I", headers, HERE / "addon.c", "-o", addon],
                    check=True)
     return addon
@@ -48,7 +48,8 @@ def compile_addon(work: Path) -> Path:
 def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--work", type=Path, required=True)
-    compile_addon(parser.parse_args().work.resolve())
+    work = parser.parse_args().work.resolve()
+    compile_addon(install(work / "npm"), work)
 
 
 if __name__ == "__main__":

@@ -39,7 +39,7 @@ def install(work: Path, dll: Path) -> None:
     for package in packages.PACKAGES:
         if not package.folder.startswith("bindings/node"):
             continue
-        contents = packages.contents_of(package, version, {"dll": dll, "addon": build.compile_addon(work.parent)})
+        contents = packages.contents_of(package, version, {"dll": dll, "addon": build.compile_addon(modules, work)})
         folder = modules / json.loads(contents["package/package.json"])["name"]
         shutil.rmtree(folder, ignore_errors=True)
         for name, data in contents.items():
