@@ -131,6 +131,35 @@ def run_in_wine(bench: Bench, go: Go, work: Path, counts: Counts, only: str) -> 
                      and not list(got.parent.glob("*.part*")), f"{result.exit_code} {text!r}\n{result.stderr}")
 
 
+REFERENCES = [f"{digit * 40} refs/heads/{name}" for digit, name in (("1", "main"), ("2", "next"))]
+
+
+def advertised() -> str:
+    """What a server of Git says of these references."""
+    first, *others = REFERENCES
+    lines = ["# service=git-upload-pack\n", "", f"{first}\0agent=test\n", *(f"{line}\n" for line in others), ""]
+    return "".join(f"{len(line) + 4:04x}{line}" if line else "0000" for line in lines)
+
+
+def run_lsremote(bench: Bench, go: Go, counts: Counts) -> None:
+    """The example of a fetch, whose passwords stand on its standard input."""
+    program = go.build("lsremote", "build", folder=MODULE / "examples/lsremote")
+    served = bench.catalogue.lighttpd.root / "repository" / "info"
+    served.mkdir(parents=True, exist_ok=True)
+    (served / "refs").write_text(advertised(), encoding="ascii")
+    ports = bench.catalogue.ports()
+    listed = "".join(line.replace(" ", "\t") + "\n" for line in REFERENCES)
+    login = f"{PROXY_USER}\n{PROXY_PASSWORD}\n"
+    for name, proxy, given, path, expected in (
+            ("no proxy", "", "", "repository", (0, listed)), ("NTLM", "squid_ntlm", login, "repository", (0, listed)),
+            ("a wrong password first", "squid_basic", f"{PROXY_USER}\nwrong\n{login}", "repository", (0, listed)),
+            ("no password", "squid_basic", "", "repository", (128, "")), ("no repository", "", "", "ok", (128, ""))):
+        bench.user.write_settings(Settings(manual=f"127.0.0.1:{ports[proxy]}" if proxy else ""))
+        result = bench.user.run_tool(program, [f"http://localhost:{ports['web']}/{path}"], {}, 90, given)
+        counts.check(f"lsremote, {name}", (result.exit_code, result.stdout) == expected
+                     and result.stderr.count("Password") == given.count("\n") // 2, f"{result}")
+
+
 def main() -> int:
     parser = command_line(__doc__)
     parser.add_argument("--filter", default="", help="run only the tests in Wine whose name this expression matches")
@@ -149,6 +178,7 @@ def main() -> int:
         shutil.copy2(options.bin / "kiv-session.dll", stage)
         stubs.make(stage / "stubs", options.bin / "kiv-session.dll")
         run_in_wine(bench, go, work, counts, options.filter)
+        run_lsremote(bench, go, counts)
     return report(counts.passed, counts.failed)
 
 
