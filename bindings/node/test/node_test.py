@@ -159,6 +159,7 @@ def electron(place: Place) -> Iterator[Check]:
     """What Electron does: programs have another name, and packages are in an archive beside what was unpacked of it. Here the
     archive is a folder, whose native part is no addon."""
     app = place.work.with_name("electron")
+    shutil.rmtree(app, ignore_errors=True)
     modules = laid_out(place, app / "app.asar")
     inside = modules / NATIVE
     yield answer(place, "a native part that is inside the archive", modules,
