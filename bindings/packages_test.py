@@ -6,6 +6,8 @@ Ends with 77 where a language is not installed.
 
 from __future__ import annotations
 
+import base64
+import hashlib
 import os
 import shutil
 import subprocess
@@ -170,17 +172,29 @@ def rust(shop: Workshop) -> Iterator[Check]:
     yield "Cargo would publish what is in it", failure(listed) or ", ".join(names ^ {*listed.stdout.split()} - made_by_cargo)
 
 
+def unrecorded(unpacked: Path) -> set[str]:
+    """The files of a wheel that its RECORD does not have, or has otherwise."""
+    (record,) = unpacked.glob("*.dist-info/RECORD")
+    lines = {*record.read_text(encoding="ascii").splitlines()}
+    expected = {f"{record.relative_to(unpacked)},,"}
+    for file in unpacked.rglob("*"):
+        if file.is_file() and file != record:
+            digest = base64.urlsafe_b64encode(hashlib.sha256(file.read_bytes()).digest()).decode().rstrip("=")
+            expected.add(f"{file.relative_to(unpacked)},sha256={digest},{file.stat().st_size}")
+    return lines ^ expected
+
+
 def python(shop: Workshop) -> Iterator[Check]:
     """pip takes the wheel for Windows, and only there; unpacked, it is imported elsewhere too."""
     folder = shop.consumer("python")
     wheel = shop.packed["kiv-VERSION-py3-none-win_amd64.whl"]
-    unpack(wheel, folder.parent / "unpacked")
-    done = shop.run_here(folder, "/usr/bin/python3", "-B", "main.py", PYTHONPATH=str(folder.parent / "unpacked"))
+    unpacked = unpack(wheel, folder.parent / "unpacked")
+    yield "RECORD names each file as it is", ", ".join(unrecorded(unpacked))
+    done = shop.run_here(folder, "/usr/bin/python3", "-B", "main.py", PYTHONPATH=str(unpacked))
     yield "a program in Python says that it is unsupported here", failure(done, "Unsupported ")
     pip = ("/usr/bin/python3", "-m", "pip", "--disable-pip-version-check", "install", "--no-index", "--no-deps", "--target", "into")
     installed = shop.run_here(folder, *pip, "--platform", "win_amd64", "--only-binary=:all:", wheel)
-    record = [*folder.glob("into/kiv-*.dist-info/RECORD")]
-    yield "pip installs it for Windows", failure(installed) or ("" if record else "no RECORD")
+    yield "pip installs it for Windows", failure(installed, f"Successfully installed kiv-{shop.version}")
     refused = shop.run_here(folder, *pip, wheel)
     yield "pip knows for which system it is", "" if "not a supported wheel" in refused.stdout else refused.stdout
 
