@@ -1,5 +1,5 @@
 // Which arguments CLI11 sees, and which it gets placeholders for.
-#include "arguments.h"
+#include "common/arguments.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // The JSON for texts that are not well formed.
-#include "json_document.h"
+#include "resolve/json_document.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // Which facts are read from the library's lines, and which lines are not mistaken for them.
-#include "log_facts.h"
+#include "resolve/log_facts.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // That text never becomes markup, wherever it is put.
-#include "markup.h"
+#include "common/markup.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // What the picture shows when texts are long and candidates many.
-#include "route_picture.h"
+#include "resolve/route_picture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // How URLs are read, alone and from a list.
-#include "targets.h"
+#include "resolve/targets.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // The words for candidates and their requests.
-#include "wording.h"
+#include "resolve/wording.h"
 
 #include <gtest/gtest.h>
 

@@ -179,6 +179,8 @@ def complaints(scenario: Scenario, result: ToolResult, outcome: str) -> list[str
         wrong.append(f"exit code {result.exit_code}, expected {scenario.expected_exit_code}")
     wrong += wrong_output(scenario, result, outcome)
     wrong += [f"the file {name} was not written" for name in scenario.files if not result.files.get(name)]
+    if "--redact" in scenario.arguments and any("planted" in text.lower() for text in result.texts):
+        wrong.append("the output shows a planted name")
     wrong += [f"the output shows the password {password!r}" for password in
               (PROXY_PASSWORD, SERVER_PASSWORD, WRONG_PASSWORD) if any(password in text for text in result.texts)]
     return wrong

@@ -1,0 +1,72 @@
+// The command line of one command: its options as tables, parsed by CLI11.
+#include "common/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+
+namespace kiv::tool {
+
+std::string anything(std::wstring_view /*text*/) { return {}; }
+
+std::string mustNameAFile(std::wstring_view text) { return text.empty() ? "must name a file" : std::string(); }
+
+CommandLine::CommandLine(std::string command, std::string description)
+    : command_(std::move(command)), app_(std::make_unique<CLI::App>(std::move(description), command_)) {
+  app_->allow_windows_style_options(false);
+  app_->get_formatter()->column_width(28);
+}
+
+CommandLine::~CommandLine() = default;
+
+void CommandLine::declare(std::string_view name, const char* type, Check check, const char* help, Value& value) {
+  const bool named = name.starts_with('-');
+  (named ? withValue_ : places_).emplace_back(name);
+  const auto store = [this, &value](const std::string& placeholder) { value = arguments_->valueOf(placeholder); };
+  const auto checked = [this, check](const std::string& placeholder) {
+    return check(arguments_->valueOf(placeholder));
+  };
+  app_->add_option_function<std::string>(std::string(name), store, help)
+      ->type_name(type)
+      ->check(checked)
+      ->required(!named);
+}
+
+void CommandLine::declare(const char* name, const char* help, bool& value) {
+  app_->add_flag(name, value, help)->disable_flag_override();
+}
+
+void CommandLine::version(const char* text) { app_->set_version_flag("--version", text, "Print the version and exit"); }
+
+void CommandLine::footer(const char* text) { app_->footer(text); }
+
+std::optional<Exit> CommandLine::parse(ArgumentList arguments) {
+  arguments_.emplace(arguments, [this](std::string_view option) { return std::ranges::count(withValue_, option) > 0; });
+  std::vector<std::string> forParser = arguments_->forParser();
+  std::ranges::reverse(forParser);  // as CLI11 takes them
+  try {
+    app_->parse(std::move(forParser));
+  } catch (const CLI::CallForHelp&) {
+    return Exit{0, app_->help()};
+  } catch (const CLI::CallForVersion& version) {
+    return Exit{0, std::string(version.what()) + "\n"};
+  } catch (const CLI::ExtrasError&) {
+    return badUsage(unexpected());
+  } catch (const CLI::ParseError& error) {
+    return badUsage(error.what());
+  }
+  return std::nullopt;
+}
+
+Exit CommandLine::badUsage(const std::string& problem) const {
+  return {kBadUsage, command_ + ": " + problem + " (see --help)\n"};
+}
+
+// CLI11 would quote the placeholders of values. An unknown option may have its value in the same argument.
+std::string CommandLine::unexpected() const {
+  for (const std::string& argument : app_->remaining()) {
+    if (argument.starts_with("-")) return "unknown option " + argument.substr(0, argument.find_first_of("=:"));
+  }
+  return places_.size() == 1 ? "more than one " + places_.front() : "too many arguments";
+}
+
+}  // namespace kiv::tool

@@ -1,0 +1,259 @@
+// A report on resolutions: one self-contained HTML page, without scripts.
+#include "resolve/html_report.h"
+
+#include <algorithm>
+#include <array>
+
+#include "common/console.h"
+#include "common/markup.h"
+#include "resolve/report_style.h"
+#include "resolve/route_picture.h"
+#include "resolve/wording.h"
+
+namespace kiv::tool {
+namespace {
+
+// If text escaped the escaping, a browser would neither run nor load it.
+constexpr const wchar_t* kPolicy =
+    L"default-src 'none'; style-src 'unsafe-inline'; base-uri 'none'; form-action 'none'";
+
+struct OutcomeWords {
+  const wchar_t* kind;  // a class of the style
+  const wchar_t* badge;
+};
+
+// In the order of the kinds.
+constexpr std::array<OutcomeWords, 6> kOutcomes = {{
+    {L"good", L"Route found"},
+    {L"good", L"Route found"},
+    {L"bad", L"No route found"},
+    {L"off", L"Not tested"},
+    {L"bad", L"Not completed"},
+    {L"bad", L"Stopped"},
+}};
+
+constexpr std::array<const wchar_t*, 4> kLevelTexts = {L"Errors", L"Warnings", L"Info", L"Debug"};
+
+const OutcomeWords& wordsOf(const Outcome& outcome) { return kOutcomes[static_cast<std::size_t>(outcome.kind)]; }
+
+Markup classed(std::string_view name, const std::wstring& kind, const Markup& content) {
+  return element(name, {{"class", kind}}, content);
+}
+
+Markup section(const wchar_t* kind, const wchar_t* heading, const Markup& content) {
+  return classed("section", kind, element("h2", heading) + content);
+}
+
+std::wstring counted(std::size_t count, const wchar_t* noun) {
+  return std::to_wstring(count) + L" " + noun + (count == 1 ? L"" : L"s");
+}
+
+std::size_t testedCount(const Resolution& resolution) {
+  return static_cast<std::size_t>(std::ranges::count_if(
+      resolution.candidates, [](const Candidate& candidate) { return !candidate.requests.empty(); }));
+}
+
+// The reason for the outcome, in a sentence.
+std::wstring reasonOf(const Resolution& resolution) {
+  const std::wstring remarked = remark(resolution);
+  if (resolution.candidates.empty()) return remarked;
+  const std::wstring count = counted(resolution.candidates.size(), L"candidate");
+  std::wstring reason;
+  if (const auto winner = resolution.winner()) {
+    reason = L"Candidate No. " + std::to_wstring(*winner) + L" works. " + count + L", " +
+             std::to_wstring(testedCount(resolution)) + L" tested.";
+  } else if (resolution.outcome.kind == OutcomeKind::NotTested) {
+    reason = count + L", none tested, as requested.";
+  } else {
+    reason = counted(testedCount(resolution), L"candidate") + L" tested, none works.";
+  }
+  return remarked.empty() ? reason : reason + L" " + remarked;
+}
+
+Markup outcomeSection(const Resolution& resolution) {
+  const OutcomeWords& words = wordsOf(resolution.outcome);
+  const std::wstring& text = resolution.outcome.text;
+  const Markup answer = text.empty() ? Markup() : classed("p", L"answer", text);
+  return classed(
+      "section", std::wstring(L"outcome ") + words.kind,
+      classed("p", L"badge", words.badge) + answer + classed("h1", L"target", L"to " + resolution.url) +
+          classed("p", L"reason", reasonOf(resolution)) +
+          classed("p", L"when", timeText(resolution.began) + L", took " + durationText(resolution.duration)));
+}
+
+// The time of all tests: the scale of the bars.
+struct Span {
+  milliseconds begin{};
+  milliseconds length{1};
+};
+
+Span spanOf(const std::vector<Candidate>& candidates) {
+  milliseconds begin = milliseconds::max();
+  milliseconds end{};
+  for (const Candidate& candidate : candidates) {
+    for (const Request& request : candidate.requests) {
+      begin = std::min(begin, request.began);
+      end = std::max(end, request.began + request.duration);
+    }
+  }
+  return end <= begin ? Span{} : Span{begin, end - begin};
+}
+
+const wchar_t* kindOf(const Request& request) {
+  if (request.status == 401 || request.status == 407) return L"challenge";
+  return request.status >= 200 && request.status <= 299 ? L"success" : L"failure";
+}
+
+std::wstring requestText(const Request& request) {
+  return responseWithErrorText(request) + L", " + durationText(request.duration);
+}
+
+Markup barOf(const Candidate& candidate, const Span& span) {
+  constexpr long long kWidth = 1000;
+  constexpr long long kLeast = 8;  // so that a request without duration can be seen
+  Markup parts;
+  for (const Request& request : candidate.requests) {
+    const long long width = std::max<long long>(kLeast, kWidth * request.duration / span.length);
+    const long long x = std::min<long long>(kWidth * (request.began - span.begin) / span.length, kWidth - width);
+    parts += element(
+        "rect",
+        {{"class", kindOf(request)}, {"x", std::to_wstring(x)}, {"width", std::to_wstring(width)}, {"height", L"10"}},
+        element("title", requestText(request)));
+  }
+  return element("svg", {{"class", L"bar"}, {"viewBox", L"0 0 1000 10"}, {"preserveAspectRatio", L"none"}}, parts);
+}
+
+Markup requestOf(const Request& request) {
+  Markup line = classed("span", std::wstring(L"status ") + kindOf(request), responseWithErrorText(request)) +
+                classed("span", L"time", durationText(request.duration));
+  if (request.status < 0 && !request.failure.empty()) line += classed("span", L"failure", request.failure);
+  return element("li", line);
+}
+
+Markup requestsOf(const Candidate& candidate) {
+  Markup lines;
+  for (const Request& request : candidate.requests) lines += requestOf(request);
+  return candidate.requests.empty() ? Markup() : classed("ol", L"requests", lines);
+}
+
+Markup candidateRow(std::size_t number, const Candidate& candidate, const Span& span) {
+  const Verdict verdict = candidate.verdict();
+  const std::wstring state = toWide(idOf(verdict));
+  const Markup name =
+      classed("p", L"name",
+              classed("span", L"number", std::to_wstring(number)) + classed("code", L"proxy", candidate.text) +
+                  classed("span", L"origin", std::wstring(originText(candidate.origin))));
+  const Markup total =
+      candidate.requests.empty() ? Markup() : classed("span", L"total", durationText(candidate.duration()));
+  return classed("li", L"candidate " + state,
+                 name + classed("p", L"verdict", classed("span", L"chip", verdictText(candidate)) + total) +
+                     barOf(candidate, span) + requestsOf(candidate));
+}
+
+Markup candidatesSection(const Resolution& resolution) {
+  if (resolution.candidates.empty()) return {};
+  const Span span = spanOf(resolution.candidates);
+  Markup rows;
+  for (std::size_t i = 0; i < resolution.candidates.size(); ++i) {
+    rows += candidateRow(i, resolution.candidates[i], span);
+  }
+  const Markup scale =
+      testedCount(resolution) == 0
+          ? Markup()
+          : classed("p", L"scale",
+                    element("span", L"first test") + element("span", durationText(span.length) + L" later"));
+  return section(L"candidates", L"Candidates in test order", scale + classed("ol", L"rows", rows));
+}
+
+Markup fact(const wchar_t* name, const std::wstring& value) {
+  const bool none = value.empty();
+  return element("dt", name) + classed("dd", none ? L"none" : L"value", none ? std::wstring(L"none") : value);
+}
+
+Markup settingsSection(const Resolution& resolution) {
+  const UserSettings& user = resolution.settings;
+  const std::wstring source = resolution.bypass.given ? L" (from --bypass)" : L"";
+  return section(L"settings",
+                 user.found ? L"The user's proxy settings" : L"The user's proxy settings (none are stored)",
+                 element("dl", fact(L"Automatic detection (WPAD)", user.automaticDetection ? L"on" : L"off") +
+                                   fact(L"PAC script", user.scriptUrl) + fact(L"Manual proxy list", user.manualList) +
+                                   fact(L"Bypass list", user.bypassList) +
+                                   fact(L"Bypass list used", resolution.bypass.list + source) +
+                                   fact(L"Discovery", (resolution.discoveryFailed ? L"failed after " : L"took ") +
+                                                          durationText(resolution.discoveryDuration))));
+}
+
+Markup filterOf(const std::wstring& group, LogLevel level) {
+  const std::wstring name = toWide(idOf(level));
+  const std::wstring id = group + name;
+  return emptyElement("input", {{"type", L"checkbox"}, {"id", id}, {"class", L"filter " + name}, {"checked", L""}}) +
+         element("label", {{"for", id}, {"class", name}}, kLevelTexts[static_cast<std::size_t>(level)]);
+}
+
+Markup recordOf(const Record& record) {
+  const std::wstring time = timeText(record.time);
+  constexpr std::size_t kClockAt = 11;
+  return classed("li", L"record " + toWide(idOf(record.level)),
+                 element("time", {{"datetime", time}}, time.substr(kClockAt)) +
+                     classed("span", L"level", toWide(idOf(record.level))) +
+                     classed("span", L"message", record.message));
+}
+
+// The check boxes are siblings of the list, so that the style alone can hide records.
+Markup logSection(const Resolution& resolution, const std::wstring& group) {
+  Markup content;
+  for (const LogLevel level : {LogLevel::Error, LogLevel::Warn, LogLevel::Info, LogLevel::Debug})
+    content += filterOf(group, level);
+  Markup records;
+  for (const Record& record : resolution.log) records += recordOf(record);
+  return section(L"log", L"Log", content + classed("ol", L"records", records));
+}
+
+std::wstring idOfArticle(std::size_t number) { return L"url-" + std::to_wstring(number); }
+
+Markup article(std::size_t number, const Resolution& resolution) {
+  const std::wstring id = idOfArticle(number);
+  return element("article", {{"id", id}},
+                 outcomeSection(resolution) + section(L"taken", L"Route", routePicture(resolution)) +
+                     candidatesSection(resolution) + settingsSection(resolution) + logSection(resolution, id + L"-"));
+}
+
+Markup overview(const std::vector<Resolution>& resolutions) {
+  if (resolutions.size() < 2) return {};
+  Markup lines;
+  for (std::size_t i = 0; i < resolutions.size(); ++i) {
+    const Resolution& resolution = resolutions[i];
+    const OutcomeWords& words = wordsOf(resolution.outcome);
+    lines += classed(
+        "li", words.kind,
+        element("a", {{"href", L"#" + idOfArticle(i)}}, resolution.url) +
+            classed("span", L"answer", resolution.outcome.text.empty() ? words.badge : resolution.outcome.text));
+  }
+  return element("nav", classed("ol", L"overview", lines));
+}
+
+std::wstring titleOf(const std::vector<Resolution>& resolutions) {
+  if (resolutions.size() != 1) return counted(resolutions.size(), L"URL") + L" - kiv-resolve";
+  return wordsOf(resolutions[0].outcome).badge + std::wstring(L": ") + resolutions[0].url + L" - kiv-resolve";
+}
+
+Markup headOf(const std::vector<Resolution>& resolutions) {
+  return element(
+      "head", emptyElement("meta", {{"charset", L"utf-8"}}) +
+                  emptyElement("meta", {{"http-equiv", L"Content-Security-Policy"}, {"content", kPolicy}}) +
+                  emptyElement("meta", {{"name", L"viewport"}, {"content", L"width=device-width, initial-scale=1"}}) +
+                  emptyElement("meta", {{"name", L"color-scheme"}, {"content", L"light dark"}}) +
+                  element("title", titleOf(resolutions)) + styleElement(kReportStyle));
+}
+
+}  // namespace
+
+std::string htmlReport(const std::vector<Resolution>& resolutions) {
+  Markup articles;
+  for (std::size_t i = 0; i < resolutions.size(); ++i) articles += article(i, resolutions[i]);
+  const Markup foot = element("footer", L"kiv-resolve " + toWide(KIV_VERSION));
+  const Markup body = element("body", element("main", overview(resolutions) + articles) + foot);
+  return "<!DOCTYPE html>\n" + element("html", {{"lang", L"en"}}, headOf(resolutions) + body).html() + "\n";
+}
+
+}  // namespace kiv::tool
