@@ -36,6 +36,11 @@ BINDINGS = {
                   re.compile(r'\{"(?P<name>Kiv\w+)", (?P<arity>\d+)\}')),
     "node": Binding("bindings/node/lib/declarations.js",
                     re.compile(r"(?P<word>\w+)(?::| =) (?P<value>0x[0-9a-f]+|\d+)[,;] // (?P<name>KIV_\w+)$", re.M)),
+    "rust": Binding("bindings/rust/src/declarations.rs",
+                    re.compile(r"[=(] ?(?P<value>0x[0-9A-Fa-f]+|\d+)\)?[,;] // (?P<name>KIV_\w+)$", re.M),
+                    re.compile(r"^    fn (?P<name>Kiv\w+)\((?P<parameters>[^)]*)\)", re.M),
+                    frozenset({"KIV_EVENT_CLOSED", "KIV_KIND_NONE", "KIV_LOG_LEVEL_OFF", "KIV_STATUS_REENTRANT",
+                               "KIV_STATUS_TOO_LATE", "KIV_STATUS_TOO_MANY"})),
 }
 
 
