@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Tests the Python package over a stand-in for kiv-session.dll and against real proxies and servers; checks its types; runs
-the program of its README and its example.
+"""Tests the Python package over a stand-in for kiv-session.dll and against real proxies and servers; checks its types;
+runs the program of its README and its example.
 
     run_tests.py --work FOLDER [NAME...]    such as tests.test_session.Resolving
 
@@ -83,8 +83,8 @@ def main() -> int:
         print(f"{'FAIL' if checked.returncode else 'ok':4}  {name}\n{checked.stdout if checked.returncode else ''}", end="")
     with servers(options.work.resolve()):
         loader = unittest.TestLoader()
-        suite = loader.loadTestsFromNames(options.names) if options.names else loader.discover(str(BINDING / "tests"), "test_*.py",
-                                                                                               str(BINDING))
+        suite = (loader.loadTestsFromNames(options.names) if options.names else
+                 loader.discover(str(BINDING / "tests"), top_level_dir=str(BINDING)))
         result = unittest.TextTestRunner(verbosity=2).run(suite)
     bad = {test.id().split(" ")[0] for test, _ in (*result.failures, *result.errors, *result.skipped)}
     return report(passed + result.testsRun - len(bad), failed + len(bad))

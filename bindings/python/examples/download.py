@@ -1,5 +1,5 @@
-"""Saves a file as an updater does: through whatever proxy the session decides for, once more by another route if one fails,
-and never half a file.
+"""Saves a file as an updater does: through whatever proxy the session decides for, once more by another route if one
+fails, and never half a file.
 
     python download.py [--user NAME --password-file FILE] URL FILE
 """

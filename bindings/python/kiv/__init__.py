@@ -6,11 +6,12 @@ Unsupported.
 """
 
 from .declarations import Counter, Direct, Failure, Kind, LoggedOnUser, LogLevel, Reason, Scheme, Status, Test
-from .errors import (AuthError, AuthUnsupported, Closed, CredentialsRefused, CredentialsWanted, Error, LoadError, NoRoute,
-                     StatusError, TimedOut, Unsupported)
+from .errors import (AuthError, AuthUnsupported, Closed, CredentialsRefused, CredentialsWanted, Error, LoadError,
+                     NoRoute, StatusError, TimedOut, Unsupported)
 from .options import Options, Proxy
 from .session import Auth, Challenge, Decision, Session
 
 __all__ = ["Auth", "AuthError", "AuthUnsupported", "Challenge", "Closed", "Counter", "CredentialsRefused",
-           "CredentialsWanted", "Decision", "Direct", "Error", "Failure", "Kind", "LoadError", "LoggedOnUser", "LogLevel", "NoRoute", "Options", "Proxy",
-           "Reason", "Scheme", "Session", "Status", "StatusError", "Test", "TimedOut", "Unsupported"]
+           "CredentialsWanted", "Decision", "Direct", "Error", "Failure", "Kind", "LoadError", "LoggedOnUser",
+           "LogLevel", "NoRoute", "Options", "Proxy", "Reason", "Scheme", "Session", "Status", "StatusError", "Test",
+           "TimedOut", "Unsupported"]

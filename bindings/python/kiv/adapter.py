@@ -45,8 +45,8 @@ class KivAdapter(BaseAdapter):
         http.mount("http://", KivAdapter(session))
 
     The proxies of requests and of the environment have no effect. It authenticates to HTTP proxies with Basic. What kiv
-    cannot do is a requests.exceptions.ProxyError, or a ConnectTimeout, whose __cause__ is kiv's error. A request for which
-    there is no route is never sent directly instead.
+    cannot do is a requests.exceptions.ProxyError, or a ConnectTimeout, whose __cause__ is kiv's error. A request for
+    which there is no route is never sent directly instead.
 
     timeout -- in seconds, of finding the route. The time-outs of requests hold for connecting and reading.
 
@@ -81,7 +81,8 @@ class KivAdapter(BaseAdapter):
             error.request = request
             raise
         response.request = request
-        # What answers a 401 sends again by this attribute, which the types of requests lack. It must not pass by the session.
+        # What answers a 401 sends again by this attribute, which the types of requests lack. It must not pass by the
+        # session.
         setattr(response, "connection", self)
         return response
 
@@ -97,7 +98,8 @@ class KivAdapter(BaseAdapter):
             raise AuthUnsupported("", [], decision.explanation)
         decision.check()
         if decision.kind == Kind.PROXY and decision.scheme not in ("http", "https"):
-            raise Unsupported(f"{decision.url} speaks {decision.scheme}, which KivAdapter does not: name it in left_out")
+            raise Unsupported(f"{decision.url} speaks {decision.scheme}, which KivAdapter does not: name it in "
+                              "left_out")
         if decision.auth_scheme & ~Scheme.BASIC:
             raise AuthUnsupported(decision.url, [str(decision.auth_scheme.name)])
         return decision
@@ -194,11 +196,9 @@ def _causes(error: BaseException) -> Iterator[BaseException]:
 
 
 def _challenges(decision: Decision, target: SplitResult) -> list[str]:
-    """Asks a proxy which authentication it wants for a tunnel: http.client drops the headers of a CONNECT that failed."""
-    if decision.scheme == "https":
-        connection: http.client.HTTPConnection = http.client.HTTPSConnection(decision.host, decision.port, timeout=PATIENCE)
-    else:
-        connection = http.client.HTTPConnection(decision.host, decision.port, timeout=PATIENCE)
+    """Asks a proxy which authentication it wants for a tunnel: http.client drops the headers of a refused CONNECT."""
+    kind = http.client.HTTPSConnection if decision.scheme == "https" else http.client.HTTPConnection
+    connection = kind(decision.host, decision.port, timeout=PATIENCE)
     host = f"[{target.hostname}]" if ":" in str(target.hostname) else target.hostname
     authority = f"{host}:{target.port or 443}"
     try:

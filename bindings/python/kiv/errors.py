@@ -59,7 +59,8 @@ class AuthError(Error):
     problem = "proxy authentication failed"
 
     def __init__(self, proxy: str, schemes: Sequence[str], detail: str = "") -> None:
-        super().__init__(f"{self.problem}: {detail or f'{proxy} wants ' + (', '.join(schemes) or 'what it does not name')}")
+        wanted = ", ".join(schemes) or "what it does not name"
+        super().__init__(f"{self.problem}: {detail or f'{proxy} wants {wanted}'}")
         self.proxy = proxy
         """Its URL; empty if it is not known which of several proxies failed."""
         self.schemes = tuple(schemes)

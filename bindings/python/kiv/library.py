@@ -31,7 +31,8 @@ def load(path: Optional[str]) -> ctypes.CDLL:
 
 def _open(path: str) -> ctypes.CDLL:
     if not Path(path).is_file():
-        raise LoadError(path, "there is no such file: reinstall kiv, or name kiv-session.dll with the parameter library")
+        raise LoadError(path, "there is no such file: reinstall kiv, or name kiv-session.dll with the "
+                              "parameter library")
     try:
         library = ctypes.CDLL(path)
     except OSError as error:

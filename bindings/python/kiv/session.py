@@ -152,8 +152,8 @@ class Session:
                  on_log: Optional[Callable[[LogLevel, str], object]] = None,
                  library: Union[str, os.PathLike[str], None] = None) -> None:
         self._library = load(None if library is None else os.fspath(library))
-        self._on_challenge, self._on_withdrawn, self._on_changed, self._on_log = (on_challenge, on_withdrawn, on_changed,
-                                                                                 on_log)
+        self._on_challenge, self._on_withdrawn = on_challenge, on_withdrawn
+        self._on_changed, self._on_log = on_changed, on_log
         created = ctypes.c_void_p()
         must(self._library, self._library.KivSession_Create(wide(user_agent), created))
         self._handle = Handle(created.value, self._library.KivSession_Destruct)

@@ -173,11 +173,13 @@ class Adapting(Case):
         with serving() as proxy:
             socks = proxy.url.replace("http", "socks5")
             for answer, scheme, reason, text in (
-                    (proxy.url, kiv.Scheme.NTLM, kiv.Reason.REACHED, f"proxy authentication unsupported: {proxy.url} wants NTLM"),
+                    (proxy.url, kiv.Scheme.NTLM, kiv.Reason.REACHED,
+                     f"proxy authentication unsupported: {proxy.url} wants NTLM"),
                     (proxy.url, kiv.Scheme.NEGOTIATE, kiv.Reason.REACHED,
                      f"proxy authentication unsupported: {proxy.url} wants NEGOTIATE"),
                     ("NONE", 0, kiv.Reason.SCHEME_UNSUPPORTED, "proxy authentication unsupported: as scripted"),
-                    (socks, 0, kiv.Reason.CONNECTED, f"{socks} speaks socks5, which KivAdapter does not: name it in left_out")):
+                    (socks, 0, kiv.Reason.CONNECTED,
+                     f"{socks} speaks socks5, which KivAdapter does not: name it in left_out")):
                 for url in ("http://host.test/", "https://host.test/"):
                     stand_in.answer("host.test", answer, auth=scheme, reason=reason)
                     with self.subTest(text), self.client(self.session()) as http:
@@ -190,7 +192,8 @@ class Adapting(Case):
             for url in ("http://host.test/", "https://host.test/"):
                 with self.subTest(url), self.client(self.session(on_challenge=Login(PASSWORD))) as http:
                     cause = self.refused(http, url)
-                    self.assertEqual((type(cause), cause.proxy, cause.schemes), (kiv.AuthUnsupported, proxy.url, ("NTLM", "Digest")))
+                    self.assertEqual((type(cause), cause.proxy, cause.schemes),
+                                     (kiv.AuthUnsupported, proxy.url, ("NTLM", "Digest")))
             self.assertEqual({authorization for _, authorization, _ in proxy.seen}, {""})
 
     def test_a_proxy_gets_a_password_once_it_is_known(self) -> None:

@@ -121,8 +121,9 @@ class Resolving(Case):
         session.close()
         for one in (decision, kept):
             one.check()
-            self.assertEqual((one.kind, one.scheme, one.host, one.port, one.url, str(one), one.reason, one.auth_scheme, one.age),
-                             (kiv.Kind.PROXY, "http", "10.0.0.1", 3128, PROXY, PROXY, kiv.Reason.REACHED, kiv.Scheme.BASIC, 1.5))
+            self.assertEqual((one.kind, one.scheme, one.host, one.port, one.url, str(one)),
+                             (kiv.Kind.PROXY, "http", "10.0.0.1", 3128, PROXY, PROXY))
+            self.assertEqual((one.reason, one.auth_scheme, one.age), (kiv.Reason.REACHED, kiv.Scheme.BASIC, 1.5))
 
     def test_direct_and_none_are_decisions(self) -> None:
         stand_in.answer("direct.test", "DIRECT")
@@ -130,7 +131,8 @@ class Resolving(Case):
         session = self.session()
         direct, none = (session.resolve(f"http://{name}.test/") for name in ("direct", "none"))
         direct.check()
-        self.assertEqual((str(direct), direct.url, direct.port, str(none), none.explanation), ("DIRECT", "", 0, "NONE", "as scripted"))
+        self.assertEqual((str(direct), direct.url, direct.port), ("DIRECT", "", 0))
+        self.assertEqual((str(none), none.explanation), ("NONE", "as scripted"))
         with self.assertRaisesRegex(kiv.NoRoute, "there is no route: as scripted") as failed:
             none.check()
         self.assertEqual(failed.exception.reason, kiv.Reason.NOTHING_WORKS)
@@ -169,8 +171,8 @@ class Resolving(Case):
         session = self.session(kiv.Options(
             test=kiv.Test.CONNECT, timeout=1, discovery_timeout=2, connect_timeout=3, answer_timeout=4, kept_time=0,
             past_time=6, failure_time=7.5, dead_time=8, origins=10, candidates=3, direct=kiv.Direct.LAST_RESORT,
-            logged_on_user=kiv.LoggedOnUser.PROXIES, schemes=kiv.Scheme.BASIC | kiv.Scheme.NTLM, log_level=kiv.LogLevel.DEBUG,
-            left_out="socks5://*", bypass_list="*.inside.test", preferred=kiv.Proxy("one.test:8080", USER, "pä\U0001F600"),
+            logged_on_user=kiv.LoggedOnUser.PROXIES, schemes=kiv.Scheme.BASIC | kiv.Scheme.NTLM,
+            log_level=kiv.LogLevel.DEBUG, left_out="socks5://*", bypass_list="*.inside.test", preferred=kiv.Proxy("one.test:8080", USER, "pä\U0001F600"),
             fallback=kiv.Proxy("two.test")))
         numbers = [stand_in.number(session, option) for option in range(1, 16)]
         self.assertEqual(numbers, [1, 1000, 2000, 3000, 4000, 0, 6000, 7500, 8000, 10, 3, 1, 2, 3, 4])
@@ -265,7 +267,7 @@ class Resolving(Case):
         stand_in.answer("two.test", "DIRECT")
         sessions = {"one": self.session(), "two": self.session()}
         with concurrent.futures.ThreadPoolExecutor(16) as pool:
-            got = list(pool.map(lambda name: (name, str(sessions[name].resolve(f"http://{name}.test/"))), ["one", "two"] * 200))
+            got = pool.map(lambda name: (name, str(sessions[name].resolve(f"http://{name}.test/"))), ["one", "two"] * 200)
         self.assertEqual(set(got), {("one", PROXY), ("two", "DIRECT")})
 
     def test_reports_and_counters_reach_the_library(self) -> None:
@@ -320,13 +322,21 @@ class Resolving(Case):
 
 
 class Challenges(Case):
+    def test_a_new_session_is_ready_to_be_asked(self) -> None:
+        stand_in.answer("host.test", PROXY, password=PASSWORD)
+        with mock.patch.object(kiv.Session, "_read"):
+            session = self.session()
+            session.start("http://host.test/")
+        self.assertEqual(session.counter(kiv.Counter.CHALLENGES), 1)
+
     def test_a_challenge_is_answered(self) -> None:
         stand_in.answer("host.test", PROXY, auth=kiv.Scheme.BASIC, password=PASSWORD)
         seen: list[tuple[str, kiv.Scheme, str, int, bool, str]] = []
         login = Login("wrong", PASSWORD)
 
         def ask(challenge: kiv.Challenge) -> None:
-            seen.append((challenge.proxy, challenge.scheme, challenge.realm, challenge.attempt, challenge.withdrawn, repr(challenge)))
+            seen.append((challenge.proxy, challenge.scheme, challenge.realm, challenge.attempt, challenge.withdrawn,
+                         repr(challenge)))
             login(challenge)
 
         decision = self.session(on_challenge=ask).resolve("http://host.test/")
@@ -434,7 +444,8 @@ class Authentication(Case):
         session = self.session()
         decision = session.resolve("http://host.test/")
         for offered, kind, text in (
-                (["NTLM", "Negotiate"], kiv.AuthUnsupported, f"proxy authentication unsupported: {PROXY} wants NTLM, Negotiate"),
+                (["NTLM", "Negotiate"], kiv.AuthUnsupported,
+                 f"proxy authentication unsupported: {PROXY} wants NTLM, Negotiate"),
                 (["NTLM", "Basic"], kiv.CredentialsWanted, f"no proxy credentials: {PROXY} wants NTLM, Basic")):
             with self.subTest(offered), self.assertRaises(kiv.AuthError) as failed:
                 session.authenticate(decision).next(offered)
@@ -472,7 +483,8 @@ import kiv
 from tests.support import stand_in
 stand_in.answer("asks.test", "http://10.0.0.1:1", password="secret")
 open = threading.Event()
-session = kiv.Session("test/1", library=stand_in.path, on_challenge=lambda challenge: (open.set(), threading.Event().wait()))
+ask = lambda challenge: (open.set(), threading.Event().wait())
+session = kiv.Session("test/1", library=stand_in.path, on_challenge=ask)
 future = session.start("http://never.test/")
 future.add_done_callback(lambda ended: print(type(ended.exception()).__name__, flush=True))
 threading.Thread(target=session.resolve, args=("http://never.test/",), daemon=True).start()
