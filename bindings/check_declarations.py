@@ -41,6 +41,9 @@ BINDINGS = {
                     re.compile(r"^    fn (?P<name>Kiv\w+)\((?P<parameters>[^)]*)\)", re.M),
                     frozenset({"KIV_EVENT_CLOSED", "KIV_KIND_NONE", "KIV_LOG_LEVEL_OFF", "KIV_STATUS_REENTRANT",
                                "KIV_STATUS_TOO_LATE", "KIV_STATUS_TOO_MANY"})),
+    "python": Binding("bindings/python/kiv/declarations.py",
+                      re.compile(r"= (?P<value>0x[0-9A-Fa-f]+|\d+)  # (?P<name>KIV_\w+)$", re.M),
+                      re.compile(r'"(?P<name>Kiv\w+)": \(\w+, \[(?P<parameters>[^\]]*)\]\)')),
 }
 
 
