@@ -52,6 +52,7 @@ class Cargo:
         self._work = work
         self._environment = {**os.environ, "PATH": f"{COMPILER}:{os.environ['PATH']}", "CARGO_HOME": str(work / "home"),
                              "CARGO_TARGET_DIR": str(work / "target"), "CARGO_NET_OFFLINE": "true", "CARGO_INCREMENTAL": "0",
+                             "CARGO_PROFILE_DEV_DEBUG": "0",
                              "CARGO_TARGET_X86_64_PC_WINDOWS_GNU_LINKER": LINKER, "RUSTFLAGS": "-D warnings",
                              "RUSTDOCFLAGS": "-D warnings"}
 

@@ -197,14 +197,15 @@ def _causes(error: BaseException) -> Iterator[BaseException]:
 
 def _challenges(decision: Decision, target: SplitResult) -> list[str]:
     """Asks a proxy which authentication it wants for a tunnel: http.client drops the headers of a refused CONNECT."""
-    kind = http.client.HTTPSConnection if decision.scheme == "https" else http.client.HTTPConnection
-    connection = kind(decision.host, decision.port, timeout=PATIENCE)
+    kinds: dict[str, type[http.client.HTTPConnection]] = {"http": http.client.HTTPConnection,
+                                                          "https": http.client.HTTPSConnection}
+    connection = kinds[decision.scheme](decision.host, decision.port, timeout=PATIENCE)
     host = f"[{target.hostname}]" if ":" in str(target.hostname) else target.hostname
     authority = f"{host}:{target.port or 443}"
     try:
         connection.request("CONNECT", authority, headers={"Host": authority})
         with connection.getresponse() as response:
-            return response.headers.get_all("Proxy-Authenticate", [])
+            return list(response.headers.get_all("Proxy-Authenticate", []))
     except (OSError, http.client.HTTPException) as error:
         raise Error(f"{decision.url} does not say which authentication it wants: {error}") from error
     finally:

@@ -30,8 +30,8 @@ def build(name: str, *defines: str) -> str:
     """Compiles a stand-in, once; returns its path."""
     library = Path(_folder.name) / f"{name}.so"
     if not library.exists():
-        subprocess.run([os.environ.get("CC", "gcc"), "-std=gnu11", "-Wall", "-Wextra", "-Wpedantic", "-Werror", "-O1", "-g",
-                        "-fPIC", "-shared", "-pthread", "-fshort-wchar", *defines, "-I", BINDING.parents[1] / "include",
+        subprocess.run([os.environ.get("CC", "gcc"), "-std=gnu11", "-Wall", "-Wextra", "-Wpedantic", "-Werror", "-O1",
+                        "-g", "-fPIC", "-shared", "-pthread", "-fshort-wchar", *defines, "-I", BINDING.parents[1] / "include",
                         BINDING / "tests/stand_in.c", "-o", library], check=True)
     return str(library)
 

@@ -49,7 +49,8 @@ class Pure(unittest.TestCase):
     def test_schemes_are_the_words_that_are_no_parameters(self) -> None:
         for headers, expected in (
                 (['Basic realm="a"', "NTLM", ""], ["Basic", "NTLM"]), (["Negotiate, NTLM"], ["Negotiate", "NTLM"]),
-                (['Basic realm="x, Fake y", Digest qop="auth", nonce=1'], ["Basic", "Digest"]), (["NTLM TlRM=="], ["NTLM"])):
+                (['Basic realm="x, Fake y", Digest qop="auth", nonce=1'], ["Basic", "Digest"]),
+                (["NTLM TlRM=="], ["NTLM"])):
             with self.subTest(headers):
                 self.assertEqual(schemes_of(headers), expected)
 
@@ -70,7 +71,8 @@ class Pure(unittest.TestCase):
             return sizes.get(kind, d.RESULT if kind.endswith("**") else d.HANDLE)
 
         header = (BINDING.parents[1] / "include/kiv/session.h").read_text(encoding="utf-8")
-        declared = re.findall(r"^KIV_API ([^;(]*?)(Kiv\w+)\(([^)]*)\);", re.sub(r"/\*.*?\*/", "", header, flags=re.S), re.M)
+        header = re.sub(r"/\*.*?\*/", "", header, flags=re.S)
+        declared = re.findall(r"^KIV_API ([^;(]*?)(Kiv\w+)\(([^)]*)\);", header, re.M)
         functions = {name: (sizes.get(re.sub(r"\s", "", result), d.HANDLE),
                             [] if parameters == "void" else [size(part.strip()) for part in parameters.split(",")])
                      for result, name, parameters in declared}
@@ -172,7 +174,8 @@ class Resolving(Case):
             test=kiv.Test.CONNECT, timeout=1, discovery_timeout=2, connect_timeout=3, answer_timeout=4, kept_time=0,
             past_time=6, failure_time=7.5, dead_time=8, origins=10, candidates=3, direct=kiv.Direct.LAST_RESORT,
             logged_on_user=kiv.LoggedOnUser.PROXIES, schemes=kiv.Scheme.BASIC | kiv.Scheme.NTLM,
-            log_level=kiv.LogLevel.DEBUG, left_out="socks5://*", bypass_list="*.inside.test", preferred=kiv.Proxy("one.test:8080", USER, "pä\U0001F600"),
+            log_level=kiv.LogLevel.DEBUG, left_out="socks5://*", bypass_list="*.inside.test",
+            preferred=kiv.Proxy("one.test:8080", USER, "pä\U0001F600"),
             fallback=kiv.Proxy("two.test")))
         numbers = [stand_in.number(session, option) for option in range(1, 16)]
         self.assertEqual(numbers, [1, 1000, 2000, 3000, 4000, 0, 6000, 7500, 8000, 10, 3, 1, 2, 3, 4])

@@ -49,7 +49,8 @@ impl Decision {
         self.handle.raw()
     }
 
-    /// The route for any client, or [`Error::NoRoute`].
+    /// The route for any client; otherwise [`Error::NoRoute`], or [`Error::AuthUnsupported`] if all that is missing is a
+    /// scheme of [`Builder::schemes`](crate::Builder::schemes).
     pub fn route(&self) -> Result<Route, Error> {
         let (library, raw) = (self.library, self.raw());
         // SAFETY: the decision lives, and so do its texts.
@@ -62,6 +63,9 @@ impl Decision {
                     host: copied((library.KivDecision_Host)(raw)),
                     port: (library.KivDecision_Port)(raw) as u16,
                 })),
+                _ if self.reason() == Reason::SCHEME_UNSUPPORTED => {
+                    Err(Error::AuthUnsupported { proxy: String::new(), schemes: Vec::new() })
+                }
                 _ => Err(Error::NoRoute { reason: self.reason(), text: text_of(library, self.reason().0) }),
             }
         }

@@ -38,9 +38,9 @@ pub enum Error {
     /// The proxy offers no authentication that can be answered, or nobody has credentials for it. Nothing was sent to
     /// the target.
     AuthUnsupported {
-        /// The proxy's URL.
+        /// The proxy's URL; empty if the session's own test request has met it.
         proxy: String,
-        /// The schemes that the proxy offers.
+        /// The schemes that the proxy offers, if it is named.
         schemes: Vec<String>,
     },
     /// The proxy refused the credentials. Close the connection; a new [`Auth`](crate::Auth) may have others to offer.
@@ -105,6 +105,9 @@ impl fmt::Display for Error {
             Self::BadUrl => write!(f, "the URL is not an absolute one of http, https, ws or wss"),
             Self::BadArgument(text) => write!(f, "bad argument: {text}"),
             Self::NoRoute { text, .. } => write!(f, "there is no route: {text}"),
+            Self::AuthUnsupported { proxy, .. } if proxy.is_empty() => {
+                write!(f, "proxy authentication unsupported: a proxy offers no scheme that can be answered")
+            }
             Self::AuthUnsupported { proxy, schemes } => {
                 write!(f, "proxy authentication unsupported: {proxy} offers {}", schemes.join(", "))
             }

@@ -91,6 +91,10 @@ fn errors_say_what_they_know() {
             "proxy authentication unsupported: http://proxy.test:8080 offers Digest, Bearer",
         ),
         (
+            Error::AuthUnsupported { proxy: String::new(), schemes: Vec::new() },
+            "proxy authentication unsupported: a proxy offers no scheme that can be answered",
+        ),
+        (
             Error::CredentialsRefused { proxy: proxy(), schemes: schemes() },
             "http://proxy.test:8080 refused the credentials (it offers Digest, Bearer)",
         ),
