@@ -17,7 +17,8 @@ from pathlib import Path
 BINDINGS = Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(BINDINGS))
 
-# It is found by the line above, and the harness through it.
+# These are found by the line above, and the harness through them.
+import stubs  # noqa: E402
 from shared import SERVERS, SKIPPED, Counts, readme_program, server_variables  # noqa: E402
 from harness.results import report  # noqa: E402
 from harness.runner import Bench, benches, command_line  # noqa: E402
@@ -48,9 +49,10 @@ class Go:
         self._environment = {**os.environ, "GOCACHE": str(work / "cache"), "GOPATH": str(work / "path"),
                              "GOENV": "off", "GOPROXY": "off", "GOFLAGS": "", "GOTOOLCHAIN": "local", "CGO_ENABLED": "0"}
 
-    def run(self, *arguments: str, system: str = "", folder: Path = MODULE) -> subprocess.CompletedProcess[str]:
+    def run(self, *arguments: str, system: str = "", folder: Path = MODULE,
+            **variables: str) -> subprocess.CompletedProcess[str]:
         target = {"GOOS": system, "GOARCH": "amd64"} if system else {}
-        return subprocess.run(["go", *arguments], cwd=folder, env={**self._environment, **target}, text=True,
+        return subprocess.run(["go", *arguments], cwd=folder, env={**self._environment, **target, **variables}, text=True,
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
 
     def build(self, name: str, *arguments: str, folder: Path = MODULE) -> Path:
@@ -70,7 +72,8 @@ def check_sources(go: Go, counts: GoCounts) -> None:
         vetted = go.run("vet", "./...", system=system)
         counts.check(f"go vet for {system}", vetted.returncode == 0, vetted.stdout)
     counts.declarations("go")
-    tested = go.run("test", "-count=1", "-v", ".")
+    # The race detector is C.
+    tested = go.run("test", "-count=1", "-v", "-race", ".", CGO_ENABLED="1")
     counts.go_tests("native", tested.stdout, tested.returncode)
 
 
@@ -115,6 +118,35 @@ def run_in_wine(bench: Bench, go: Go, work: Path, counts: GoCounts, only: str) -
                      and not list(got.parent.glob("*.part*")), f"{result.exit_code} {text!r}\n{result.stderr}")
 
 
+REFERENCES = [f"{digit * 40} refs/heads/{name}" for digit, name in (("1", "main"), ("2", "next"))]
+
+
+def advertised() -> str:
+    """What a server of Git says of these references."""
+    first, *others = REFERENCES
+    lines = ["# service=git-upload-pack\n", "", f"{first}\0agent=test\n", *(f"{line}\n" for line in others), ""]
+    return "".join(f"{len(line) + 4:04x}{line}" if line else "0000" for line in lines)
+
+
+def run_lsremote(bench: Bench, go: Go, counts: GoCounts) -> None:
+    """The example of a fetch, whose passwords stand on its standard input."""
+    program = go.build("lsremote", "build", folder=MODULE / "examples/lsremote")
+    served = bench.catalogue.lighttpd.root / "repository" / "info"
+    served.mkdir(parents=True, exist_ok=True)
+    (served / "refs").write_text(advertised(), encoding="ascii")
+    ports = bench.catalogue.ports()
+    listed = "".join(line.replace(" ", "\t") + "\n" for line in REFERENCES)
+    login = f"{PROXY_USER}\n{PROXY_PASSWORD}\n"
+    for name, proxy, given, path, expected in (
+            ("no proxy", "", "", "repository", (0, listed)), ("NTLM", "squid_ntlm", login, "repository", (0, listed)),
+            ("a wrong password first", "squid_basic", f"{PROXY_USER}\nwrong\n{login}", "repository", (0, listed)),
+            ("no password", "squid_basic", "", "repository", (128, "")), ("no repository", "", "", "ok", (128, ""))):
+        bench.user.write_settings(Settings(manual=f"127.0.0.1:{ports[proxy]}" if proxy else ""))
+        result = bench.user.run_tool(program, [f"http://localhost:{ports['web']}/{path}"], {}, 90, given)
+        counts.check(f"lsremote, {name}", (result.exit_code, result.stdout) == expected
+                     and result.stderr.count("Password") == given.count("\n") // 2, f"{result}")
+
+
 def main() -> int:
     parser = command_line(__doc__)
     parser.add_argument("--filter", default="", help="run only the tests in Wine whose name this expression matches")
@@ -131,7 +163,9 @@ def main() -> int:
         shutil.rmtree(stage, ignore_errors=True)
         stage.mkdir(parents=True)
         shutil.copy2(options.bin / "kiv-session.dll", stage)
+        stubs.make(stage / "stubs", options.bin / "kiv-session.dll")
         run_in_wine(bench, go, work, counts, options.filter)
+        run_lsremote(bench, go, counts)
     return report(counts.passed, counts.failed)
 
 

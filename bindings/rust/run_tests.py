@@ -19,7 +19,8 @@ from pathlib import Path
 BINDINGS = Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(BINDINGS))
 
-# It is found by the line above, and the harness through it.
+# These are found by the line above, and the harness through them.
+import stubs  # noqa: E402
 from shared import SERVERS, SKIPPED, Counts, readme_program, server_variables  # noqa: E402
 from harness.results import report  # noqa: E402
 from harness.runner import Bench, benches, command_line  # noqa: E402
@@ -30,9 +31,6 @@ CRATE = BINDINGS / "rust"
 COMPILER = Path("/usr/bin")
 TARGET = "x86_64-pc-windows-gnu"
 LINKER = "x86_64-w64-mingw32-gcc-win32"
-VERSION = "unsigned KivSession_Version(void) { return %s; }"
-STUBS = {"old": VERSION % "0x907", "next": VERSION % "0x20000", "bare": VERSION % "0x10000"}
-"""Libraries of an older and of a later version, and one that has nothing but its version."""
 
 
 class RustCounts(Counts):
@@ -93,9 +91,7 @@ def lay_out(binaries: Path, stage: Path) -> None:
     shutil.copy2(binaries / "kiv-session.dll", stage)
     shutil.copy2(binaries / "kiv-session.dll", libraries / "renamed.dll")
     shutil.copy2(binaries / "kiv.dll", libraries / "other.dll")
-    for name, source in STUBS.items():
-        subprocess.run([LINKER, "-shared", "-nostartfiles", "-e0", "-o", libraries / f"{name}.dll", "-xc", "-"], input=source,
-                       text=True, check=True)
+    stubs.make(libraries, binaries / "kiv-session.dll")
 
 
 def build_readme(cargo: Cargo, work: Path) -> Path:
