@@ -511,10 +511,11 @@ KIV_API KivStatus KivAuth_Create(KivSession* session, KivDecision* decision, Kiv
  * @param proxyAuthorization receives the header's value, which lives until the next call or the release; null if
  *                           nothing is to be sent.
  * @return KIV_STATUS_AGAIN or KIV_STATUS_DONE with a header; KIV_STATUS_NOT_YET if credentials are wanted: the
- *         question is open, and a later call continues; KIV_STATUS_REJECTED if the credentials were refused, on which
- *         the connection is to be closed (a new KivAuth may have others to offer); KIV_STATUS_UNSUPPORTED if the
- *         proxy offers nothing that can be answered, or nobody can be asked; a status of the security package,
- *         0x8009xxxx, if it failed; KIV_STATUS_CLOSED, _BAD_ARGUMENT, _OUT_OF_MEMORY; a system error.
+ *         question is open, and a later call continues; KIV_STATUS_REJECTED if the connection is to be closed and
+ *         another KivAuth to be begun on a new one: the credentials were refused, and there may be others, or some
+ *         were answered while the proxy awaits the rest of a handshake; KIV_STATUS_UNSUPPORTED if the proxy offers
+ *         nothing that can be answered, or nobody can be asked; a status of the security package, 0x8009xxxx, if it
+ *         failed; KIV_STATUS_CLOSED, _BAD_ARGUMENT, _OUT_OF_MEMORY; a system error.
  */
 KIV_API KivStatus KivAuth_Next(KivAuth* auth, const wchar_t* proxyAuthenticate, const wchar_t** proxyAuthorization);
 /** Releases an authentication; null is ignored. */

@@ -84,11 +84,13 @@ std::optional<KivStatus> ProxyAuth::judgeSent() {
 }
 
 KivStatus ProxyAuth::choose() {
-  waiting_ = false;
+  const bool waited = std::exchange(waiting_, false);
   std::uint32_t offered = 0;
   for (const HeaderChallenge& challenge : offered_) offered |= challenge.scheme;
   std::uint32_t allowed = session_->schemes() & kServed & ~unusable_;
   const std::optional<impl::Cred> cred = session_->proxyCredentials().usable(proxy_);
+  // On this connection the proxy still waits for the rest of the handshake that was broken off.
+  if (waited && cred && brokenOff_) return KIV_STATUS_REJECTED;
   std::uint32_t wanted = 0;
   while (const std::uint32_t scheme = strongestScheme(offered, allowed)) {
     if (wanted == 0) wanted = scheme;
@@ -133,6 +135,7 @@ std::optional<KivStatus> ProxyAuth::failed(SECURITY_STATUS status) {
   if (status == SEC_E_LOGON_DENIED && cred_) return refused();
   const std::uint32_t scheme = scheme_;
   const bool asUser = !cred_;
+  brokenOff_ = brokenOff_ || handshake_->legs() > 0;
   forgetSent();
   if (status == SEC_E_INSUFFICIENT_MEMORY) return KIV_STATUS_OUT_OF_MEMORY;
   (asUser ? unusableAsUser_ : unusable_) |= scheme;

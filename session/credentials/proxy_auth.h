@@ -75,8 +75,9 @@ class ProxyAuth final : public RefCounted {
   Ref<AuthSession> session_;
   Route proxy_;
   std::uint32_t provenScheme_;
-  bool begun_ = false;    // something was asked or sent before
-  bool waiting_ = false;  // for an answer to a question
+  bool begun_ = false;      // something was asked or sent before
+  bool waiting_ = false;    // for an answer to a question
+  bool brokenOff_ = false;  // a handshake, after its first token
   std::vector<HeaderChallenge> offered_;
 
   // What was sent last.

@@ -321,6 +321,18 @@ TEST_F(ProxyAuthTest, AsksOnceTheLoggedOnUserIsRefused) {
   EXPECT_EQ(windows.identities().back().user, L"user");
 }
 
+TEST_F(ProxyAuthTest, WantsANewConnectionWhenTheAnswerComesInTheMiddleOfAHandshake) {
+  session->policy = KIV_LOGGED_ON_USER_SYSTEM;
+  EXPECT_EQ(next(L"NTLM").status, KIV_STATUS_AGAIN);
+  EXPECT_EQ(next(L"NTLM YWJj"), kNotYet) << "the token cannot be read";
+  EXPECT_EQ(next(nullptr), kNotYet);
+  give(L"user");
+  EXPECT_EQ(next(nullptr), kRejected);
+  EXPECT_THAT(session->refused, IsEmpty());
+  EXPECT_EQ(next(*another(), L"NTLM").status, KIV_STATUS_AGAIN);
+  EXPECT_EQ(windows.identities().back().user, L"user");
+}
+
 TEST_F(ProxyAuthTest, AsksWhenTheLoggedOnUserHasNoCredentials) {
   session->policy = KIV_LOGGED_ON_USER_SYSTEM;
   windows.failAlways("AcquireCredentialsHandleW", static_cast<DWORD>(SEC_E_NO_CREDENTIALS));
