@@ -331,7 +331,8 @@ KIV_API KivStatus KivSession_ReportFailure(KivSession* session, KivDecision* dec
 /** Forgets kept decisions and dead proxies. Credentials stay. */
 KIV_API void KivSession_Forget(KivSession* session);
 /** Forgets answers, refused credentials and declined questions. Decisions that used or wanted credentials are stale.
- * The credentials of KivSession_SetProxy may be tried again. */
+ * The credentials of KivSession_SetProxy may be tried again. KivAuth_Next sends nothing more of an answer that was
+ * forgotten: a handshake that is under way with it ends with KIV_STATUS_REJECTED. */
 KIV_API void KivSession_ForgetCredentials(KivSession* session);
 
 /** Resolutions begun; a refresh is one. */

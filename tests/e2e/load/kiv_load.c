@@ -1,5 +1,5 @@
 /* Resolves one URL again and again on several threads through two proxies, with the shipped kiv.dll, and tells whether
- * handles or memory grow once everything is warm.
+ * handles, threads or memory grow once everything is warm.
  *
  *   kiv_load URL PROXY PROXY THREADS RESOLUTIONS [SECONDS]
  *
@@ -13,15 +13,10 @@
 
 #include <windows.h>
 
-#include <psapi.h>
-
-#include "../../process_handles.h"
 #include "kiv/kiv.h"
+#include "usage.h"
 
 enum { MOST_THREADS = 64, WARM_UP = 20 };
-
-/* Threads of the system come and go; a leak of one handle in each resolution is far beyond this. */
-enum { HANDLE_MARGIN = 32, MEMORY_MARGIN_KIB = 8 * 1024 };
 
 struct work {
   const wchar_t* url;
@@ -94,24 +89,6 @@ static void run_round(struct work work, unsigned resolutions, unsigned threads) 
   for (unsigned i = 0; i < threads; ++i) CloseHandle(handles[i]);
 }
 
-struct usage {
-  DWORD handles;
-  uint64_t private_kib;
-};
-
-static struct usage usage_now(void) {
-  struct usage usage = {(DWORD)count_process_handles(), 0};
-  PROCESS_MEMORY_COUNTERS memory = {.cb = sizeof memory};
-  if (K32GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof memory)) {
-    usage.private_kib = memory.WorkingSetSize / 1024;
-  }
-  return usage;
-}
-
-static void print_usage(const wchar_t* when, struct usage usage) {
-  wprintf(L"%ls: %lu handles, %llu KiB\n", when, (unsigned long)usage.handles, (unsigned long long)usage.private_kib);
-}
-
 int wmain(int count, wchar_t** arguments) {
   if (count < 6) {
     fwprintf(stderr, L"usage: kiv_load URL PROXY PROXY THREADS RESOLUTIONS [SECONDS]\n");
@@ -136,6 +113,5 @@ int wmain(int count, wchar_t** arguments) {
   print_usage(L"end", end);
   wprintf(L"%u resolutions in %llu ms, %ld failed\n", rounds * resolutions * threads,
           (unsigned long long)(GetTickCount64() - start), (long)failures);
-  const int grew = end.handles > warm.handles + HANDLE_MARGIN || end.private_kib > warm.private_kib + MEMORY_MARGIN_KIB;
-  return failures == 0 && !grew ? 0 : 1;
+  return has_not_grown(warm, end) && failures == 0 ? 0 : 1;
 }
