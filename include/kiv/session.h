@@ -21,6 +21,8 @@
  *   callback of the same session; every other function may be called. A callback may throw C++ exceptions, whatever
  *   compiler built it: the library stops them.
  * - The library works as the user that the thread which created the session impersonated, or as the process's user.
+ * - While the process ends (DLL_PROCESS_DETACH), KivSession_Close, KivSession_Destruct and the _Release functions
+ *   return at once, since other threads were ended within the library. No other function may be called.
  * - The first session keeps kiv-session.dll loaded until the process ends.
  */
 #ifndef KIV_SESSION_H

@@ -13,8 +13,8 @@
 #include <windows.h>
 #include <winhttp.h>
 
+#include "../loopback.h"
 #include "../process_handles.h"
-#include "loopback.h"
 #include "results.h"
 
 /* Checks. */

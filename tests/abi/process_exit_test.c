@@ -16,8 +16,8 @@
 
 #include <windows.h>
 
+#include "../loopback.h"
 #include "check.h"
-#include "loopback.h"
 #include "script_settings.h"
 #include "session_owner.h"
 
@@ -231,20 +231,19 @@ static DWORD WINAPI serve(void* parameter) {
   }
 }
 
+/* Gives the exit code, or STILL_ACTIVE if it had to be ended. */
 static DWORD run(char* command) {
   STARTUPINFOA start_up = {.cb = sizeof start_up};
   PROCESS_INFORMATION process;
   DWORD code = 0;
-  if (!CreateProcessA(NULL, command, NULL, NULL, TRUE, 0, NULL, NULL, &start_up, &process)) return 0;
-  if (WaitForSingleObject(process.hProcess, PATIENCE) != WAIT_OBJECT_0) {
-    fprintf(stderr, "it hangs\n");
-    TerminateProcess(process.hProcess, 0);
-    WaitForSingleObject(process.hProcess, INFINITE);
-  }
+  if (!CreateProcessA(NULL, command, NULL, NULL, TRUE, 0, NULL, NULL, &start_up, &process)) return STILL_ACTIVE;
+  const int ended = WaitForSingleObject(process.hProcess, PATIENCE) == WAIT_OBJECT_0;
+  if (!ended) TerminateProcess(process.hProcess, 0);
+  WaitForSingleObject(process.hProcess, INFINITE);
   GetExitCodeProcess(process.hProcess, &code);
   CloseHandle(process.hThread);
   CloseHandle(process.hProcess);
-  return code;
+  return ended ? code : STILL_ACTIVE;
 }
 
 static void run_stage(struct scene* scene, unsigned port, HANDLE given_up, const struct stage* stage,

@@ -8,9 +8,9 @@
 
 #include <windows.h>
 
+#include "../loopback.h"
 #include "check.h"
 #include "kiv/session.h"
-#include "loopback.h"
 #include "module_tables.h"
 #include "session_exports.h"
 

@@ -8,9 +8,9 @@
 
 #include <windows.h>
 
+#include "../loopback.h"
 #include "kiv/kiv.h"
 #include "kiv/session.h"
-#include "loopback.h"
 #include "observer.h"
 #include "script_settings.h"
 

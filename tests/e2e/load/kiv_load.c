@@ -13,6 +13,7 @@
 
 #include <windows.h>
 
+#include "../../plain_callbacks.h"
 #include "kiv/kiv.h"
 #include "usage.h"
 
@@ -37,35 +38,18 @@ static void count_line(void* context, const KivLog* log) {
   (void)log;
   ++((struct host*)context)->lines;
 }
-static int keep(const void* context, KivProxyConfig* candidate) {
-  (void)context, (void)candidate;
-  return 1;
-}
-static KivCred* no_server_cred(const void* context, const wchar_t* url) {
-  (void)context, (void)url;
-  return KivCred_None();
-}
-static KivCred* no_proxy_cred(const void* context, KivProxyConfig* proxy) {
-  (void)context, (void)proxy;
-  return KivCred_None();
-}
 static int test(const void* client, const void* host) {
   return KivHttpClient_Head(client, ((const struct host*)host)->logger);
 }
-static void set_cred(void* client, KivCred* cred) {
-  KivHttpClient_SetServerCred(client, cred);
-  KivCred_Destruct(cred);
-}
-static void set_proxy(void* client, KivProxyConfig* proxy) { KivHttpClient_SetProxy(client, proxy); }
 static KivLogger* logger_of(const void* host) { return ((const struct host*)host)->logger; }
 
 static void resolve_once(const struct work* work, unsigned round) {
   KivProxyConfig* preferred = KivProxyConfig_Parse(work->proxies[round % 2], NULL);
   struct host host = {KivHttpClient_Create(work->url, L"kiv_load", 0), NULL, 0};
   host.logger = KivLogger_Construct(&host, count_line);
-  KivProxyConfig* found =
-      KivProxyResolver_Resolve(work->url, L"kiv_load", NULL, preferred, NULL, &host, keep, &host, no_server_cred, &host,
-                               no_proxy_cred, host.client, test, set_cred, set_proxy, &host, logger_of);
+  KivProxyConfig* found = KivProxyResolver_Resolve(work->url, L"kiv_load", NULL, preferred, NULL, &host, keep_all,
+                                                   &host, no_server_cred, &host, no_proxy_cred, host.client, test,
+                                                   set_client_cred, set_client_proxy, &host, logger_of);
   const int right = KivProxyConfig_IsHttp(found) &&
                     KivProxyConfig_Port(found, 0) == KivProxyConfig_Port(preferred, 0) && host.lines > 0;
   if (!right) InterlockedIncrement(&failures);

@@ -227,7 +227,7 @@ static struct usage settled_usage(void) {
 static int create_session(void) {
   return KivSession_Create(L"session_load", &session) == KIV_STATUS_OK &&
          KivSession_SetNumber(session, KIV_OPTION_LOGGED_ON_USER, KIV_LOGGED_ON_USER_NEVER) == KIV_STATUS_OK &&
-         KivSession_SetNumber(session, KIV_OPTION_ANSWER_TIME_OUT, 1000) == KIV_STATUS_OK &&
+         KivSession_SetNumber(session, KIV_OPTION_ANSWER_TIME_OUT, 5000) == KIV_STATUS_OK &&
          KivSession_SetText(session, KIV_OPTION_BYPASS_LIST, bypass_list) == KIV_STATUS_OK;
 }
 
