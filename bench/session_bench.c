@@ -10,6 +10,8 @@
 
 #include <windows.h>
 
+#include "../tests/loopback.h"
+#include "../tests/plain_callbacks.h"
 #include "kiv/kiv.h"
 #include "kiv/session.h"
 
@@ -168,40 +170,16 @@ static DWORD WINAPI serve(void* parameter) {
 }
 
 static void start_server(wchar_t* url) {
-  WSADATA data;
-  WSAStartup(MAKEWORD(2, 2), &data);
-  const SOCKET listening = socket(AF_INET, SOCK_STREAM, 0);
-  struct sockaddr_in address = {.sin_family = AF_INET, .sin_addr.s_addr = htonl(INADDR_LOOPBACK)};
-  int size = sizeof address;
-  if (bind(listening, (struct sockaddr*)&address, size) != 0 || listen(listening, SOMAXCONN) != 0 ||
-      getsockname(listening, (struct sockaddr*)&address, &size) != 0) {
-    exit(4);
-  }
-  swprintf(url, 64, L"http://127.0.0.1:%u/", ntohs(address.sin_port));
+  unsigned port = 0;
+  const SOCKET listening = listen_on_loopback(&port);
+  swprintf(url, 64, L"http://127.0.0.1:%u/", port);
   CloseHandle(CreateThread(NULL, 0, serve, (void*)(ULONG_PTR)listening, 0, NULL));
 }
 
-static int keep_all(const void* context, KivProxyConfig* candidate) {
-  (void)context, (void)candidate;
-  return 1;
-}
-static KivCred* no_server_cred(const void* context, const wchar_t* url) {
-  (void)context, (void)url;
-  return KivCred_None();
-}
-static KivCred* no_proxy_cred(const void* context, KivProxyConfig* proxy) {
-  (void)context, (void)proxy;
-  return KivCred_None();
-}
 static int head(const void* client, const void* context) {
   (void)context;
   return KivHttpClient_Head(client, NULL);
 }
-static void set_server_cred(void* client, KivCred* cred) {
-  KivHttpClient_SetServerCred(client, cred);
-  KivCred_Destruct(cred);
-}
-static void set_proxy(void* client, KivProxyConfig* proxy) { KivHttpClient_SetProxy(client, proxy); }
 static void drop_line(void* context, const KivLog* log) { (void)context, (void)log; }
 static KivLogger* the_logger(const void* context) {
   static KivLogger* logger;
@@ -217,7 +195,7 @@ static double first_by_kiv(const wchar_t* url) {
   KivProxyConfig* direct = KivProxyConfig_Direct();
   KivProxyConfig* found =
       KivProxyResolver_Resolve(url, L"bench", L"", direct, NULL, &context, keep_all, &context, no_server_cred, &context,
-                               no_proxy_cred, client, head, set_server_cred, set_proxy, &context, the_logger);
+                               no_proxy_cred, client, head, set_client_cred, set_client_proxy, &context, the_logger);
   const double end = now();
   if (!KivProxyConfig_IsDirect(found)) exit(5);
   KivProxyConfig_Destruct(found);

@@ -21,6 +21,8 @@
  *   callback of the same session; every other function may be called. A callback may throw C++ exceptions, whatever
  *   compiler built it: the library stops them.
  * - The library works as the user that the thread which created the session impersonated, or as the process's user.
+ * - While the process ends (DLL_PROCESS_DETACH), KivSession_Close, KivSession_Destruct and the _Release functions
+ *   return at once, since other threads were ended within the library. No other function may be called.
  * - The first session keeps kiv-session.dll loaded until the process ends.
  */
 #ifndef KIV_SESSION_H
@@ -331,7 +333,8 @@ KIV_API KivStatus KivSession_ReportFailure(KivSession* session, KivDecision* dec
 /** Forgets kept decisions and dead proxies. Credentials stay. */
 KIV_API void KivSession_Forget(KivSession* session);
 /** Forgets answers, refused credentials and declined questions. Decisions that used or wanted credentials are stale.
- * The credentials of KivSession_SetProxy may be tried again. */
+ * The credentials of KivSession_SetProxy may be tried again. KivAuth_Next sends nothing more of an answer that was
+ * forgotten: a handshake that is under way with it ends with KIV_STATUS_REJECTED. */
 KIV_API void KivSession_ForgetCredentials(KivSession* session);
 
 /** Resolutions begun; a refresh is one. */

@@ -623,7 +623,7 @@ enum class AuthStep : std::uint32_t {
   Again = KIV_STATUS_AGAIN,            /**< send the header, and call again with the proxy's next answer */
   Done = KIV_STATUS_DONE,              /**< send the header, if there is one; nothing more is to be sent */
   NotYet = KIV_STATUS_NOT_YET,         /**< the question is open; a later call continues */
-  Rejected = KIV_STATUS_REJECTED,      /**< the proxy refused the credentials: close the connection */
+  Rejected = KIV_STATUS_REJECTED,      /**< the credentials were refused, or forgotten: close the connection */
   Unsupported = KIV_STATUS_UNSUPPORTED /**< the proxy offers nothing that can be answered, or nobody can be asked */
 };
 

@@ -3,6 +3,7 @@
 #include "core/session.h"
 #include "credentials/handshake.h"
 #include "credentials/proxy_auth.h"
+#include "loop/process.h"
 #include "routes/decision.h"
 #include "support/border.h"
 #include "support/foreign_exceptions.h"
@@ -14,6 +15,7 @@ using kiv::session::Call;
 using kiv::session::call;
 using kiv::session::clearPassword;
 using kiv::session::makeRef;
+using kiv::session::processEnds;
 using kiv::session::ProxyAuth;
 using kiv::session::ProxyCredentials;
 using kiv::session::Ref;
@@ -93,5 +95,5 @@ KivStatus KivAuth_Next(KivAuth* auth, const wchar_t* proxyAuthenticate, const wc
 }
 
 void KivAuth_Release(KivAuth* auth) {
-  if (auth) toObject(auth)->release();
+  if (auth && !processEnds()) toObject(auth)->release();
 }

@@ -2,10 +2,12 @@
 #include "core/challenge.h"
 #include "core/event.h"
 #include "core/session.h"
+#include "loop/process.h"
 #include "support/border.h"
 
 using kiv::session::ChallengeHandle;
 using kiv::session::Decision;
+using kiv::session::processEnds;
 using kiv::session::Ref;
 using kiv::session::statusOf;
 using kiv::support::toHandle;
@@ -28,7 +30,7 @@ KivChallenge* KivEvent_Challenge(const KivEvent* event) {
 const wchar_t* KivEvent_Text(const KivEvent* event) { return event ? toObject(event)->contents().text.c_str() : L""; }
 
 void KivEvent_Release(KivEvent* event) {
-  if (event) toObject(event)->release();
+  if (event && !processEnds()) toObject(event)->release();
 }
 
 const wchar_t* KivChallenge_Proxy(const KivChallenge* challenge) {
@@ -57,5 +59,5 @@ KivStatus KivChallenge_Decline(KivChallenge* challenge) {
 }
 
 void KivChallenge_Release(KivChallenge* challenge) {
-  if (challenge) ChallengeHandle::adopt(toObject(challenge));
+  if (challenge && !processEnds()) ChallengeHandle::adopt(toObject(challenge));
 }

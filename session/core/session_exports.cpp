@@ -171,7 +171,7 @@ KivStatus KivRequest_Wait(KivRequest* request, uint32_t timeout, KivDecision** d
 }
 
 void KivRequest_Release(KivRequest* request) {
-  if (request) toObject(request)->release();
+  if (request && !kiv::session::processEnds()) toObject(request)->release();
 }
 
 KivStatus KivSession_ReportFailure(KivSession* session, KivDecision* decision, uint32_t reason) {

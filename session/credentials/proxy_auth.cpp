@@ -71,6 +71,11 @@ KivStatus ProxyAuth::beforeAny407() {
 std::optional<KivStatus> ProxyAuth::judgeSent() {
   const HeaderChallenge* const challenge = offer(scheme_);
   if (handshake_ && !complete_ && challenge && !challenge->token.empty()) {
+    // Forgotten meanwhile, or refused on another connection.
+    if (cred_ && !session_->proxyCredentials().isUsable(proxy_, *cred_)) {
+      forgetSent();
+      return KIV_STATUS_REJECTED;
+    }
     std::optional<std::vector<std::uint8_t>> token = fromBase64(challenge->token);
     return token && !token->empty() ? step(*token) : failed(SEC_E_INVALID_TOKEN);
   }

@@ -9,20 +9,22 @@
 namespace kiv::session {
 namespace {
 
-// Credentials whose passwords cannot be compared count as the same: a refused password must not be sent again.
-bool areSame(const impl::Cred& one, const impl::Cred& other) {
+// `unknown` if the passwords cannot be compared: what may not be sent must not be, whichever way that is.
+bool areSame(const impl::Cred& one, const impl::Cred& other, bool unknown) {
   if (one.username() != other.username()) return false;
   const impl::SecureString password = one.password();
   const impl::SecureString otherPassword = other.password();
-  if (!password.c_str() || !otherPassword.c_str()) return true;
+  if (!password.c_str() || !otherPassword.c_str()) return unknown;
   return password.view() == otherPassword.view();
 }
+
+bool mayBeSame(const impl::Cred& one, const impl::Cred& other) { return areSame(one, other, true); }
 
 }  // namespace
 
 bool ProxyCredentials::Record::refuses(const impl::Cred& cred) const {
   return everythingIsRefused ||
-         std::ranges::any_of(refused, [&](const impl::Cred& other) { return areSame(cred, other); });
+         std::ranges::any_of(refused, [&](const impl::Cred& other) { return mayBeSame(cred, other); });
 }
 
 const ProxyCredentials::Record* ProxyCredentials::find(const Route& proxy) const noexcept {
@@ -55,6 +57,11 @@ std::optional<impl::Cred> ProxyCredentials::usable(const Route& proxy) const {
   if (!record) return std::nullopt;
   if (record->answer) return record->answer;
   return record->givenIsRefused ? std::nullopt : record->given;
+}
+
+bool ProxyCredentials::isUsable(const Route& proxy, const impl::Cred& cred) const {
+  const std::optional<impl::Cred> now = usable(proxy);
+  return now && areSame(*now, cred, false);
 }
 
 ProxyCredentials::Question ProxyCredentials::question(const Route& proxy) const noexcept {
@@ -95,8 +102,8 @@ void ProxyCredentials::refused(const Route& proxy, const impl::Cred& cred) noexc
     if (record->refuses(cred)) return true;
     if (record->refused.size() == kMostRefused) return false;
     record->refused.push_back(cred);
-    if (record->answer && areSame(*record->answer, cred)) record->answer.reset();
-    record->givenIsRefused = record->givenIsRefused || (record->given && areSame(*record->given, cred));
+    if (record->answer && mayBeSame(*record->answer, cred)) record->answer.reset();
+    record->givenIsRefused = record->givenIsRefused || (record->given && mayBeSame(*record->given, cred));
     return true;
   });
   if (remembered) return;

@@ -27,6 +27,8 @@ class ProxyCredentials final : public RefCounted {
 
   // What may be sent to the proxy: the user's answer, else what was given, unless it was refused.
   std::optional<impl::Cred> usable(const Route& proxy) const;
+  // Whether these may still be sent to it.
+  bool isUsable(const Route& proxy, const impl::Cred& cred) const;
 
   enum class Question : std::uint8_t { MayBeAsked, Declined, AskedEnough };
   Question question(const Route& proxy) const noexcept;

@@ -5,6 +5,7 @@
 
 #include <windows.h>
 
+#include "../plain_callbacks.h"
 #include "check.h"
 #include "exports.h"
 #include "kiv/kiv.h"
@@ -134,18 +135,6 @@ static void prompts_give_protected_credentials(void) {
   CHECK(KivDialogAuthUi_ProxyAuthUi(NULL, L"", NULL) == NULL);
 }
 
-static int keep_all(const void* context, KivProxyConfig* candidate) {
-  (void)context, (void)candidate;
-  return 1;
-}
-static KivCred* no_server_cred(const void* context, const wchar_t* url) {
-  (void)context, (void)url;
-  return KivCred_None();
-}
-static KivCred* no_proxy_cred(const void* context, KivProxyConfig* proxy) {
-  (void)context, (void)proxy;
-  return KivCred_None();
-}
 static int answer_204(const void* client, const void* log_context) {
   (void)client, (void)log_context;
   return 204;

@@ -8,6 +8,7 @@
 
 #include <windows.h>
 
+#include "../loopback.h"
 #include "check.h"
 #include "kiv/session.h"
 #include "module_tables.h"
@@ -463,14 +464,9 @@ static void a_callback_may_destruct_its_session(void) {
 /* ---- A proxy that accepts and never says anything. */
 
 static SOCKET silent_proxy(wchar_t* text, size_t capacity) {
-  WSADATA data;
-  WSAStartup(MAKEWORD(2, 2), &data);
-  const SOCKET listening = socket(AF_INET, SOCK_STREAM, 0);
-  struct sockaddr_in address = {.sin_family = AF_INET, .sin_addr.s_addr = htonl(INADDR_LOOPBACK)};
-  int size = sizeof address;
-  CHECK(bind(listening, (struct sockaddr*)&address, size) == 0 && listen(listening, SOMAXCONN) == 0);
-  CHECK(getsockname(listening, (struct sockaddr*)&address, &size) == 0);
-  swprintf(text, capacity, L"http://127.0.0.1:%u", ntohs(address.sin_port));
+  unsigned port = 0;
+  const SOCKET listening = listen_on_loopback(&port);
+  swprintf(text, capacity, L"http://127.0.0.1:%u", port);
   return listening;
 }
 

@@ -7,7 +7,7 @@
 #include "check.h"
 #include "kiv/session.h"
 
-enum { THREADS = 8, MILLISECONDS = 4000, ORIGINS = 50 };
+enum { THREADS = 8, MILLISECONDS = 4000, PATIENCE = 60000, CALLS = 1000, ORIGINS = 50 };
 
 static KivSession* session;
 static volatile LONG started;
@@ -34,7 +34,7 @@ static void check_kind(KivDecision* decision, KivStatus status) {
 
 static void resolve(const wchar_t* url) {
   KivDecision* decision = NULL;
-  const KivStatus status = KivSession_Resolve(session, url, 0, &decision);
+  const KivStatus status = KivSession_Resolve(session, url, KIV_NO_TIME_OUT, &decision);
   expect(status == KIV_STATUS_OK || status == KIV_STATUS_CLOSED);
   check_kind(decision, status);
   if (decision) KivSession_ReportFailure(session, decision, KIV_FAILURE_TARGET);
@@ -59,13 +59,13 @@ static void done(uint64_t tag, KivStatus status, KivDecision* decision) {
 
 static void start(const wchar_t* url) {
   KivRequest* request = NULL;
-  const KivStatus status = KivSession_Start(session, url, 0, 7, done, &request);
+  const KivStatus status = KivSession_Start(session, url, KIV_NO_TIME_OUT, 7, done, &request);
   expect((request != NULL) == (status == KIV_STATUS_OK));
   if (status != KIV_STATUS_OK) return;
   InterlockedIncrement(&started);
   KivDecision* decision = NULL;
   if (started % 2) KivRequest_Cancel(request);
-  const KivStatus end = KivRequest_Wait(request, 5000, &decision);
+  const KivStatus end = KivRequest_Wait(request, KIV_NO_TIME_OUT, &decision);
   expect(end == KIV_STATUS_OK || end == KIV_STATUS_CANCELLED || end == KIV_STATUS_CLOSED);
   check_kind(decision, end);
   KivDecision_Release(decision);
@@ -105,6 +105,16 @@ static DWORD WINAPI work(void* parameter) {
   return 0;
 }
 
+/* On a machine with other work, the first discovery alone may take longer than the usual time. */
+static void work_together(void) {
+  const ULONGLONG begun = GetTickCount64();
+  ULONGLONG passed = 0;
+  while (passed < MILLISECONDS || (passed < PATIENCE && (calls <= CALLS || started == 0))) {
+    Sleep(10);
+    passed = GetTickCount64() - begun;
+  }
+}
+
 int main(void) {
   CHECK(KivSession_Create(L"threads", &session) == KIV_STATUS_OK);
   CHECK(KivSession_SetNumber(session, KIV_OPTION_TEST, KIV_TEST_NONE) == KIV_STATUS_OK);
@@ -113,7 +123,7 @@ int main(void) {
   running = 1;
   HANDLE threads[THREADS];
   for (ULONG_PTR i = 0; i < THREADS; ++i) threads[i] = CreateThread(NULL, 0, work, (void*)(i + 1), 0, NULL);
-  Sleep(MILLISECONDS);
+  work_together();
   KivSession_Close(session);
   Sleep(200);
   running = 0;
@@ -122,7 +132,7 @@ int main(void) {
     CloseHandle(threads[i]);
   }
   KivSession_Destruct(session);
-  CHECK(calls > 1000);
+  CHECK(calls > CALLS);
   CHECK(started > 0 && started == ended);
   CHECK(wrong == 0);
   return report_checks();

@@ -4,7 +4,6 @@
 from __future__ import annotations
 
 import contextlib
-import shutil
 import sys
 import time
 import traceback
@@ -17,7 +16,7 @@ from harness.results import report
 from harness.runner import Bench, benches, command_line
 from harness.scenario import WRONG_PASSWORD
 from harness.servers import PROXY_PASSWORD, PROXY_USER
-from harness.session_client import SessionClient, Told
+from harness.session_client import SessionClient, Told, stage_session
 from harness.session_servers import (FullBacklog, Listening, Odd, Socks, Started, basic, late, living_proxy, plain_ok,
                                      portal, say_nothing, status)
 from harness.wine import Settings
@@ -408,6 +407,34 @@ def another_client_is_told_that_its_credentials_are_refused(scene: Scene) -> Non
             equal(client.ask("auth", target)["last"], 200, "after the second question")
 
 
+def another_client_does_not_send_credentials_that_were_forgotten(scene: Scene) -> None:
+    for server in ("squid_ntlm", "squid_basic"):
+        with other_client(scene, server) as (client, target):
+            client.send("answers", PROXY_USER, PROXY_PASSWORD)
+            answered = client.ask("auth", target)
+            equal(answered["last"], 200, f"{server}: {answered}")
+            client.take("challenge")
+            client.ask("forget-credentials")
+            client.send("answers", "-")
+            told = client.ask("auth", target)
+            equal((told["http"], told["steps"][-1]), ([407], kiv.UNSUPPORTED), f"{server}: {told}")
+            equal(client.take("challenge")["attempt"], 1, "attempt")
+            client.ask("forget-credentials")
+            client.send("answers", PROXY_USER, PROXY_PASSWORD)
+            again = client.ask("auth", target)
+            equal((again["http"], kiv.NOT_YET in again["steps"]), (answered["http"], True), f"{server}: {again}")
+
+
+def another_client_ends_a_handshake_whose_credentials_are_forgotten(scene: Scene) -> None:
+    with other_client(scene, "squid_ntlm") as (client, target):
+        client.send("answers", PROXY_USER, PROXY_PASSWORD)
+        told = client.ask("auth", target, "forget")
+        equal((told["http"], told["steps"][-2:]), ([407, 407], [kiv.AGAIN, kiv.REJECTED]), str(told))
+        client.send("answers", PROXY_USER, PROXY_PASSWORD)
+        equal(client.ask("auth", target)["last"], 200, "on a new connection")
+        equal(client.counter(kiv.CHALLENGES), 2, "challenges")
+
+
 # ---- The end
 
 
@@ -458,6 +485,8 @@ SCENARIOS = [
     squid_with_ntlm_is_answered_by_windows,
     another_client_connects_through_squid_with_the_sessions_credentials,
     another_client_is_told_that_its_credentials_are_refused,
+    another_client_does_not_send_credentials_that_were_forgotten,
+    another_client_ends_a_handshake_whose_credentials_are_forgotten,
     closing_ends_all_that_waits,
 ]
 
@@ -481,12 +510,7 @@ def main() -> int:
     options = parser.parse_args()
     scenarios = [scenario for scenario in SCENARIOS if options.filter in scenario.__name__]
     with benches(1, options.bin, options.bridge, options.work) as (bench,):
-        # Away from the bridge: a session opens WinHTTP with the proxy's name, which Wine honours.
-        stage = options.work.resolve() / "session"
-        shutil.rmtree(stage, ignore_errors=True)
-        stage.mkdir()
-        for file in (options.bin / "kiv-session.dll", options.bridge / "session_client.exe"):
-            shutil.copy2(file, stage)
+        stage = stage_session(options.work / "session", options.bin, options.bridge / "session_client.exe").parent
         passed = sum([run(scenario, Scene(bench, stage)) for scenario in scenarios])
     return report(passed, len(scenarios) - passed)
 

@@ -445,9 +445,18 @@ void SimulatedWindows::State::dispatch() {
   }
 }
 
+static SimulatedWindows& aboutToCall(const char* name) {
+  SimulatedWindows& windows = needWindows(name);
+  if (!windows.beforeCall) return windows;
+  const DWORD error = lastError();
+  windows.beforeCall(name);
+  lastError() = error;
+  return windows;
+}
+
 Entry::Entry(const char* name, Noise noise)
     : name_(name),
-      windows_(needWindows(name)),
+      windows_(aboutToCall(name)),
       state_(windows_.state()),
       lock_(state_.mutex),
       index_(state_.calls.size()),

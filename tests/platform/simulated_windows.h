@@ -208,6 +208,8 @@ class SimulatedWindows {
   Modules modules;
   SecurityPackages security;
   bool processEnds = false;  // what RtlDllShutdownInProgress says
+  // If set, runs before each call, on its thread and without a lock of the simulator: it may call the library.
+  std::function<void(const std::string& name)> beforeCall = {};
   // If set, runs at the start of each call, under the simulator's lock: it must not call the library.
   std::function<void(const std::string& name)> onCall = {};
 

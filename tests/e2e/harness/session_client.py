@@ -5,6 +5,7 @@ from __future__ import annotations
 import json
 import os
 import shlex
+import shutil
 import time
 from collections.abc import Callable, Iterator
 from pathlib import Path
@@ -14,7 +15,8 @@ from harness.processes import Processes
 from harness.wine import WineUser
 
 # include/kiv/session.h
-OK, TIMED_OUT, CANCELLED, BAD_URL, NOT_YET, AGAIN, DONE, REJECTED, CLOSED = 0, 1, 2, 4, 10, 11, 12, 13, 9
+OK, TIMED_OUT, CANCELLED, BAD_URL, UNSUPPORTED, CLOSED, NOT_YET = 0, 1, 2, 4, 7, 9, 10
+AGAIN, DONE, REJECTED = 11, 12, 13
 NONE, DIRECT, PROXY = 0, 1, 2
 BYPASSED, REACHED, CONNECTED, NOT_TESTED, MAKESHIFT = 0x101, 0x102, 0x103, 0x104, 0x105
 NO_CANDIDATE, NOTHING_WORKS, CREDENTIALS_WANTED, SCHEME_UNSUPPORTED = 0x111, 0x112, 0x113, 0x114
@@ -29,6 +31,17 @@ PROXY_UNREACHABLE, PROXY_CREDENTIALS, TARGET_FAILED = 1, 2, 3
 RESOLUTIONS, KEPT_ANSWERS, KEPT_ORIGINS, DISCOVERIES, OVERDUE, CHALLENGES, CHANGES = 1, 2, 3, 5, 6, 9, 10
 
 Told = dict[str, Any]
+
+
+def stage_session(folder: Path, binaries: Path, program: Path) -> Path:
+    """Lays kiv-session.dll beside a program and returns its path there. Away from the bridge: a session opens WinHTTP
+    with the proxy's name, which Wine honours."""
+    folder = folder.resolve()
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir()
+    for file in (binaries / "kiv-session.dll", program):
+        shutil.copy2(file, folder)
+    return folder / program.name
 
 
 class SessionClient:

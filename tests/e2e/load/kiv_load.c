@@ -1,5 +1,5 @@
 /* Resolves one URL again and again on several threads through two proxies, with the shipped kiv.dll, and tells whether
- * handles or memory grow once everything is warm.
+ * handles, threads or memory grow once everything is warm.
  *
  *   kiv_load URL PROXY PROXY THREADS RESOLUTIONS [SECONDS]
  *
@@ -13,15 +13,11 @@
 
 #include <windows.h>
 
-#include <psapi.h>
-
-#include "../../process_handles.h"
+#include "../../plain_callbacks.h"
 #include "kiv/kiv.h"
+#include "usage.h"
 
 enum { MOST_THREADS = 64, WARM_UP = 20 };
-
-/* Threads of the system come and go; a leak of one handle in each resolution is far beyond this. */
-enum { HANDLE_MARGIN = 32, MEMORY_MARGIN_KIB = 8 * 1024 };
 
 struct work {
   const wchar_t* url;
@@ -42,35 +38,18 @@ static void count_line(void* context, const KivLog* log) {
   (void)log;
   ++((struct host*)context)->lines;
 }
-static int keep(const void* context, KivProxyConfig* candidate) {
-  (void)context, (void)candidate;
-  return 1;
-}
-static KivCred* no_server_cred(const void* context, const wchar_t* url) {
-  (void)context, (void)url;
-  return KivCred_None();
-}
-static KivCred* no_proxy_cred(const void* context, KivProxyConfig* proxy) {
-  (void)context, (void)proxy;
-  return KivCred_None();
-}
 static int test(const void* client, const void* host) {
   return KivHttpClient_Head(client, ((const struct host*)host)->logger);
 }
-static void set_cred(void* client, KivCred* cred) {
-  KivHttpClient_SetServerCred(client, cred);
-  KivCred_Destruct(cred);
-}
-static void set_proxy(void* client, KivProxyConfig* proxy) { KivHttpClient_SetProxy(client, proxy); }
 static KivLogger* logger_of(const void* host) { return ((const struct host*)host)->logger; }
 
 static void resolve_once(const struct work* work, unsigned round) {
   KivProxyConfig* preferred = KivProxyConfig_Parse(work->proxies[round % 2], NULL);
   struct host host = {KivHttpClient_Create(work->url, L"kiv_load", 0), NULL, 0};
   host.logger = KivLogger_Construct(&host, count_line);
-  KivProxyConfig* found =
-      KivProxyResolver_Resolve(work->url, L"kiv_load", NULL, preferred, NULL, &host, keep, &host, no_server_cred, &host,
-                               no_proxy_cred, host.client, test, set_cred, set_proxy, &host, logger_of);
+  KivProxyConfig* found = KivProxyResolver_Resolve(work->url, L"kiv_load", NULL, preferred, NULL, &host, keep_all,
+                                                   &host, no_server_cred, &host, no_proxy_cred, host.client, test,
+                                                   set_client_cred, set_client_proxy, &host, logger_of);
   const int right = KivProxyConfig_IsHttp(found) &&
                     KivProxyConfig_Port(found, 0) == KivProxyConfig_Port(preferred, 0) && host.lines > 0;
   if (!right) InterlockedIncrement(&failures);
@@ -92,24 +71,6 @@ static void run_round(struct work work, unsigned resolutions, unsigned threads) 
   for (unsigned i = 0; i < threads; ++i) handles[i] = CreateThread(NULL, 0, run_thread, &work, 0, NULL);
   WaitForMultipleObjects(threads, handles, TRUE, INFINITE);
   for (unsigned i = 0; i < threads; ++i) CloseHandle(handles[i]);
-}
-
-struct usage {
-  DWORD handles;
-  uint64_t private_kib;
-};
-
-static struct usage usage_now(void) {
-  struct usage usage = {(DWORD)count_process_handles(), 0};
-  PROCESS_MEMORY_COUNTERS memory = {.cb = sizeof memory};
-  if (K32GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof memory)) {
-    usage.private_kib = memory.WorkingSetSize / 1024;
-  }
-  return usage;
-}
-
-static void print_usage(const wchar_t* when, struct usage usage) {
-  wprintf(L"%ls: %lu handles, %llu KiB\n", when, (unsigned long)usage.handles, (unsigned long long)usage.private_kib);
 }
 
 int wmain(int count, wchar_t** arguments) {
@@ -136,6 +97,5 @@ int wmain(int count, wchar_t** arguments) {
   print_usage(L"end", end);
   wprintf(L"%u resolutions in %llu ms, %ld failed\n", rounds * resolutions * threads,
           (unsigned long long)(GetTickCount64() - start), (long)failures);
-  const int grew = end.handles > warm.handles + HANDLE_MARGIN || end.private_kib > warm.private_kib + MEMORY_MARGIN_KIB;
-  return failures == 0 && !grew ? 0 : 1;
+  return has_not_grown(warm, end) && failures == 0 ? 0 : 1;
 }

@@ -260,7 +260,8 @@ class Client {
     tellStatus("settings", static_cast<KivStatus>(opened));
   }
 
-  // auth HOST:PORT: what a client does that speaks neither NTLM nor Negotiate, with a CONNECT of its own.
+  // auth HOST:PORT [forget]: what a client does that speaks neither NTLM nor Negotiate, with a CONNECT of its own. It
+  // can forget the credentials while it shakes hands with the proxy.
   void authenticate(const Words& words);
 
   void close(const Words&) {
@@ -481,6 +482,7 @@ void Client::authenticate(const Words& words) {
       answers += (answers.empty() ? "" : ", ") + std::to_string(response.status);
       last = response.status;
       if (last != 407) break;
+      if (next == KIV_STATUS_AGAIN && words.size() > 2) KivSession_ForgetCredentials(session_);
       challenges = response.challenges;
     }
   }

@@ -226,6 +226,36 @@ TEST_F(ProxyAuthTest, TakesAFreshChallengeAfterTheLastLegForARefusal) {
   EXPECT_EQ(next(L"NTLM"), kNotYet);
 }
 
+TEST_F(ProxyAuthTest, SendsNothingMoreOfCredentialsThatAreNotUsableAnyMore) {
+  const auto forgetAll = [](FakeSession& session) { session.credentials->forget(); };
+  const auto refuse = [](FakeSession& session) {
+    session.credentials->refused(kProxy, *impl::Cred::create(L"user", kPassword));
+  };
+  const auto replace = [](FakeSession& session) {
+    session.credentials->forget();
+    session.credentials->answered(kProxy, *impl::Cred::create(L"user", L"another"));
+  };
+  for (void (*const end)(FakeSession&) : {+forgetAll, +refuse, +replace}) {
+    session->credentials->forget();
+    give(L"user");
+    const Ref<ProxyAuth> one = another();
+    EXPECT_EQ(next(*one, L"NTLM").status, KIV_STATUS_AGAIN);
+    const std::size_t handshakes = windows.count("InitializeSecurityContextW");
+    end(*session);
+    EXPECT_EQ(next(*one, challenge(L"NTLM").c_str()), kRejected);
+    EXPECT_EQ(windows.count("InitializeSecurityContextW"), handshakes);
+  }
+  EXPECT_THAT(session->refused, IsEmpty());
+  EXPECT_EQ(next(L"NTLM").status, KIV_STATUS_AGAIN) << "a new connection has the new ones to offer";
+}
+
+TEST_F(ProxyAuthTest, GoesOnWithTheApplicationsOwnCredentialsWhenAnswersAreForgotten) {
+  session->credentials->give(kProxy, *impl::Cred::create(L"user", kPassword));
+  EXPECT_EQ(next(L"NTLM").status, KIV_STATUS_AGAIN);
+  session->credentials->forget();
+  EXPECT_EQ(next(challenge(L"NTLM").c_str()).status, KIV_STATUS_DONE);
+}
+
 TEST_F(ProxyAuthTest, TakesAFreshChallengeAfterTheSecondLegOfNegotiateForARefusal) {
   windows.security.legs = {{SEC_I_CONTINUE_NEEDED, "one"}, {SEC_I_CONTINUE_NEEDED, "two"}};
   give(L"user");

@@ -62,6 +62,20 @@ TEST_F(SessionCredentialsTest, AsksNobodyIfNobodyListens) {
   EXPECT_EQ(lookup(session, L"http://a.test/").status, KIV_STATUS_NOT_YET);
 }
 
+TEST_F(SessionCredentialsTest, LosesHandlesThatAreReleasedWhileTheProcessEnds) {
+  next(session);
+  const Started started = start(session, L"http://a.test/", KIV_NO_TIME_OUT);
+  Told told = next(session, 60'000);
+  const UniqueChallenge challenge = told.challenge();
+  windows.change([this] { windows.processEnds = true; });
+  KivChallenge_Release(challenge.get());
+  KivEvent_Release(told.event.get());
+  KivRequest_Release(started.request.get());
+  windows.change([this] { windows.processEnds = false; });
+  EXPECT_EQ(answer(challenge, L"right"), KIV_STATUS_OK) << "it was not declined";
+  EXPECT_EQ(started.wait().route(), L"http://proxy:1");
+}
+
 TEST_F(SessionCredentialsTest, TriesTheGivenCredentialsFirst) {
   EXPECT_EQ(KivSession_SetProxy(session.get(), KIV_PROXY_PREFERRED, L"proxy:1", L"ann", L"right"), KIV_STATUS_OK);
   EXPECT_EQ(resolve(session, L"http://a.test/").route(), L"http://proxy:1");

@@ -1,5 +1,9 @@
 // Whole sessions in which something fails: every system call once, and every allocation.
+#include <gmock/gmock.h>
+
 #include <algorithm>
+#include <set>
+#include <string>
 #include <utility>
 
 #include "credentials/base64.h"
@@ -240,6 +244,11 @@ class SessionSweep : public ::testing::TestWithParam<Scenario> {
  protected:
   // Gives what was decided.
   static std::wstring run(SimulatedWindows& windows) {
+    KivSession* living = nullptr;
+    return runShowing(living, windows);
+  }
+  // `living` is the session as long as it is not destructed.
+  static std::wstring runShowing(KivSession*& living, SimulatedWindows& windows) {
     std::wstring decided;
     windows.user.proxy = std::nullopt;
     windows.http.closingWaits = true;  // the harder way: a request that is closed says so late
@@ -251,10 +260,12 @@ class SessionSweep : public ::testing::TestWithParam<Scenario> {
     EXPECT_EQ(session != nullptr, status == KIV_STATUS_OK);
     EXPECT_TRUE(isDocumented(status)) << status;
     if (!session) return decided;
+    living = session.get();
     const Work work{windows, time, session, decided};
     GetParam().act(work);
     const std::wstring result = decided;
     if (lookup(session, L"http://a.test/").status != KIV_STATUS_CLOSED) expectItStillWorks(work);
+    living = nullptr;
     session.reset();
     time.settle();
     return result;
@@ -276,6 +287,28 @@ TEST_P(SessionSweep, EndsEveryCallInTimeWhicheverAllocationFails) {
         armed([&] { run(windows); });
       },
       MemoryWatch::Threads::All);
+}
+
+// Wherever the other threads were when they were ended, and whatever locks they had: a library that gives the session
+// up while the process ends neither waits nor changes anything.
+TEST_P(SessionSweep, IsGivenUpAtOnceWhicheverSystemCallTheProcessEndsIn) {
+  SimulatedWindows windows;
+  KivSession* living = nullptr;
+  std::size_t ends = 0;
+  std::set<std::string> called;
+  windows.beforeCall = [&](const std::string& name) {
+    if (windows.processEnds) called.insert(name);
+    if (windows.processEnds || !living) return;
+    windows.processEnds = true;
+    KivSession_Close(living);
+    KivSession_Destruct(living);
+    windows.processEnds = false;
+    ++ends;
+  };
+  EXPECT_EQ(runShowing(living, windows), GetParam().decides);
+  EXPECT_GT(ends, 100U);
+  EXPECT_THAT(called, testing::UnorderedElementsAre("GetModuleHandleW", "GetProcAddress", "RtlDllShutdownInProgress"));
+  expectNoComplaints(windows);
 }
 
 INSTANTIATE_TEST_SUITE_P(Scenarios, SessionSweep, ::testing::ValuesIn(kScenarios),
