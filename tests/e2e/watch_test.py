@@ -168,8 +168,9 @@ def it_ends_when_nobody_reads_it_any_more(scene: Scene) -> None:
     scene.prepare(Settings())
     errors = scene.bench.folder / "watch.stderr"
     with open(errors, "wb") as error:
-        process = subprocess.Popen(["wine", str(scene.tool), "watch", *scene.command("--every 1")], stdout=subprocess.PIPE,
-                                   stderr=error, env=scene.bench.user.environment(), start_new_session=True)
+        process = subprocess.Popen(["wine", str(scene.tool), "watch", *scene.command("--every 1")],
+                                   stdout=subprocess.PIPE, stderr=error, env=scene.bench.user.environment(),
+                                   start_new_session=True)
     try:
         assert process.stdout and b"start" in process.stdout.readline()
         process.stdout.close()
