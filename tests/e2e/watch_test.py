@@ -6,6 +6,7 @@ from __future__ import annotations
 import json
 import re
 import shutil
+import subprocess
 import sys
 import threading
 import time
@@ -17,12 +18,12 @@ import jsonschema
 from harness.console import run_on_console
 from harness.results import report
 from harness.runner import Bench, benches, command_line
-from harness.scenario import SCHEMA, Scenario
+from harness.scenario import Scenario, schema_of
 from harness.wine import Settings
 
 URL = "http://localhost:{web}/ok"
 PATIENCE = 30.0
-RECORD_SCHEMA = {"$ref": "#/definitions/watchRecord", "definitions": SCHEMA["definitions"]}
+RECORD_SCHEMA = schema_of("watchRecord")
 
 
 class Watching:
@@ -61,6 +62,8 @@ class Watching:
 
 
 class Scene:
+    """Where a check plays."""
+
     def __init__(self, bench: Bench, tool: Path, parent: Path) -> None:
         self.bench = bench
         self.tool = tool
@@ -92,8 +95,15 @@ def lines_of(written: str) -> list[str]:
     return [re.sub(r"\d{4}-\d\d-\d\dT[\d:.]+Z|\b\d+ (?:s|min|h)\b", "*", line) for line in lines[:-1]]
 
 
+def with_a_dead_proxy(scene: Scene) -> tuple[str, str]:
+    """Sets the proxy that is dead; returns it, and one that works."""
+    scene.prepare(Settings())
+    scene.change("127.0.0.1:{dead}")
+    return scene.fill_in("127.0.0.1:{dead}"), scene.fill_in("127.0.0.1:{tinyproxy}")
+
+
 def each_change_of_settings_is_a_line(scene: Scene) -> None:
-    dead, living = scene_proxies(scene)
+    dead, living = with_a_dead_proxy(scene)
     watching = scene.watch()
     watching.await_resolutions(1)
     scene.change("127.0.0.1:{tinyproxy}")
@@ -109,12 +119,6 @@ def each_change_of_settings_is_a_line(scene: Scene) -> None:
         f"outcome: http://{living} -> NONE; candidates: http://{living} -> http://{dead}"]
 
 
-def scene_proxies(scene: Scene) -> tuple[str, str]:
-    scene.prepare(Settings())
-    scene.change("127.0.0.1:{dead}")
-    return scene.fill_in("127.0.0.1:{dead}"), scene.fill_in("127.0.0.1:{tinyproxy}")
-
-
 def time_alone_is_a_reason_if_it_is_asked_for(scene: Scene) -> None:
     scene.prepare(Settings())
     watching = scene.watch("--every 1 --prefer 127.0.0.1:{tinyproxy}")
@@ -126,7 +130,7 @@ def time_alone_is_a_reason_if_it_is_asked_for(scene: Scene) -> None:
 
 
 def json_lines_are_as_described(scene: Scene) -> None:
-    scene_proxies(scene)
+    with_a_dead_proxy(scene)
     watching = scene.watch("--json")
     watching.await_resolutions(1)
     scene.change("127.0.0.1:{tinyproxy}")
@@ -160,9 +164,26 @@ def without_the_session_it_says_so(scene: Scene) -> None:
     assert resolved.exit_code == 0, "everything else works without it"
 
 
+def it_ends_when_nobody_reads_it_any_more(scene: Scene) -> None:
+    scene.prepare(Settings())
+    errors = scene.bench.folder / "watch.stderr"
+    with open(errors, "wb") as error:
+        process = subprocess.Popen(["wine", str(scene.tool), "watch", *scene.command("--every 1")],
+                                   stdout=subprocess.PIPE, stderr=error, env=scene.bench.user.environment(),
+                                   start_new_session=True)
+    try:
+        assert process.stdout and b"start" in process.stdout.readline()
+        process.stdout.close()
+        assert process.wait(PATIENCE) == 74
+    finally:
+        process.kill()
+        process.wait()
+    assert errors.read_text().strip() == "kiv-resolve: standard output cannot be written", errors.read_text()
+
+
 CHECKS: Sequence[Callable[[Scene], None]] = (
     each_change_of_settings_is_a_line, time_alone_is_a_reason_if_it_is_asked_for, json_lines_are_as_described,
-    ctrl_c_ends_also_while_nobody_answers, without_the_session_it_says_so)
+    ctrl_c_ends_also_while_nobody_answers, it_ends_when_nobody_reads_it_any_more, without_the_session_it_says_so)
 
 
 def main() -> int:

@@ -70,12 +70,17 @@ Wake await(const Interruption& interruption, const ChangeNotifications& changes,
   }
 }
 
+int failWith(const std::wstring& problem, int code) {
+  complain(problem);
+  return code;
+}
+
 int run(const Written& written, const RequestOptions& options) {
   std::optional<OutputFile> trace;
   if (written.trace) trace.emplace(std::wstring(*written.trace));
-  if (trace && !trace->problem().empty()) return complain(trace->problem()), kFileNotWritten;
+  if (trace && !trace->problem().empty()) return failWith(trace->problem(), kFileNotWritten);
   const ChangeNotifications changes;
-  if (!changes.problem().empty()) return complain(changes.problem()), kNoNotifications;
+  if (!changes.problem().empty()) return failWith(changes.problem(), kNoNotifications);
   const Interruption interruption;
   const DWORD patience = written.every ? *secondsIn(*written.every) * 1'000 : INFINITE;
   const Target target = readTarget(*written.url);
@@ -84,11 +89,12 @@ int run(const Written& written, const RequestOptions& options) {
   for (Wake wake = Wake::Elapsed; wake != Wake::Interrupted; wake = await(interruption, changes, patience)) {
     const Resolution resolution = resolve(options, Task::Resolve, target, display, trace ? &*trace : nullptr);
     const Observation observation = watch.observe(resolution, wake == Wake::Notified);
-    print(Stream::Output, written.json ? toWide(observationJson(observation)) : observationLine(observation));
+    const std::wstring line = written.json ? toWide(observationJson(observation)) : observationLine(observation);
+    // Nobody would ever end a watch whose reader is gone.
+    if (!print(Stream::Output, line)) return failWith(L"standard output cannot be written", kFileNotWritten);
   }
   if (!trace || trace->problem().empty()) return kDone;
-  complain(trace->problem());
-  return kFileNotWritten;
+  return failWith(trace->problem(), kFileNotWritten);
 }
 
 }  // namespace
@@ -111,7 +117,7 @@ int watchCommand(ArgumentList arguments) {
       "finds that out. Each resolution sends test requests to the URL.\n"
       "kiv-session.dll, which notices the changes, must lie beside kiv-resolve.exe.\n"
       "Exit codes: 0 ended by Ctrl-C, 2 changes cannot be noticed, 64 wrong usage,\n"
-      "            71 out of resources, 74 a file could not be written.");
+      "            71 out of resources, 74 the output could not be written.");
   if (const auto exit = commandLine.parse(arguments)) return leave(*exit);
   const auto options = readRequestOptions(request);
   if (const auto* const problem = std::get_if<std::string>(&options)) return leave(commandLine.badUsage(*problem));

@@ -131,16 +131,21 @@ std::size_t consoleWidth(Stream stream) {
   return static_cast<std::size_t>(info.dwSize.X);
 }
 
-void print(Stream stream, std::wstring_view text) {
+bool print(Stream stream, std::wstring_view text) {
   const std::lock_guard lock(outputMutex);
-  if (ending) return;
+  if (ending) return false;
   const HANDLE handle = handleOf(stream);
-  if (isConsole(handle)) return writeConsole(handle, text);
+  if (isConsole(handle)) {
+    writeConsole(handle, text);
+    return true;
+  }
   const std::string utf8 = toUtf8(text);
   DWORD written = 0;
   for (std::string_view rest = utf8; !rest.empty(); rest.remove_prefix(written)) {
-    if (!WriteFile(handle, rest.data(), static_cast<DWORD>(rest.size()), &written, nullptr) || written == 0) return;
+    if (!WriteFile(handle, rest.data(), static_cast<DWORD>(rest.size()), &written, nullptr) || written == 0)
+      return false;
   }
+  return true;
 }
 
 Wiped<wchar_t> readInput() {

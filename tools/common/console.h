@@ -37,7 +37,8 @@ class StyledConsole {
 
 // How many characters fit on a line of the stream's console.
 std::size_t consoleWidth(Stream stream);
-void print(Stream stream, std::wstring_view text);
+// False if nobody can read it, as when a pipe's other end is closed.
+bool print(Stream stream, std::wstring_view text);
 
 // Standard input to its end. From a console, to a line that begins with Ctrl-Z; empty after Ctrl-C.
 Wiped<wchar_t> readInput();

@@ -91,7 +91,8 @@ class Scenario:
     def texts(self) -> tuple[str, ...]:
         """All texts in which ports are named."""
         settings = self.settings or Settings()
-        return (self.command, self.outcome, self.script, self.old_script, self.stdin, settings.manual, settings.bypass, settings.script_url)
+        return (self.command, self.outcome, self.script, self.old_script, self.stdin, settings.manual, settings.bypass,
+                settings.script_url)
 
 
 def with_names(text: str, ports: Mapping[str, int]) -> str:
@@ -181,7 +182,8 @@ def wrong_output(scenario: Scenario, result: ToolResult, outcome: str) -> list[s
         return []
     expected = f"{outcome}\n" if outcome else ""
     try:
-        said = outcome_lines(result.stdout, scenario.arguments[0]) if scenario.is_document and outcome else result.stdout
+        document = scenario.is_document and outcome
+        said = outcome_lines(result.stdout, scenario.arguments[0]) if document else result.stdout
     except (json.JSONDecodeError, jsonschema.ValidationError) as error:
         return [f"standard output is no valid document: {error}"]
     return [] if outcome == WHATEVER or said == expected else [f"standard output {said!r}, expected {expected!r}"]
