@@ -13,6 +13,8 @@ using namespace kiv::tool;
 
 constexpr Command kCommands[] = {
     {L"resolve", resolveCommand},
+    {L"sources", sourcesCommand},
+    {L"compare", compareCommand},
     {L"pac", pacCommand},
     {L"watch", watchCommand},
 };

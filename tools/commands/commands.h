@@ -14,6 +14,8 @@ struct Command {
 };
 
 int resolveCommand(ArgumentList arguments);
+int sourcesCommand(ArgumentList arguments);
+int compareCommand(ArgumentList arguments);
 int pacCommand(ArgumentList arguments);
 int watchCommand(ArgumentList arguments);
 

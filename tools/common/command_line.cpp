@@ -21,6 +21,8 @@ CommandLine::~CommandLine() = default;
 
 void CommandLine::declare(std::string_view name, const char* type, Check check, const char* help, Value& value) {
   const bool named = name.starts_with('-');
+  const bool optional = named || name.starts_with('[');
+  if (!named && optional) name = name.substr(1, name.size() - 2);
   (named ? withValue_ : places_).emplace_back(name);
   if (named) list(name, type, help);
   const auto store = [this, &value](const std::string& placeholder) { value = arguments_->valueOf(placeholder); };
@@ -30,7 +32,7 @@ void CommandLine::declare(std::string_view name, const char* type, Check check, 
   app_->add_option_function<std::string>(std::string(name), store, help)
       ->type_name(type)
       ->check(checked)
-      ->required(!named);
+      ->required(!optional);
 }
 
 void CommandLine::declare(const char* name, const char* help, bool& value) {

@@ -25,8 +25,8 @@ using Check = std::string (*)(std::wstring_view);
 std::string anything(std::wstring_view text);
 std::string mustNameAFile(std::wstring_view text);
 
-// An option with a value, or, without dashes in front of its name, a value by its place, which must be given. `Written`
-// has what a command reads.
+// An option with a value, or, without dashes in front of its name, a value by its place, which must be given unless its
+// name is in brackets. `Written` has what a command reads.
 template <class Written>
 struct ValueOption {
   std::string_view name;

@@ -36,10 +36,6 @@ std::optional<std::chrono::milliseconds> readSeconds(std::wstring_view text) {
   return std::chrono::milliseconds(static_cast<long long>(seconds * 1000));
 }
 
-std::string mustBeSeconds(std::wstring_view text) {
-  return readSeconds(text) ? std::string() : "must be seconds, from 0.001 to 1000000";
-}
-
 std::string mustBeMethod(std::wstring_view text) {
   return text == L"head" || text == L"get" ? std::string() : "must be head or get";
 }
@@ -83,6 +79,10 @@ std::string readCredential(const std::string& option, Value written, Value place
 std::string mustBeUrl(std::wstring_view text) { return problemOfUrl(text); }
 
 std::string mustBeUrlOrInput(std::wstring_view text) { return text == kFromInput ? std::string() : mustBeUrl(text); }
+
+std::string mustBeSeconds(std::wstring_view text) {
+  return readSeconds(text) ? std::string() : "must be seconds, from 0.001 to 1000000";
+}
 
 void addRequestOptions(CommandLine& commandLine, WrittenRequest& written) {
   commandLine.add(kValues, written);

@@ -51,6 +51,7 @@ struct RequestOptions {
 std::string mustBeUrl(std::wstring_view text);
 // Also "-", which stands for the URLs in standard input.
 std::string mustBeUrlOrInput(std::wstring_view text);
+std::string mustBeSeconds(std::wstring_view text);
 
 constexpr std::wstring_view kFromInput = L"-";
 

@@ -95,7 +95,11 @@ std::wstring settingsText(const Resolution& resolution) {
   text += L"  PAC script                  " + orNone(user.scriptUrl) + L'\n';
   text += L"  manual proxy list           " + orNone(user.manualList) + L'\n';
   text += L"  bypass list                 " + orNone(user.bypassList) + L'\n';
-  text += L"For " + resolution.url + L'\n';
+  return text + targetText(resolution);
+}
+
+std::wstring targetText(const Resolution& resolution) {
+  std::wstring text = L"For " + resolution.url + L'\n';
   text += L"  discovery                   " + discoveryText(resolution) + L'\n';
   text += L"  bypass                      " + bypassText(resolution) + L'\n';
   for (std::size_t i = 0; i < resolution.candidates.size(); ++i) {

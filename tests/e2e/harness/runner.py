@@ -7,6 +7,7 @@ import contextlib
 import difflib
 import fcntl
 import queue
+import shutil
 import signal
 import socket
 import subprocess
@@ -23,6 +24,7 @@ from harness.servers import Server
 from harness.wine import ToolResult, WineUser, program_text, stage_tool
 
 EXPECTED = Path(__file__).resolve().parent.parent / "expected"
+RECORDED = EXPECTED.parent / "recorded"
 
 
 class Bench:
@@ -46,12 +48,11 @@ class Bench:
         self.user.write_file("old.pac", self.catalogue.fill_in(scenario.old_script))
         if "web" in servers:
             (self.catalogue.lighttpd.root / "script.pac").write_text(script)
-        settings = scenario.settings
-        if settings is not None:
-            fill_in = self.catalogue.fill_in
-            settings = type(settings)(settings.detect, fill_in(settings.script_url), fill_in(settings.manual),
-                                      fill_in(settings.bypass))
+        settings = scenario.settings and scenario.settings.filled(self.catalogue.fill_in)
         self.user.write_settings(settings)
+        self.user.write_registry(scenario.registry, self.catalogue.fill_in)
+        for name in scenario.recorded:
+            shutil.copy(RECORDED / name, self.user.file(name))
         for name in scenario.files:
             self.user.file(name).unlink(missing_ok=True)
         return servers
@@ -60,7 +61,8 @@ class Bench:
         """Runs the tool as a prepared scenario says."""
         fill_in = self.catalogue.fill_in
         arguments = [fill_in(argument) for argument in scenario.arguments]
-        result = self.user.run_tool(self._tool, arguments, scenario.environment, scenario.timeout,
+        environment = {name: fill_in(text) for name, text in scenario.environment.items()}
+        result = self.user.run_tool(self._tool, arguments, environment, scenario.timeout,
                                     fill_in(scenario.stdin))
         written = {name: self.user.file(name) for name in scenario.files}
         return replace(result, files={name: program_text(file) for name, file in written.items() if file.exists()})

@@ -12,7 +12,7 @@ from pathlib import Path
 import jsonschema
 
 from harness.servers import PROXY_PASSWORD, SERVER_PASSWORD, Server
-from harness.wine import Settings, ToolResult
+from harness.wine import RegistryValue, Settings, ToolResult
 
 DIRECT, NONE, USAGE_ERROR, WHATEVER = "DIRECT", "NONE", "", "*"
 
@@ -28,7 +28,7 @@ def schema_of(name: str) -> dict[str, object]:
 TRACE_SCHEMA = schema_of("traceRecord")
 """What every line of a trace is valid against."""
 
-DOCUMENT_SCHEMAS = {"pac": schema_of("pacDocument")}
+DOCUMENT_SCHEMAS = {command: schema_of(f"{command}Document") for command in ("pac", "sources", "compare")}
 """What the JSON document of a command is valid against that has one of its own."""
 
 INSECURE_ALLOWED = {"PROXYRESOLVER_ALLOW_INSECURE_AUTH_SCHEME": "1"}
@@ -69,6 +69,10 @@ class Scenario:
     """What the tool is given on standard input."""
     files: tuple[str, ...] = ()
     """Files below C:/e2e that the tool must write."""
+    recorded: tuple[str, ...] = ()
+    """Files of recorded/ that lie in C:/e2e."""
+    registry: tuple[RegistryValue, ...] = ()
+    """Values of the registry beside the user's settings, for this scenario alone."""
     like: Scenario | None = None
     """Another scenario whose transcript, but for the script, is this one's; see harness/differences.py."""
 
@@ -92,7 +96,7 @@ class Scenario:
         """All texts in which ports are named."""
         settings = self.settings or Settings()
         return (self.command, self.outcome, self.script, self.old_script, self.stdin, settings.manual, settings.bypass,
-                settings.script_url)
+                settings.script_url, *(str(value.data) for value in self.registry), *self.environment.values())
 
 
 def with_names(text: str, ports: Mapping[str, int]) -> str:
@@ -107,8 +111,12 @@ def with_names(text: str, ports: Mapping[str, int]) -> str:
     # How long something took, when it was, and the columns of a table, which are as wide as ports and times are.
     text = re.sub(r"\b\d+ ms\b", "* ms", text)
     text = re.sub(r'("milliseconds": ?)\d+', r"\1*", text)
+    text = re.sub(r'("secondsAhead": )-?\d+', r"\1*", text)
     text = re.sub(r"\b\d{4}-\d\d-\d\dT[\d:.]+Z", "*", text)
     text = re.sub(r"(?m)^(?:No\.  candidate| *\d+  ).*$", lambda match: re.sub(r" {2,}", "  ", match[0]), text)
+    # Who runs the tool, and on what: not the same on two machines.
+    text = re.sub(r"(?m)^(  (?:account|elevated|session|computer|Windows)  +).*$", r"\1*", text)
+    text = re.sub(r'("(?:computer|account|sid|elevated|session|windows)": ).*?(,?)$', r"\1*\2", text, flags=re.M)
     # What would be hard to read: long runs of one character, and characters that cannot be seen.
     text = re.sub(r"(.)\1{79,}", lambda match: f"{match[1]}({len(match[0])} times)", text)
     return re.sub(r"[\x00-\x08\x0b-\x1f\x7f]", lambda match: f"\\x{ord(match[0]):02x}", text)
@@ -138,6 +146,7 @@ def transcript(scenario: Scenario, result: ToolResult, servers: Mapping[str, Ser
     environment = "".join(f"{name}={value} " for name, value in scenario.environment.items())
     sections = [
         _section("settings", described(scenario.settings)),
+        *([_section("registry", "\n".join(value.described for value in scenario.registry))] if scenario.registry else []),
         *script_section(scenario),
         *([_section("old script", scenario.old_script)] if scenario.old_script else []),
         _section("command", f"{environment}kiv-resolve {scenario.command}"),

@@ -9,7 +9,7 @@ import shutil
 import struct
 import subprocess
 import time
-from collections.abc import Mapping, Sequence
+from collections.abc import Callable, Mapping, Sequence
 from dataclasses import dataclass, field
 from pathlib import Path
 
@@ -29,12 +29,63 @@ class Settings:
     manual: str = ""
     bypass: str = ""
 
+    def filled(self, fill_in: Callable[[str], str]) -> Settings:
+        """The same with the ports of servers in place of their names."""
+        return Settings(self.detect, fill_in(self.script_url), fill_in(self.manual), fill_in(self.bypass))
+
     def encoded(self) -> bytes:
         """The registry's form: version, counter, flags, three texts with their lengths, and space that is never used."""
         flags = 1 | (2 if self.manual else 0) | (4 if self.script_url else 0) | (8 if self.detect else 0)
         texts = (text.encode("cp1252") for text in (self.manual, self.bypass, self.script_url))
         return (struct.pack("<III", 0x46, 0, flags)
                 + b"".join(struct.pack("<I", len(text)) + text for text in texts) + bytes(32))
+
+
+@dataclass(frozen=True)
+class MachineProxy:
+    """The proxy that WinHTTP has for the whole machine, as netsh writes it."""
+
+    manual: str
+    bypass: str = ""
+
+    def filled(self, fill_in: Callable[[str], str]) -> MachineProxy:
+        """The same with the ports of servers in place of their names."""
+        return MachineProxy(fill_in(self.manual), fill_in(self.bypass))
+
+    def encoded(self) -> bytes:
+        """The registry's form: version, counter, flags, and two texts with their lengths."""
+        texts = (text.encode("cp1252") for text in (self.manual, self.bypass))
+        return struct.pack("<III", 0x18, 0, 3) + b"".join(struct.pack("<I", len(text)) + text for text in texts)
+
+
+@dataclass(frozen=True)
+class RegistryValue:
+    """A value of the registry that a scenario has beside the user's settings."""
+
+    key: str
+    name: str
+    data: str | int | bytes | Settings | MachineProxy
+    view: int = 64
+
+    @property
+    def described(self) -> str:
+        data = self.data
+        if isinstance(data, bytes):
+            data = data.hex(" ")
+        elif isinstance(data, Settings | MachineProxy):
+            data = ", ".join(f"{name} {text}" for name, text in vars(data).items() if text)
+        return f"{self.key}\\{self.name}{' (32-bit)' if self.view == 32 else ''} = {data}"
+
+    def arguments(self, fill_in: Callable[[str], str]) -> list[str]:
+        """What `reg add` needs."""
+        kind, data = "REG_BINARY", self.data
+        if isinstance(data, Settings | MachineProxy):
+            data = data.filled(fill_in).encoded()
+        if isinstance(data, bytes):
+            data = data.hex()
+        else:
+            kind = "REG_DWORD" if isinstance(data, int) else "REG_SZ"
+        return [self.key, "/v", self.name, "/t", kind, "/d", fill_in(str(data)), "/f", f"/reg:{self.view}"]
 
 
 @dataclass(frozen=True)
@@ -92,6 +143,7 @@ class WineUser:
         self._server: subprocess.Popen[bytes] | None = None
         self._written: Settings | None = None
         self._settings_known = False
+        self._registry: list[RegistryValue] = []
 
     def environment(self, **additions: str) -> dict[str, str]:
         return clean_environment(
@@ -177,6 +229,15 @@ class WineUser:
                       settings.encoded().hex(), "/f")
         self._written = settings
         self._settings_known = True
+
+    def write_registry(self, values: Sequence[RegistryValue], fill_in: Callable[[str], str]) -> None:
+        """Makes these the values that the registry has beside the user's settings; those of the last call go."""
+        while self._registry:
+            value = self._registry.pop()
+            self._must("wine", "reg", "delete", value.key, "/v", value.name, "/f", f"/reg:{value.view}")
+        for value in values:
+            self._must("wine", "reg", "add", *value.arguments(fill_in))
+            self._registry.append(value)
 
     def forget_settings(self) -> None:
         """Somebody else has written the user's settings."""

@@ -1,8 +1,9 @@
 """All scenarios, in the order in which they run."""
 
-from scenarios import answers, bypass, credentials, limits, pac, proxies, redaction, settings, sources, targets, usage
+from scenarios import (answers, bypass, credentials, limits, pac, places, proxies, redaction, settings, sources, targets,
+                       usage)
 
-_MODULES = (usage, answers, settings, sources, bypass, proxies, targets, credentials, limits, redaction, pac)
+_MODULES = (usage, answers, settings, sources, bypass, proxies, targets, credentials, limits, redaction, places, pac)
 
 SCENARIOS = [scenario for module in _MODULES for scenario in module.SCENARIOS]
 

@@ -1,0 +1,11 @@
+// Sources without names, addresses and queries, for strangers.
+#pragma once
+
+#include "common/redaction.h"
+#include "sources/sources.h"
+
+namespace kiv::tool {
+
+Sources redacted(Sources sources, Redaction& redaction);
+
+}  // namespace kiv::tool

@@ -1,0 +1,20 @@
+// Who asks, and where: the account, its rights, the session and the version of Windows.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace kiv::tool {
+
+struct ThisRun {
+  std::wstring computer{};
+  std::wstring account{};  // "DOMAIN\name"
+  std::wstring sid{};
+  std::optional<bool> elevated{};
+  std::optional<unsigned> session{};
+  std::wstring windows{};  // "10.0.19045"
+};
+
+ThisRun readThisRun();
+
+}  // namespace kiv::tool
