@@ -11,20 +11,13 @@ namespace {
 
 using namespace kiv::tool;
 
-constexpr Command kCommands[] = {
-    {L"resolve", resolveCommand},
-    {L"sources", sourcesCommand},
-    {L"compare", compareCommand},
-    {L"pac", pacCommand},
-    {L"watch", watchCommand},
-};
-
-// The first argument may be a command. Anything else is for `resolve`.
+// The first argument may be a command. Anything else is for the first command, `resolve`.
 int run(ArgumentList arguments) {
   const std::wstring_view first = arguments.empty() ? L"" : arguments.front();
-  if (first == L"--completion") return completionCommand(arguments.subspan(1), kCommands);
-  const auto* const command = std::ranges::find(kCommands, first, &Command::name);
-  return command == std::ranges::end(kCommands) ? resolveCommand(arguments) : command->run(arguments.subspan(1));
+  if (first == L"--completion") return completionCommand(arguments.subspan(1));
+  const auto known = commands();
+  const auto command = std::ranges::find(known, first, &Command::name);
+  return command == known.end() ? known.front().run(arguments) : command->run(arguments.subspan(1));
 }
 
 }  // namespace

@@ -10,8 +10,12 @@ namespace kiv::tool {
 
 struct Command {
   std::wstring_view name;
+  std::wstring_view use;  // for --help
   int (*run)(ArgumentList arguments);
 };
+
+// All of them, in the order of --help. The first is the one that is meant without a name.
+std::span<const Command> commands();
 
 int resolveCommand(ArgumentList arguments);
 int sourcesCommand(ArgumentList arguments);
@@ -20,6 +24,6 @@ int pacCommand(ArgumentList arguments);
 int watchCommand(ArgumentList arguments);
 
 // Not a command by name: what --completion does, for all commands.
-int completionCommand(ArgumentList arguments, std::span<const Command> commands);
+int completionCommand(ArgumentList arguments);
 
 }  // namespace kiv::tool

@@ -52,13 +52,13 @@ constexpr const wchar_t* kEnd =
 
 }  // namespace
 
-int completionCommand(ArgumentList arguments, std::span<const Command> commands) {
+int completionCommand(ArgumentList arguments) {
   if (arguments.size() != 1 || std::wstring_view(arguments.front()) != L"powershell") {
     complain(L"--completion must be followed by powershell");
     return kBadUsage;
   }
   print(Stream::Output, kBegin);
-  for (const Command& command : commands) {
+  for (const Command& command : commands()) {
     print(Stream::Output, L"'" + std::wstring(command.name) + L"' = @'\n");
     constexpr std::array<const wchar_t*, 1> kList = {kListOptions.data()};
     command.run(kList);

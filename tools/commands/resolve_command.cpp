@@ -129,6 +129,16 @@ int run(const Written& written, const RequestOptions& options, const std::vector
   return files.check() ? worst : kFileNotWritten;
 }
 
+std::string commandsText() {
+  std::string text = "Commands (kiv-resolve COMMAND --help explains one):\n";
+  for (const Command& command : commands()) {
+    std::string name = toUtf8(command.name);
+    name.resize(10, ' ');
+    text += "  " + name + toUtf8(command.use) + "\n";
+  }
+  return text;
+}
+
 }  // namespace
 
 int resolveCommand(ArgumentList arguments) {
@@ -141,18 +151,19 @@ int resolveCommand(ArgumentList arguments) {
   commandLine.add(kOutputFlags, written);
   commandLine.add(kOutputFiles, written);
   commandLine.version("kiv-resolve " KIV_VERSION);
-  commandLine.footer(
-      "The candidates come from --prefer, the user's proxy settings (automatic detection\n"
-      "with WPAD, PAC script, manual proxy list) and --fallback.\n"
-      "Standard output: the outcome: a proxy, DIRECT or NONE (with -, after the URL).\n"
-      "Standard error: the log and a table of the candidates, without colours if the\n"
-      "environment variable NO_COLOR is not empty.\n"
-      "Passwords on the command line can be read by other programs of this user while\n"
-      "kiv-resolve runs, and are not erased from its memory. --prompt, a user name\n"
-      "without a password and --proxy-cred-from avoid both.\n"
-      "kiv-resolve --completion powershell prints a script that completes command lines.\n"
-      "Exit codes: 0 a route was found, 2 none was found (for at least one URL),\n"
-      "            64 wrong usage, 71 out of resources, 74 a file could not be written.");
+  commandLine.footer(commandsText() +
+                     "\n"
+                     "The candidates come from --prefer, the user's proxy settings (automatic detection\n"
+                     "with WPAD, PAC script, manual proxy list) and --fallback.\n"
+                     "Standard output: the outcome: a proxy, DIRECT or NONE (with -, after the URL).\n"
+                     "Standard error: the log and a table of the candidates, without colours if the\n"
+                     "environment variable NO_COLOR is not empty.\n"
+                     "Passwords on the command line can be read by other programs of this user while\n"
+                     "kiv-resolve runs, and are not erased from its memory. --prompt, a user name\n"
+                     "without a password and --proxy-cred-from avoid both.\n"
+                     "kiv-resolve --completion powershell prints a script that completes command lines.\n"
+                     "Exit codes: 0 a route was found, 2 none was found (for at least one URL),\n"
+                     "            64 wrong usage, 71 out of resources, 74 a file could not be written.");
   if (const auto exit = commandLine.parse(arguments, [&] { return contradictionIn(written); })) return leave(*exit);
   const auto targets = readTargets(*written.url);
   if (const auto* const problem = std::get_if<std::string>(&targets)) return leave(commandLine.badUsage(*problem));

@@ -50,7 +50,7 @@ void CommandLine::version(const char* text) {
   list("--version", "", kHelp);
 }
 
-void CommandLine::footer(const char* text) { app_->footer(text); }
+void CommandLine::footer(const std::string& text) { app_->footer(text); }
 
 std::optional<Exit> CommandLine::parse(ArgumentList arguments) {
   if (arguments.size() == 1 && arguments.front() == kListOptions) return Exit{0, listed_};

@@ -77,7 +77,7 @@ class CommandLine {
   }
   // Declares --version.
   void version(const char* text);
-  void footer(const char* text);
+  void footer(const std::string& text);
 
   // Reads the arguments, which must outlive what was written. `refuse` says what is wrong with what was written
   // together; empty if nothing is. Returns what to do instead of the command, if that is something.
