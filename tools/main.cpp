@@ -18,6 +18,8 @@ struct Command {
 
 constexpr Command kCommands[] = {
     {L"resolve", resolveCommand},
+    {L"env", envCommand},
+    {L"exec", execCommand},
 };
 
 // The first argument may be a command. Anything else is for `resolve`.

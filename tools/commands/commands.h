@@ -6,5 +6,7 @@
 namespace kiv::tool {
 
 int resolveCommand(ArgumentList arguments);
+int envCommand(ArgumentList arguments);
+int execCommand(ArgumentList arguments);
 
 }  // namespace kiv::tool

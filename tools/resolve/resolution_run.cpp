@@ -34,6 +34,7 @@ Resolution ResolutionRun::resolve() {
   discovering_ = true;
   display_.discoveryBegins(resolution_);
   const std::optional<ProxyConfig> found = run();
+  if (found) found_ = *found;
   resolution_.outcome = outcomeOf(found);
   resolution_.duration = sinceBegin();
   assignOrigins();

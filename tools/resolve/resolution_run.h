@@ -19,6 +19,8 @@ class ResolutionRun {
   ResolutionRun(const RequestOptions& options, Task task, const Target& target, Display& display, OutputFile* trace);
 
   Resolution resolve();
+  // What was found, with the proxy credentials that it needs; none before, and if nothing was found.
+  const ProxyConfig& found() const { return found_; }
 
  private:
   // The library's callbacks. Those about one candidate come after a line of the log that has its number.
@@ -47,6 +49,7 @@ class ResolutionRun {
   HttpClient client_;
   std::chrono::steady_clock::time_point began_;
   Resolution resolution_;
+  ProxyConfig found_;
   std::size_t current_ = 0;  // the candidate that is being tested
   bool discovering_ = false;
   Request* underway_ = nullptr;

@@ -1,8 +1,8 @@
 """All scenarios, in the order in which they run."""
 
-from scenarios import answers, bypass, proxies, settings, sources, targets, usage
+from scenarios import answers, bypass, environment, proxies, settings, sources, targets, usage
 
-_MODULES = (usage, answers, settings, sources, bypass, proxies, targets)
+_MODULES = (usage, answers, settings, sources, bypass, proxies, targets, environment)
 
 SCENARIOS = [scenario for module in _MODULES for scenario in module.SCENARIOS]
 
