@@ -1,6 +1,7 @@
 // kiv-resolve exec URL -- PROGRAM: runs a program with the proxy that was found in its environment.
 #include <algorithm>
 #include <exception>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,7 +15,6 @@
 #include "environment/finding.h"
 #include "environment/lines.h"
 #include "environment/program.h"
-#include "resolve/failures.h"
 #include "resolve/html_report.h"
 
 namespace kiv::tool {
@@ -82,11 +82,11 @@ void warnOfPassword(const std::vector<Route>& routes) {
 }
 
 // What the program's environment is to say; nothing if the URL cannot be reached.
-std::vector<Variable> variablesOf(const Written& written, std::vector<Finding>& findings) {
+std::optional<std::vector<Variable>> variablesOf(const Written& written, std::vector<Finding>& findings) {
   for (const Finding& finding : findings) {
     if (!finding.problem.empty()) complain(presentable(finding.problem));
   }
-  if (!findings.front().problem.empty()) return {};
+  if (!findings.front().problem.empty()) return std::nullopt;
   for (const Finding& finding : findings) warn(remarksOn(finding));
   const std::vector<Route> routes = routesOf(findings, written.withPassword);
   std::vector<BypassEntry> exceptions;
@@ -103,7 +103,7 @@ std::vector<Variable> variablesOf(const Written& written, std::vector<Finding>& 
 int start(const CommandText& command, const std::wstring& program, const std::vector<Variable>& variables) {
   const ProgramEnd end = runProgram(command, mergedBlock(viewOf(ownEnvironment()), variables));
   if (end.error == 0) return static_cast<int>(end.exitCode);
-  complain(L"cannot run " + program + L": " + errorText(end.error));
+  complain(L"cannot run " + program + L": " + startProblem(end.error));
   return kCannotRun;
 }
 
@@ -118,7 +118,7 @@ int run(const Written& written, const RequestOptions& options, const Target& tar
     complain(L"cannot run " + presentable(path) + L": " + command.problem);
     return kCannotRun;
   }
-  std::vector<Variable> variables;
+  std::optional<std::vector<Variable>> variables;
   {
     OutputFiles files(written.trace, written.report);
     if (!files.check()) return kOwnFailure;
@@ -128,7 +128,7 @@ int run(const Written& written, const RequestOptions& options, const Target& tar
     if (files.report()) files.report()->write(htmlReport(resolutionsOf(findings)));
     if (!files.check()) return kOwnFailure;
   }
-  return variables.empty() ? kOwnFailure : start(command, presentable(path), variables);
+  return variables ? start(command, presentable(path), *variables) : kOwnFailure;
 }
 
 int execute(ArgumentList arguments) {

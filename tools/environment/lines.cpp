@@ -134,12 +134,15 @@ void writePip(Writer& writer, const Input& input) {
   const Route& route = input.routes.front();
   writer.line(route.proxy ? L"pip config set global.proxy " + writer.quoted(urlText(route))
                           : L"pip config unset global.proxy");
-  writer.remark(L"pip has no setting for exceptions; it reads the variable no_proxy");
+  if (route.proxy) writer.remark(L"pip has no setting for exceptions; it reads the variable no_proxy");
 }
 
 // -g: brackets and braces in the URL mean nothing else.
 void writeCurl(Writer& writer, const Input& input) {
   const wstring_view logOn = curlOptionsFor(input.logOn);
+  if (!logOn.empty() && !logsOnAsUser(input.logOn)) {
+    writer.remark(L"replace USER by the user name; curl asks for the password");
+  }
   for (const Route& route : input.routes) {
     std::wstring line = L"curl.exe -g ";
     line += route.proxy ? L"--proxy " + writer.quoted(urlText(route)) : L"--noproxy \"*\"";

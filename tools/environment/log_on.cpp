@@ -18,15 +18,13 @@ struct Scheme {
 
 constexpr Scheme kSchemes[] = {
     {L"basic", LogOn::Basic, L"-U USER --proxy-basic",
-     L"Basic: most programs, with user name and password (kiv-resolve exec --with-password passes them)"},
+     L"most programs, with user name and password (kiv-resolve exec --with-password passes them)"},
     {L"digest", LogOn::Digest, L"-U USER --proxy-digest",
-     L"Digest: curl.exe -U USER --proxy-digest, which asks for the password; not npm, pip or Go programs"},
+     L"curl.exe -U USER --proxy-digest, which asks for the password; not npm, pip or Go programs"},
     {L"ntlm", LogOn::Ntlm, L"-U : --proxy-ntlm",
-     L"NTLM: curl.exe -U : --proxy-ntlm, and git with an empty user name (http://:@HOST:PORT); not npm, pip or Go "
-     L"programs"},
+     L"curl.exe -U : --proxy-ntlm, and git with an empty user name; not npm, pip or Go programs"},
     {L"negotiate", LogOn::Negotiate, L"-U : --proxy-negotiate",
-     L"Negotiate: curl.exe -U : --proxy-negotiate, and git with an empty user name (http://:@HOST:PORT); not npm, pip "
-     L"or Go programs"},
+     L"curl.exe -U : --proxy-negotiate, and git with an empty user name; not npm, pip or Go programs"},
 };
 
 wchar_t lower(wchar_t c) { return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c - L'A' + L'a') : c; }
@@ -61,12 +59,12 @@ wstring_view curlOptionsFor(LogOn logOn) {
 bool logsOnAsUser(LogOn logOn) { return logOn == LogOn::Ntlm || logOn == LogOn::Negotiate; }
 
 std::vector<std::wstring> logOnRemarks(const std::wstring& proxy, const std::vector<std::wstring>& schemes) {
-  std::vector<std::wstring> remarks = {
-      proxy + L" requires credentials (407)" +
-      (schemes.empty() ? L" and names no scheme for them" : L": " + joined(schemes) + L". These can log on:")};
+  std::vector<std::wstring> remarks = {proxy + L" requires credentials (407), " +
+                                       (schemes.empty() ? L"and names no scheme" : L"by " + joined(schemes))};
   for (const std::wstring& name : schemes) {
     const Scheme* const scheme = schemeNamed(name);
-    remarks.push_back(L"  " + (scheme ? std::wstring(scheme->who) : name + L": none that kiv-resolve knows"));
+    remarks.push_back(L"who can log on by " + name + L": " +
+                      std::wstring(scheme ? scheme->who : L"no program that kiv-resolve knows"));
   }
   return remarks;
 }

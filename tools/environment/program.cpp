@@ -13,6 +13,19 @@ using std::wstring_view;
 using support::CloseKernelHandle;
 using support::Unique;
 
+struct KnownProblem {
+  DWORD error;
+  wstring_view text;
+};
+
+constexpr KnownProblem kProblems[] = {
+    {ERROR_FILE_NOT_FOUND, L"it was not found: ERROR_FILE_NOT_FOUND"},
+    {ERROR_ACCESS_DENIED, L"access is denied: ERROR_ACCESS_DENIED"},
+    {ERROR_BAD_EXE_FORMAT, L"it is not a program for this machine: ERROR_BAD_EXE_FORMAT"},
+    {ERROR_FILENAME_EXCED_RANGE, L"the command line is too long: ERROR_FILENAME_EXCED_RANGE"},
+    {ERROR_ELEVATION_REQUIRED, L"it must be run as administrator: ERROR_ELEVATION_REQUIRED"},
+};
+
 constexpr std::array kExtensions = {L".exe", L".com", L".cmd", L".bat"};
 
 // Calls a function of Windows that fills a buffer: it returns the length, or the size that it needs.
@@ -165,6 +178,12 @@ ProgramEnd runProgram(const CommandText& command, Wiped<wchar_t> environmentBloc
   DWORD exitCode = 0;
   if (!GetExitCodeProcess(process.get(), &exitCode)) return {.error = GetLastError()};
   return {.exitCode = exitCode};
+}
+
+std::wstring startProblem(std::uint32_t error) {
+  const auto* const known = std::ranges::find(kProblems, error, &KnownProblem::error);
+  const std::wstring number = std::to_wstring(error);
+  return known == std::ranges::end(kProblems) ? L"error " + number : std::wstring(known->text) + L" (" + number + L")";
 }
 
 std::wstring pathOfCommandProcessor() {

@@ -41,6 +41,9 @@ struct ProgramEnd {
 // program alone meanwhile.
 ProgramEnd runProgram(const CommandText& command, Wiped<wchar_t> environmentBlock);
 
+// What such an error means, with its name and number.
+std::wstring startProblem(std::uint32_t error);
+
 std::wstring pathOfCommandProcessor();
 
 }  // namespace kiv::tool
