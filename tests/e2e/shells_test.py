@@ -29,6 +29,7 @@ END = "--\n"
 def lines_for(bench: Bench, program: str, shell: str) -> list[str]:
     """The lines for each of the names; empty for one that is refused."""
     result = bench.user.run_tool(program, [shell, *HOSTILE], {}, 60)
+    assert result.exit_code == 0, result
     return result.stdout.split(END)[:-1]
 
 
@@ -54,7 +55,8 @@ def in_batch(lines: list[str], bench: Bench) -> str:
 
 
 def in_cmd(lines: list[str], bench: Bench) -> str:
-    return shown(bench, ["/d", "/q"], for_cmd(lines) + "exit\n")
+    # It begins with its own name.
+    return shown(bench, ["/d", "/q"], f"echo --\n{for_cmd(lines)}exit\n").partition(END)[2]
 
 
 SHELLS = {"bash": in_bash, "batch": in_batch, "cmd": in_cmd}

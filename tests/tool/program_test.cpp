@@ -5,6 +5,9 @@
 #include <gtest/gtest.h>
 #include <shellapi.h>
 
+#include <filesystem>
+#include <fstream>
+
 #include "environment/environment_block.h"
 
 namespace kiv::tool {
@@ -93,9 +96,37 @@ TEST(RunProgram, GivesTheProgramItsEnvironment) {
   EXPECT_EQ(runProgram(command, mergedBlock(inherited, variables)).exitCode, 7u);
 }
 
+// A batch file in the folder of temporary files, which is removed at the end.
+class BatchFile {
+ public:
+  explicit BatchFile(const std::string& text) {
+    path_.resize(MAX_PATH);
+    path_.resize(GetTempPathW(MAX_PATH, path_.data()));
+    path_ += L"kiv (test) " + std::to_wstring(GetCurrentProcessId()) + L".cmd";
+    std::ofstream(std::filesystem::path(path_)) << text;
+  }
+  BatchFile(const BatchFile&) = delete;
+  BatchFile& operator=(const BatchFile&) = delete;
+  ~BatchFile() { DeleteFileW(path_.c_str()); }
+  const std::wstring& path() const { return path_; }
+
+ private:
+  std::wstring path_;
+};
+
+TEST(RunProgram, RunsBatchFilesWithTheirArguments) {
+  const BatchFile file("@if \"%~1\"==\"a b\" if \"%~2\"==\"c=d,e\" if \"%~3\"==\"\" exit 9\r\n");
+  EXPECT_EQ(findProgram(file.path()), file.path());
+  const std::vector<const wchar_t*> arguments = {L"a b", L"c=d,e", L""};
+  const auto command = commandTextOf(file.path(), arguments, pathOfCommandProcessor());
+  EXPECT_EQ(runProgram(command, ownEnvironment()).exitCode, 9u);
+}
+
 TEST(RunProgram, SaysWhyAProgramCannotBeStarted) {
   const ProgramEnd end = runProgram({.application = L"C:\\no-such-program.exe", .line = L"x"}, ownEnvironment());
   EXPECT_EQ(end.error, static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND));
+  EXPECT_THAT(startProblem(end.error), HasSubstr(L"ERROR_FILE_NOT_FOUND (2)"));
+  EXPECT_EQ(startProblem(4711), L"error 4711");
 }
 
 }  // namespace

@@ -100,8 +100,11 @@ std::optional<std::vector<Variable>> variablesOf(const Written& written, std::ve
   return variablesFor(routes, noProxyText(exceptions));
 }
 
-int start(const CommandText& command, const std::wstring& program, const std::vector<Variable>& variables) {
-  const ProgramEnd end = runProgram(command, mergedBlock(viewOf(ownEnvironment()), variables));
+int start(const CommandText& command, const std::wstring& program, std::vector<Variable> variables) {
+  Wiped<wchar_t> block = mergedBlock(viewOf(ownEnvironment()), variables);
+  // They may have a password, and the program may run for days.
+  variables.clear();
+  const ProgramEnd end = runProgram(command, std::move(block));
   if (end.error == 0) return static_cast<int>(end.exitCode);
   complain(L"cannot run " + program + L": " + startProblem(end.error));
   return kCannotRun;
@@ -128,7 +131,7 @@ int run(const Written& written, const RequestOptions& options, const Target& tar
     if (files.report()) files.report()->write(htmlReport(resolutionsOf(findings)));
     if (!files.check()) return kOwnFailure;
   }
-  return variables ? start(command, presentable(path), *variables) : kOwnFailure;
+  return variables ? start(command, presentable(path), std::move(*variables)) : kOwnFailure;
 }
 
 int execute(ArgumentList arguments) {

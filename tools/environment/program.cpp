@@ -13,6 +13,9 @@ using std::wstring_view;
 using support::CloseKernelHandle;
 using support::Unique;
 
+// ERROR_ELEVATION_REQUIRED, which MinGW-w64's headers lack.
+constexpr DWORD kElevationRequired = 740;
+
 struct KnownProblem {
   DWORD error;
   wstring_view text;
@@ -23,7 +26,7 @@ constexpr KnownProblem kProblems[] = {
     {ERROR_ACCESS_DENIED, L"access is denied: ERROR_ACCESS_DENIED"},
     {ERROR_BAD_EXE_FORMAT, L"it is not a program for this machine: ERROR_BAD_EXE_FORMAT"},
     {ERROR_FILENAME_EXCED_RANGE, L"the command line is too long: ERROR_FILENAME_EXCED_RANGE"},
-    {ERROR_ELEVATION_REQUIRED, L"it must be run as administrator: ERROR_ELEVATION_REQUIRED"},
+    {kElevationRequired, L"it must be run as administrator: ERROR_ELEVATION_REQUIRED"},
 };
 
 constexpr std::array kExtensions = {L".exe", L".com", L".cmd", L".bat"};
