@@ -3,6 +3,7 @@
 //
 //   console_parent [--interrupt | --type LINE] PROGRAM [ARGUMENT...]
 //
+// Ends with 7, so that a program that runs it can be told from one that has ended itself.
 // --interrupt sends Ctrl-C as soon as the mode has changed. --type types a line, and Ctrl-Z on a line of its own.
 #include <windows.h>
 
@@ -67,5 +68,5 @@ int wmain(int count, wchar_t** arguments) {
               consoleMode() == before ? "restored" : "different");
   CloseHandle(process.hThread);
   CloseHandle(process.hProcess);
-  return 0;
+  return 7;
 }
