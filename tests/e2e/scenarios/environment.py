@@ -11,7 +11,7 @@ BASIC = Settings(manual="127.0.0.1:{tinyproxy_basic}")
 NTLM = Settings(manual="127.0.0.1:{squid_ntlm}")
 DEAD = Settings(manual="127.0.0.1:{dead}")
 # The variables that the program has, of those that are its business.
-SHOW = 'cmd /c "(set http&set no_&set all_)2>nul&exit 0"'
+SHOW = 'cmd /c "set http&set no_&set all_&exit 0"'
 INHERITED = {"HTTP_PROXY": "http://old:1", "https_proxy": "http://old:2", "ALL_PROXY": "http://old:3", "No_Proxy": "old"}
 
 
