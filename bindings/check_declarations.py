@@ -19,12 +19,13 @@ HEADER = ROOT / "include/kiv/session.h"
 
 @dataclass(frozen=True)
 class Binding:
-    """Where a binding declares things, and how. `constant` has the groups value and name, `function` has name, and arity
-    (a number) or parameters (a list with commas)."""
+    """Where a binding declares things, and how. `constant` has the groups value and name, and word where users of the
+    binding read it: that must be the end of the name. `function` has name, and arity (a number) or parameters (a list with
+    commas); there is none where a compiler reads the header."""
 
     file: str
     constant: re.Pattern[str]
-    function: re.Pattern[str]
+    function: re.Pattern[str] | None = None
     unused: frozenset[str] = frozenset()
     """The constants of the header that the binding has no use for."""
 
@@ -33,6 +34,16 @@ BINDINGS = {
     "go": Binding("bindings/go/declarations.go",
                   re.compile(r"= (?P<value>0x[0-9A-Fa-f]+|\d+)\s+// (?P<name>KIV_\w+)$", re.M),
                   re.compile(r'\{"(?P<name>Kiv\w+)", (?P<arity>\d+)\}')),
+    "node": Binding("bindings/node/lib/declarations.js",
+                    re.compile(r"(?P<word>\w+)(?::| =) (?P<value>0x[0-9a-f]+|\d+)[,;] // (?P<name>KIV_\w+)$", re.M)),
+    "rust": Binding("bindings/rust/src/declarations.rs",
+                    re.compile(r"[=(] ?(?P<value>0x[0-9A-Fa-f]+|\d+)\)?[,;] // (?P<name>KIV_\w+)$", re.M),
+                    re.compile(r"^    fn (?P<name>Kiv\w+)\((?P<parameters>[^)]*)\)", re.M),
+                    frozenset({"KIV_EVENT_CLOSED", "KIV_KIND_NONE", "KIV_LOG_LEVEL_OFF", "KIV_STATUS_REENTRANT",
+                               "KIV_STATUS_TOO_LATE", "KIV_STATUS_TOO_MANY"})),
+    "python": Binding("bindings/python/kiv/declarations.py",
+                      re.compile(r"= (?P<value>0x[0-9A-Fa-f]+|\d+)  # (?P<name>KIV_\w+)$", re.M),
+                      re.compile(r'"(?P<name>Kiv\w+)": \(\w+, \[(?P<parameters>[^\]]*)\]\)')),
 }
 
 
@@ -59,7 +70,7 @@ def in_header(text: str) -> Declared:
 
 def in_binding(binding: Binding, text: str) -> Declared:
     functions = {}
-    for match in binding.function.finditer(text):
+    for match in binding.function.finditer(text) if binding.function else ():
         found = match.groupdict()
         functions[found["name"]] = int(found["arity"]) if "arity" in found else count(found["parameters"])
     return Declared({match["name"]: int(match["value"], 0) for match in binding.constant.finditer(text)}, functions)
@@ -74,13 +85,23 @@ def different(what: str, declared: Mapping[str, int], header: Mapping[str, int])
             yield f"{what} {name} is {value:#x}, in the header {header[name]:#x}"
 
 
+def misnamed(binding: Binding, text: str) -> Iterable[str]:
+    """Words that are not what the header says."""
+    for match in binding.constant.finditer(text):
+        word = match.groupdict().get("word", "").removeprefix("KIV_")
+        if not match["name"].replace("_", "").endswith(word.replace("_", "").upper()):
+            yield f"{match['name']} is called {word}"
+
+
 def complaints(binding: Binding, header: Declared) -> list[str]:
     """What is wrong with a binding."""
-    declared = in_binding(binding, (ROOT / binding.file).read_text(encoding="utf-8"))
-    if not declared.constants or not declared.functions:
+    text = (ROOT / binding.file).read_text(encoding="utf-8")
+    declared = in_binding(binding, text)
+    if not declared.constants or (binding.function and not declared.functions):
         return ["nothing is declared in the form that this program reads"]
     missing = header.constants.keys() - declared.constants.keys() - binding.unused
     return [*different("constant", declared.constants, header.constants),
+            *misnamed(binding, text),
             *different("function", declared.functions, header.functions),
             *(f"constant {name} is missing" for name in sorted(missing))]
 

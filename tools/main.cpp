@@ -11,13 +11,10 @@ namespace {
 
 using namespace kiv::tool;
 
-struct Command {
-  std::wstring_view name;
-  int (*run)(ArgumentList arguments);
-};
-
 constexpr Command kCommands[] = {
     {L"resolve", resolveCommand},
+    {L"pac", pacCommand},
+    {L"watch", watchCommand},
     {L"env", envCommand},
     {L"exec", execCommand},
 };
@@ -25,6 +22,7 @@ constexpr Command kCommands[] = {
 // The first argument may be a command. Anything else is for `resolve`.
 int run(ArgumentList arguments) {
   const std::wstring_view first = arguments.empty() ? L"" : arguments.front();
+  if (first == L"--completion") return completionCommand(arguments.subspan(1), kCommands);
   const auto* const command = std::ranges::find(kCommands, first, &Command::name);
   return command == std::ranges::end(kCommands) ? resolveCommand(arguments) : command->run(arguments.subspan(1));
 }

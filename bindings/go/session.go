@@ -22,6 +22,9 @@ import (
 	"unsafe"
 )
 
+// Version is the version of this module.
+const Version = "1.0.0"
+
 // A Session remembers what it decided for each origin (scheme, host and port), follows changes of the user's settings and
 // of the network, remembers proxies that are dead, and keeps proxy credentials. Create one and keep it. All goroutines may
 // use it at once.

@@ -143,33 +143,22 @@ func TestEveryOptionIsTaken(t *testing.T) {
 }
 
 func TestALibraryThatCannotBeUsedIsOneClearMessage(t *testing.T) {
-	folder := t.TempDir()
+	// bindings/stubs.py has made them.
 	program, _ := os.Executable()
-	image, err := os.ReadFile(filepath.Join(filepath.Dir(program), "kiv-session.dll"))
-	if err != nil {
-		t.Fatal(err)
-	}
-	write := func(name string, data []byte) string {
-		path := filepath.Join(folder, name)
-		if err := os.WriteFile(path, data, 0o600); err != nil {
-			t.Fatal(err)
-		}
-		return path
-	}
-	// The machine is the first field behind the signature, which 0x3C names. This one is ARM's, of 32 bits.
-	foreign := append([]byte(nil), image...)
-	header := int(foreign[0x3C]) | int(foreign[0x3D])<<8
-	foreign[header+4], foreign[header+5] = 0xC4, 0x01
-	for path, expected := range map[string]string{
-		filepath.Join(folder, "missing.dll"):                          "ship the DLL beside your program",
-		write("text.dll", []byte("text")):                             "built for this program's processor",
-		write("foreign.dll", foreign):                                 "built for this program's processor",
-		filepath.Join(os.Getenv("windir"), "system32", "msacm32.dll"): "it has no function KivStatus_Text: take kiv-session.dll 1.0.0",
+	for name, expected := range map[string]string{
+		"missing": "ship the DLL beside your program, or name it with kiv.DLL",
+		"text":    "it is no DLL for amd64: take the kiv-session.dll that is built for this program's processor",
+		"arm64":   "it is no DLL for amd64: take the kiv-session.dll that is built for this program's processor",
+		"x86":     "it is no DLL for amd64: take the kiv-session.dll that is built for this program's processor",
+		"old":     "its version is 0.9.0: take kiv-session.dll 1.0.0 or a later one of the same major version",
+		"later":   "its version is 2.0.0: take kiv-session.dll 1.0.0 or a later one of the same major version",
+		"lacking": "it has no function KivAuth_Next: take kiv-session.dll 1.0.0 or a later one of the same major version",
 	} {
+		path := filepath.Join(filepath.Dir(program), "stubs", name+".dll")
 		_, err := New("kiv-test", DLL(path))
 		var failed *LoadError
-		if !errors.As(err, &failed) || failed.Path != path || !strings.Contains(err.Error(), expected) {
-			t.Errorf("%s: %v", path, err)
+		if !errors.As(err, &failed) || failed.Path != path || !strings.HasSuffix(err.Error(), expected) {
+			t.Errorf("%s: %v", name, err)
 		}
 	}
 }

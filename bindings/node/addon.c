@@ -152,7 +152,7 @@ static napi_value create(napi_env env, const napi_value* given) {
   const KivStatus status = kiv.KivSession_Create(userAgent, &session->handle);
   freeText(userAgent);
   if (status == KIV_STATUS_OK) {
-    node.napi_create_threadsafe_function(env, given[1], NULL, text(env, L"kiv-session"), 0, 1, NULL, NULL, NULL, NULL,
+    node.napi_create_threadsafe_function(env, given[1], NULL, text(env, L"kiv"), 0, 1, NULL, NULL, NULL, NULL,
                                          &session->wake);
     node.napi_unref_threadsafe_function(env, session->wake);
     node.napi_add_env_cleanup_hook(env, endSession, session);
@@ -310,7 +310,7 @@ static napi_value authNext(napi_env env, const napi_value* given) {
   step->challenges = textIn(env, given[1]);
   node.napi_create_reference(env, given[0], 1, &step->owner);
   node.napi_create_promise(env, &step->promise, &promise);
-  node.napi_create_async_work(env, NULL, text(env, L"kiv-session"), takeAuthStep, endAuthStep, step, &step->work);
+  node.napi_create_async_work(env, NULL, text(env, L"kiv"), takeAuthStep, endAuthStep, step, &step->work);
   node.napi_queue_async_work(env, step->work);
   return promise;
 }
@@ -342,36 +342,60 @@ static const struct {
 
 /* What keeps the addon from working; empty if nothing does. */
 static char problem[256];
+#define FAIL(...) snprintf(problem, sizeof problem, __VA_ARGS__)
 
+/* Looks a function up in `module`; `missing` is the first one that is not there. */
 #define FIND_IN(library, name)                                                \
   library.name = (__typeof__(name)*)(ULONG_PTR)GetProcAddress(module, #name); \
-  complete = complete && library.name;
+  if (!library.name && !missing) missing = #name;
 #define FIND_NODE(name) FIND_IN(node, name)
 #define FIND_KIV(name) FIND_IN(kiv, name)
 
-static BOOL CALLBACK findLibraries(INIT_ONCE* once, void* parameter, void** result) {
-  (void)once, (void)parameter, (void)result;
-  HMODULE module = GetModuleHandleW(NULL);
-  BOOL complete = TRUE;
-  NODE_FUNCTIONS(FIND_NODE)
-  if (!complete) {
-    snprintf(problem, sizeof problem, "the running program does not export Node's interface, version %d", NAPI_VERSION);
-    return TRUE;
-  }
+/* From beside this file, whatever folder that is. */
+static HMODULE loadSessionLibrary(void) {
   static wchar_t path[kPathSize];
+  HMODULE module = NULL;
   GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                     (const wchar_t*)(ULONG_PTR)findLibraries, &module);
+                     (const wchar_t*)(ULONG_PTR)loadSessionLibrary, &module);
   GetModuleFileNameW(module, path, kPathSize - 32);
   wcscpy(wcsrchr(path, L'\\') + 1, L"kiv-session.dll");
-  module = LoadLibraryExW(path, NULL, LOAD_WITH_ALTERED_SEARCH_PATH);
+  return LoadLibraryExW(path, NULL, LOAD_WITH_ALTERED_SEARCH_PATH);
+}
+
+static void findSessionLibrary(void) {
+  const HMODULE module = loadSessionLibrary();
+  const DWORD error = GetLastError();
+  const char* missing = NULL;
+  if (!module && error == ERROR_BAD_EXE_FORMAT) {
+    FAIL("kiv-session.dll is no DLL for x64 (error %lu): install kiv-win32-x64 again", error);
+    return;
+  }
   if (!module) {
-    snprintf(problem, sizeof problem, "kiv-session.dll cannot be loaded from beside kiv_session.node (error %lu)",
-             GetLastError());
-    return TRUE;
+    FAIL("no kiv-session.dll can be loaded from beside kiv_session.node (error %lu): install kiv-win32-x64 again",
+         error);
+    return;
   }
   KIV_FUNCTIONS(FIND_KIV)
-  if (!complete || kiv.KivSession_Version() / kOldestVersion != 1) {
-    snprintf(problem, sizeof problem, "the kiv-session.dll beside kiv_session.node is not version 1, from 1.0.0 on");
+  if (missing) {
+    FAIL("kiv-session.dll has no function %s: install the kiv-win32-x64 that belongs to this kiv", missing);
+    return;
+  }
+  const uint32_t version = kiv.KivSession_Version();
+  if (version < kOldestVersion || version >> 16 != kOldestVersion >> 16) {
+    FAIL("kiv-session.dll is version %u.%u.%u: install the kiv-win32-x64 that belongs to this kiv", version >> 16,
+         version >> 8 & 0xFF, version & 0xFF);
+  }
+}
+
+static BOOL CALLBACK findLibraries(INIT_ONCE* once, void* parameter, void** result) {
+  (void)once, (void)parameter, (void)result;
+  const HMODULE module = GetModuleHandleW(NULL);
+  const char* missing = NULL;
+  NODE_FUNCTIONS(FIND_NODE)
+  if (missing) {
+    FAIL("the running program exports no %s, and so not version %d of Node's interface", missing, NAPI_VERSION);
+  } else {
+    findSessionLibrary();
   }
   return TRUE;
 }

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Compiles the addon, and lays out the two packages of the Node.js binding as they are published.
+"""Compiles the addon of the Node.js binding for Windows: WORK/kiv_session.node.
 
-    build.py --dll kiv-session.dll --headers FOLDER --out FOLDER
+    build.py --work FOLDER
 
-The headers are those of the package node-api-headers.
+npm installs the packages that this needs, and those that the tests need, in WORK/npm.
 """
 
 from __future__ import annotations
@@ -16,35 +16,40 @@ from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
 COMPILER = os.environ.get("KIV_MINGW_GCC", "x86_64-w64-mingw32-gcc-win32")
+# Without an automatic base address, which would follow from the path of the file.
 OPTIONS = ["-std=c11", "-O2", "-Wall", "-Wextra", "-Wpedantic", "-Werror", "-DKIV_STATIC", "-D_WIN32_WINNT=0x0601",
-           "-DWIN32_LEAN_AND_MEAN", "-shared", "-static", "-s", "-Wl,--no-insert-timestamp"]
+           "-DWIN32_LEAN_AND_MEAN", "-shared", "-static", "-s", "-Wl,--no-insert-timestamp", "-Wl,--disable-auto-image-base"]
 
 
-def compile_addon(headers: Path, addon: Path) -> None:
+def install(work: Path) -> Path:
+    """Installs the pinned packages of test/ below `work`; returns the folder of packages."""
+    work.mkdir(parents=True, exist_ok=True)
+    pinned = [HERE / "test" / name for name in ("package.json", "package-lock.json", ".npmrc")]
+    texts = "".join(file.read_text(encoding="utf-8") for file in pinned)
+    stamp = work / "installed"
+    if not stamp.exists() or stamp.read_text(encoding="utf-8") != texts:
+        for file in pinned:
+            shutil.copy2(file, work)
+        subprocess.run(["npm", "ci", "--force", "--os=win32", "--cpu=x64", "--ignore-scripts", "--no-audit", "--no-fund",
+                        "--loglevel=error"], cwd=work, check=True)
+        stamp.write_text(texts, encoding="utf-8")
+    return work / "node_modules"
+
+
+def compile_addon(modules: Path, folder: Path) -> Path:
+    """Makes the addon in a folder, with the headers that are among these packages."""
+    headers = modules / "node-api-headers" / "include"
+    addon = folder / "kiv_session.node"
     subprocess.run([COMPILER, *OPTIONS, "-I", HERE.parents[1] / "include", "-I", headers, HERE / "addon.c", "-o", addon],
                    check=True)
-
-
-def lay_out(dll: Path, headers: Path, out: Path) -> None:
-    """Makes out/kiv-session and out/kiv-session-win32-x64."""
-    for name in ("kiv-session", "kiv-session-win32-x64"):
-        shutil.rmtree(out / name, ignore_errors=True)
-    shutil.copytree(HERE / "lib", out / "kiv-session" / "lib")
-    for file in ("package.json", "index.d.ts", "README.md"):
-        shutil.copy2(HERE / file, out / "kiv-session")
-    shutil.copytree(HERE / "win32-x64", out / "kiv-session-win32-x64")
-    shutil.copy2(dll, out / "kiv-session-win32-x64" / "kiv-session.dll")
-    compile_addon(headers, out / "kiv-session-win32-x64" / "kiv_session.node")
-    for name in ("kiv-session", "kiv-session-win32-x64"):
-        shutil.copy2(HERE.parents[1] / "LICENSE", out / name)
+    return addon
 
 
 def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    for name in ("--dll", "--headers", "--out"):
-        parser.add_argument(name, type=Path, required=True)
-    options = parser.parse_args()
-    lay_out(options.dll, options.headers, options.out)
+    parser.add_argument("--work", type=Path, required=True)
+    work = parser.parse_args().work.resolve()
+    compile_addon(install(work / "npm"), work)
 
 
 if __name__ == "__main__":

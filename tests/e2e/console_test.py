@@ -128,6 +128,17 @@ def typed_urls_may_have_any_characters(console: Console) -> None:
     assert UNTOUCHED in text, text
 
 
+def typed_password_is_used_and_not_shown(console: Console) -> None:
+    command = f"{URL} --quiet --proxy-cred {PROXY_USER}"
+    settings = Settings(manual="127.0.0.1:{tinyproxy_basic}")
+    written = console.run_under_parent(command, settings, "--type", PROXY_PASSWORD)
+    text = screen_of(written).text
+    assert f"Password of {PROXY_USER}:" in text, text
+    assert re.search(r"(?m)^http://127\.0\.0\.1:\d+$", text), text
+    assert PROXY_PASSWORD not in written, text
+    assert "then=restored" in text, text
+
+
 def with_prompt(screen: Screen, command: str) -> Screen:
     """The screen as it was, below the command that was typed."""
     prompted = Screen()
@@ -141,7 +152,7 @@ def main() -> int:
     checks = [brief_shows_time_passing, live_line_never_wraps, log_keeps_its_lines_whole, quiet_is_quiet,
               no_color_shows_no_colours, mode_is_restored, mode_is_restored_after_ctrl_c,
               ctrl_c_is_for_the_program_that_exec_runs, quiet_leaves_the_mode_alone,
-              typed_urls_may_have_any_characters]
+              typed_urls_may_have_any_characters, typed_password_is_used_and_not_shown]
     with benches(1, options.bin, options.bridge, options.work) as (bench,):
         console = Console(bench, options.work.resolve() / "stage" / "kiv-resolve.exe",
                           options.bin.resolve() / "console_parent.exe")

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Gives the lines of kiv-resolve env to real shells: bash, and Wine's cmd. A hostile proxy's name must arrive as it is, or
-be refused, and nothing in it may run."""
+"""Gives the lines of kiv-resolve env to real shells: bash, and Wine's cmd. A hostile proxy's name must arrive as it is,
+or be refused, and nothing in it may run."""
 
 from __future__ import annotations
 
@@ -12,9 +12,9 @@ from harness.results import report
 from harness.runner import Bench, benches, command_line
 
 HOSTILE = (
-    "gate.test", "a b", "a&echo ran>ran.txt&b", "a|b", "a>ran.txt", "<a", "a^b", "^&^", "%PATH%", "%%PATH%%", "100%", "!PATH!",
-    "'", "''", "'a'b'", '"', 'a"&echo ran>ran.txt&"b', "$(touch ran.txt)", "`touch ran.txt`", "$HOME", "a\\", "a\\\\", "\\'",
-    "(a)", ";a", "#a", "~", "*", "?", "{a,b}", "a=b", "-a", "@a")
+    "gate.test", "a b", "a&echo ran>ran.txt&b", "a|b", "a>ran.txt", "<a", "a^b", "^&^", "%PATH%", "%%PATH%%", "100%",
+    "!PATH!", "'", "''", "'a'b'", '"', 'a"&echo ran>ran.txt&"b', "$(touch ran.txt)", "`touch ran.txt`", "$HOME", "a\\",
+    "a\\\\", "\\'", "(a)", ";a", "#a", "~", "*", "?", "{a,b}", "a=b", "-a", "@a")
 REFUSED = {
     "cmd": set('"%!'),
     "batch": set('"!'),

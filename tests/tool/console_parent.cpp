@@ -1,10 +1,12 @@
 // Runs a program on this program's console. Prints its exit code, whether the console's mode was another one meanwhile,
 // and whether it is the former one afterwards.
 //
-//   console_parent [--interrupt | --type LINE] PROGRAM [ARGUMENT...]
+//   console_parent [--interrupt | --interrupt-when FILE | --type LINE] PROGRAM [ARGUMENT...]
 //
 // Ends with 7, so that a program that runs it can be told from one that has ended itself.
-// --interrupt sends Ctrl-C as soon as the mode has changed. --type types a line, and Ctrl-Z on a line of its own.
+//
+// --interrupt sends Ctrl-C as soon as the mode has changed, --interrupt-when as soon as the file exists. --type types a
+// line, and Ctrl-Z on a line of its own.
 #include <windows.h>
 
 #include <cstdio>
@@ -36,6 +38,8 @@ void type(std::wstring_view text) {
   }
 }
 
+bool exists(const wchar_t* file) { return GetFileAttributesW(file) != INVALID_FILE_ATTRIBUTES; }
+
 std::wstring commandLineOf(wchar_t** arguments) {
   std::wstring line;
   for (; *arguments; ++arguments) line.append(L"\"").append(*arguments).append(L"\" ");
@@ -46,9 +50,10 @@ std::wstring commandLineOf(wchar_t** arguments) {
 
 int wmain(int count, wchar_t** arguments) {
   const bool interrupt = count > 2 && std::wstring_view(arguments[1]) == L"--interrupt";
+  const bool waits = count > 3 && std::wstring_view(arguments[1]) == L"--interrupt-when";
   const bool types = count > 3 && std::wstring_view(arguments[1]) == L"--type";
   if (types) type(std::wstring(arguments[2]) + L"\r\x1A\r");
-  std::wstring line = commandLineOf(arguments + (types ? 3 : interrupt ? 2 : 1));
+  std::wstring line = commandLineOf(arguments + (types || waits ? 3 : interrupt ? 2 : 1));
   SetConsoleCtrlHandler(ignore, TRUE);
   const DWORD before = consoleMode();
   STARTUPINFOW startup{};
@@ -56,7 +61,12 @@ int wmain(int count, wchar_t** arguments) {
   PROCESS_INFORMATION process{};
   if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process)) return 1;
   bool changed = false;
+  bool awaited = waits;
   while (WaitForSingleObject(process.hProcess, 20) == WAIT_TIMEOUT) {
+    if (awaited && exists(arguments[2])) {
+      awaited = false;
+      GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0);
+    }
     if (changed || consoleMode() == before) continue;
     changed = true;
     if (interrupt) GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0);

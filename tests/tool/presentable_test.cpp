@@ -24,9 +24,19 @@ TEST(Presentable, MasksPasswords) {
   for (const auto& [text, shown] : kCases) EXPECT_EQ(presentable(text), shown);
 }
 
+TEST(Presentable, RemovesMessagesOfNtlmAndNegotiate) {
+  constexpr Case kCases[] = {
+      {L"Proxy-Authenticate: NTLM TlRMTVNTUAACAAAADAAMADgAAAA=\nX: y", L"Proxy-Authenticate: NTLM (removed)\nX: y"},
+      {L"WWW-Authenticate: Negotiate oRQwEqADCgEBoQsGCSqGSIb3EgECAg==, NTLM",
+       L"WWW-Authenticate: Negotiate (removed), NTLM"},
+      {L"NTLM TlRMTVNTUAACAAAADAAMADgA Negotiate TlRMTVNTUAACAAAADAAMADgA", L"NTLM (removed) Negotiate (removed)"},
+  };
+  for (const auto& [text, shown] : kCases) EXPECT_EQ(presentable(text), shown);
+}
+
 TEST(Presentable, LeavesOtherTextsUnchanged) {
-  for (const wchar_t* const text :
-       {L"", L"@", L"bob@host", L"http://host:80/", L"No. 0: mail to bob@host", L"a: b @c"}) {
+  for (const wchar_t* const text : {L"NTLM authenticationfailed", L"Negotiate 401", L"NTLM ", L"", L"@", L"bob@host",
+                                    L"http://host:80/", L"No. 0: mail to bob@host", L"a: b @c"}) {
     EXPECT_EQ(presentable(text), text);
   }
 }

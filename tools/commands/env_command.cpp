@@ -1,6 +1,7 @@
 // kiv-resolve env URL --for SHELL: prints lines to paste, which make programs use the proxy that was found.
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "commands/commands.h"
@@ -33,8 +34,8 @@ constexpr ValueOption<Written> kTargets[] = {
     {"URL", &Written::url, "", mustBeUrl, "The http or https URL to reach"},
 };
 constexpr ValueOption<Written> kReaders[] = {
-    {"--for", &Written::reader, "NAME", mustBeReader,
-     "Lines for: cmd, batch, powershell, bash, git, npm, pip or curl; required"},
+    {"--for", &Written::reader, "cmd|batch|powershell|bash|git|npm|pip|curl", mustBeReader,
+     "Whom the lines are for; required"},
 };
 constexpr Flag<Written> kFlags[] = {
     {"--all", &Written::all, "Also for the other scheme: http beside https, or https beside http"},
@@ -46,8 +47,9 @@ constexpr ValueOption<Written> kFiles[] = {
     {"--report", &Written::report, "FILE", mustNameAFile, "Write an HTML report to a file"},
 };
 
-std::string contradictionIn(const Written& written) {
+std::string contradictionIn(const Written& written, const WrittenRequest& request) {
   if (!written.reader) return "--for is required";
+  if (request.redact) return "the lines need the names that --redact removes";
   return written.json && written.log ? "--json excludes --log" : "";
 }
 
@@ -120,8 +122,12 @@ int envCommand(ArgumentList arguments) {
       "Exit codes: 0 the lines were printed, 2 no route was found, or it cannot be\n"
       "            written for this shell or program, 64 wrong usage,\n"
       "            71 out of resources, 74 a file could not be written.");
-  if (const auto exit = commandLine.parse(arguments, [&] { return contradictionIn(written); })) return leave(*exit);
-  return run(written, readRequestOptions(request), readTarget(*written.url));
+  if (const auto exit = commandLine.parse(arguments, [&] { return contradictionIn(written, request); })) {
+    return leave(*exit);
+  }
+  const auto options = readRequestOptions(request);
+  if (const auto* const problem = std::get_if<std::string>(&options)) return leave(commandLine.badUsage(*problem));
+  return run(written, std::get<RequestOptions>(options), readTarget(*written.url));
 }
 
 }  // namespace kiv::tool

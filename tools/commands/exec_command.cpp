@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "commands/commands.h"
@@ -149,9 +150,17 @@ int execute(ArgumentList arguments) {
       "Passwords are passed with --with-password only.\n"
       "Exit codes: the program's; 125 kiv-resolve failed: wrong usage, no route;\n"
       "            126 the program cannot be run, 127 it was not found.");
-  const auto missing = [&] { return std::string(program.empty() ? "-- PROGRAM is required, behind the options" : ""); };
+  const auto missing = [&]() -> std::string {
+    if (request.redact) return "the program needs the names that --redact removes";
+    return program.empty() ? "-- PROGRAM is required, behind the options" : "";
+  };
   if (const auto exit = commandLine.parse(own, missing)) return leave(*exit) == kDone ? kDone : kOwnFailure;
-  return run(written, readRequestOptions(request), readTarget(*written.url), program);
+  const auto options = readRequestOptions(request);
+  if (const auto* const problem = std::get_if<std::string>(&options)) {
+    leave(commandLine.badUsage(*problem));
+    return kOwnFailure;
+  }
+  return run(written, std::get<RequestOptions>(options), readTarget(*written.url), program);
 }
 
 }  // namespace

@@ -79,7 +79,8 @@ std::wstring outputOf(const Written& written, const Resolution& resolution) {
 }
 
 int exitCodeOf(const Outcome& outcome) {
-  return outcome.kind == OutcomeKind::None || outcome.kind == OutcomeKind::NotCarriedOut ? kNoneFound : kDone;
+  const bool found = outcome.kind == OutcomeKind::Proxy || outcome.kind == OutcomeKind::Direct;
+  return found || outcome.kind == OutcomeKind::NotTested ? kDone : kNoneFound;
 }
 
 int run(const Written& written, const RequestOptions& options, const std::vector<Target>& targets) {
@@ -89,7 +90,7 @@ int run(const Written& written, const RequestOptions& options, const std::vector
   std::vector<Resolution> resolutions;
   int worst = kDone;
   for (const Target& target : targets) {
-    resolutions.push_back(ResolutionRun(options, taskOf(written), target, display, files.trace()).resolve());
+    resolutions.push_back(resolve(options, taskOf(written), target, display, files.trace()));
     const Resolution& resolution = resolutions.back();
     worst = std::max(worst, exitCodeOf(resolution.outcome));
     if (resolution.outcome.kind == OutcomeKind::NotCarriedOut) complain(kNotCompleted);
@@ -119,13 +120,17 @@ int resolveCommand(ArgumentList arguments) {
       "Standard error: the log and a table of the candidates, without colours if the\n"
       "environment variable NO_COLOR is not empty.\n"
       "Passwords on the command line can be read by other programs of this user while\n"
-      "kiv-resolve runs, and are not erased from its memory. --prompt avoids both.\n"
+      "kiv-resolve runs, and are not erased from its memory. --prompt, a user name\n"
+      "without a password and --proxy-cred-from avoid both.\n"
+      "kiv-resolve --completion powershell prints a script that completes command lines.\n"
       "Exit codes: 0 a route was found, 2 none was found (for at least one URL),\n"
       "            64 wrong usage, 71 out of resources, 74 a file could not be written.");
   if (const auto exit = commandLine.parse(arguments, [&] { return contradictionIn(written); })) return leave(*exit);
   const auto targets = readTargets(*written.url);
   if (const auto* const problem = std::get_if<std::string>(&targets)) return leave(commandLine.badUsage(*problem));
-  return run(written, readRequestOptions(request), std::get<std::vector<Target>>(targets));
+  const auto options = readRequestOptions(request);
+  if (const auto* const problem = std::get_if<std::string>(&options)) return leave(commandLine.badUsage(*problem));
+  return run(written, std::get<RequestOptions>(options), std::get<std::vector<Target>>(targets));
 }
 
 }  // namespace kiv::tool

@@ -13,7 +13,8 @@ std::string mustNameAFile(std::wstring_view text) { return text.empty() ? "must 
 CommandLine::CommandLine(std::string command, std::string description)
     : command_(std::move(command)), app_(std::make_unique<CLI::App>(std::move(description), command_)) {
   app_->allow_windows_style_options(false);
-  app_->get_formatter()->column_width(26);
+  app_->get_formatter()->column_width(28);
+  list("--help", "", "Print this help message and exit");
 }
 
 CommandLine::~CommandLine() = default;
@@ -21,6 +22,7 @@ CommandLine::~CommandLine() = default;
 void CommandLine::declare(std::string_view name, const char* type, Check check, const char* help, Value& value) {
   const bool named = name.starts_with('-');
   (named ? withValue_ : places_).emplace_back(name);
+  if (named) list(name, type, help);
   const auto store = [this, &value](const std::string& placeholder) { value = arguments_->valueOf(placeholder); };
   const auto checked = [this, check](const std::string& placeholder) {
     return check(arguments_->valueOf(placeholder));
@@ -33,13 +35,23 @@ void CommandLine::declare(std::string_view name, const char* type, Check check, 
 
 void CommandLine::declare(const char* name, const char* help, bool& value) {
   app_->add_flag(name, value, help)->disable_flag_override();
+  list(name, "", help);
 }
 
-void CommandLine::version(const char* text) { app_->set_version_flag("--version", text, "Print the version and exit"); }
+void CommandLine::list(std::string_view name, std::string_view type, std::string_view help) {
+  listed_.append(name).append("\t").append(type).append("\t").append(help).append("\n");
+}
+
+void CommandLine::version(const char* text) {
+  constexpr const char* kHelp = "Print the version and exit";
+  app_->set_version_flag("--version", text, kHelp);
+  list("--version", "", kHelp);
+}
 
 void CommandLine::footer(const char* text) { app_->footer(text); }
 
 std::optional<Exit> CommandLine::parse(ArgumentList arguments) {
+  if (arguments.size() == 1 && arguments.front() == kListOptions) return Exit{0, listed_};
   arguments_.emplace(arguments, [this](std::string_view option) { return std::ranges::count(withValue_, option) > 0; });
   std::vector<std::string> forParser = arguments_->forParser();
   std::ranges::reverse(forParser);  // as CLI11 takes them

@@ -51,6 +51,10 @@ struct Exit {
 
 constexpr int kBadUsage = 64;
 
+// The only argument that makes a command print its options in place of what it is for: a line for each, with its name,
+// the type of its value (empty for a flag) and its help, separated by tabs. For the completion of command lines.
+constexpr std::wstring_view kListOptions = L"--list-options";
+
 using ArgumentList = std::span<const wchar_t* const>;
 
 class CommandLine {
@@ -91,10 +95,12 @@ class CommandLine {
  private:
   void declare(std::string_view name, const char* type, Check check, const char* help, Value& value);
   void declare(const char* name, const char* help, bool& value);
+  void list(std::string_view name, std::string_view type, std::string_view help);
   std::string unexpected() const;
 
   std::string command_;
   std::unique_ptr<CLI::App> app_;
+  std::string listed_;                  // what kListOptions prints
   std::vector<std::string> withValue_;  // the options that take one
   std::vector<std::string> places_;     // the values by their places
   std::optional<Arguments> arguments_;  // while CLI11 parses them

@@ -1,21 +1,9 @@
 // An output file that keeps its first error until it is asked for.
 #include "common/output_file.h"
 
-#include <array>
+#include "common/system_text.h"
 
 namespace kiv::tool {
-namespace {
-
-std::wstring systemText(DWORD error) {
-  std::array<wchar_t, 512> text{};
-  const DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error, 0,
-                                      text.data(), static_cast<DWORD>(text.size()), nullptr);
-  const std::wstring_view shown(text.data(), length);
-  if (shown.empty()) return L"error " + std::to_wstring(error);
-  return std::wstring(shown.substr(0, shown.find_last_not_of(L" .\r\n") + 1));
-}
-
-}  // namespace
 
 OutputFile::OutputFile(std::wstring path) : path_(std::move(path)) {
   HANDLE handle = CreateFileW(path_.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,

@@ -1,6 +1,9 @@
 // Text as it may be shown to people: without passwords, and without characters that steer a console or a viewer.
 #include "common/presentable.h"
 
+#include <algorithm>
+#include <cstddef>
+
 namespace kiv::tool {
 namespace {
 
@@ -29,11 +32,36 @@ std::wstring withoutPasswords(std::wstring_view text) {
   }
 }
 
+constexpr bool isBase64(wchar_t c) {
+  return (c >= L'0' && c <= L'9') || (c >= L'A' && c <= L'Z') || (c >= L'a' && c <= L'z') || c == L'+' || c == L'/' ||
+         c == L'=';
+}
+
+// A long run with a capital letter inside: no word.
+bool isToken(std::wstring_view run) {
+  constexpr std::size_t kShortest = 16;
+  return run.size() >= kShortest &&
+         std::ranges::any_of(run.substr(1), [](wchar_t c) { return c >= L'A' && c <= L'Z'; });
+}
+
+// The messages of NTLM and Negotiate hold names of domain, machine and user.
+std::wstring withoutMessages(std::wstring text) {
+  for (const std::wstring_view scheme : {L"NTLM ", L"Negotiate "}) {
+    for (std::size_t at = text.find(scheme); at != std::wstring::npos; at = text.find(scheme, at)) {
+      at += scheme.size();
+      const auto begin = text.begin() + static_cast<std::ptrdiff_t>(at);
+      const auto length = static_cast<std::size_t>(std::find_if_not(begin, text.end(), isBase64) - begin);
+      if (isToken(std::wstring_view(text).substr(at, length))) text.replace(at, length, L"(removed)");
+    }
+  }
+  return text;
+}
+
 }  // namespace
 
 std::wstring presentable(std::wstring_view text) {
   std::wstring shown;
-  for (const wchar_t c : withoutPasswords(text.substr(0, text.find_last_not_of(L"\r\n") + 1))) {
+  for (const wchar_t c : withoutMessages(withoutPasswords(text.substr(0, text.find_last_not_of(L"\r\n") + 1)))) {
     if (c == L'\n') {
       shown += c;
     } else if (c != L'\r') {

@@ -13,13 +13,16 @@ namespace {
 constexpr std::chrono::seconds kLimit{10};
 
 Finding find(const RequestOptions& options, const Target& target, Display& display, OutputFile* trace) {
-  ResolutionRun run(options, Task::Resolve, target, display, trace);
-  Finding finding{.resolution = run.resolve(), .route = {.url = target.url}, .cred = run.found().cred()};
+  Finding finding{.resolution = resolve(options, Task::Resolve, target, display, trace), .route = {.url = target.url}};
+  const ProxyConfig& found = finding.resolution.found;
+  finding.cred = found.cred();
   const OutcomeKind kind = finding.resolution.outcome.kind;
   if (kind == OutcomeKind::NotCarriedOut) finding.problem = kNotCompleted;
-  if (kind == OutcomeKind::None) finding.problem = L"no route to " + finding.resolution.url + L" was found";
+  if (kind != OutcomeKind::Proxy && kind != OutcomeKind::Direct && finding.problem.empty()) {
+    finding.problem = L"no route to " + finding.resolution.url + L" was found";
+  }
   if (kind != OutcomeKind::Proxy) return finding;
-  finding.route.proxy = readProxyServer(run.found());
+  finding.route.proxy = readProxyServer(found);
   if (!finding.route.proxy)
     finding.problem = L"the proxy " + finding.resolution.outcome.text + L" has no host or no port";
   return finding;

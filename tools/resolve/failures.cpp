@@ -15,7 +15,7 @@ struct KnownError {
   std::wstring_view meaning;
 };
 
-// The error codes of WinHTTP and of the sockets below it that a test request can meet.
+// The error codes of WinHTTP and of the sockets below it that a test request or a PAC script can meet.
 constexpr KnownError kErrors[] = {
     {ERROR_INVALID_OPERATION, L"ERROR_INVALID_OPERATION", L"no response"},
     {WSAECONNRESET, L"WSAECONNRESET", L"connection reset"},
@@ -35,10 +35,13 @@ constexpr KnownError kErrors[] = {
     {ERROR_WINHTTP_INVALID_SERVER_RESPONSE, L"ERROR_WINHTTP_INVALID_SERVER_RESPONSE", L"response is not HTTP"},
     {ERROR_WINHTTP_REDIRECT_FAILED, L"ERROR_WINHTTP_REDIRECT_FAILED", L"redirect failed"},
     {ERROR_WINHTTP_SECURE_CHANNEL_ERROR, L"ERROR_WINHTTP_SECURE_CHANNEL_ERROR", L"TLS failed"},
+    {ERROR_WINHTTP_BAD_AUTO_PROXY_SCRIPT, L"ERROR_WINHTTP_BAD_AUTO_PROXY_SCRIPT", L"PAC script failed"},
+    {ERROR_WINHTTP_UNABLE_TO_DOWNLOAD_SCRIPT, L"ERROR_WINHTTP_UNABLE_TO_DOWNLOAD_SCRIPT", L"PAC script not downloaded"},
     {ERROR_WINHTTP_SECURE_INVALID_CERT, L"ERROR_WINHTTP_SECURE_INVALID_CERT", L"certificate not valid"},
     {ERROR_WINHTTP_SECURE_CERT_REVOKED, L"ERROR_WINHTTP_SECURE_CERT_REVOKED", L"certificate revoked"},
     {ERROR_WINHTTP_HEADER_COUNT_EXCEEDED, L"ERROR_WINHTTP_HEADER_COUNT_EXCEEDED", L"too many response headers"},
     {ERROR_WINHTTP_HEADER_SIZE_OVERFLOW, L"ERROR_WINHTTP_HEADER_SIZE_OVERFLOW", L"response headers too large"},
+    {ERROR_WINHTTP_AUTO_PROXY_SERVICE_ERROR, L"ERROR_WINHTTP_AUTO_PROXY_SERVICE_ERROR", L"PAC script service failed"},
     {ERROR_WINHTTP_SECURE_FAILURE, L"ERROR_WINHTTP_SECURE_FAILURE", L"certificate or TLS not accepted"},
 };
 
@@ -47,10 +50,11 @@ struct LineMeaning {
   std::wstring_view meaning;
 };
 
-// The library's log lines about failures without an error code.
+// Failures without an error code: the library's log lines, and what the tool says itself.
 constexpr LineMeaning kLines[] = {
     {L"No supported schemes for the proxy authentication.", L"proxy offers no usable authentication"},
     {L"No supported schemes for the server authentication.", L"server offers no usable authentication"},
+    {L"Stopped (", L"no answer in time"},
     {L"ERROR_WINHTTP_RESEND_REQUEST occured too many times.", L"authentication never completes"},
 };
 

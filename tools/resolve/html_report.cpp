@@ -23,12 +23,13 @@ struct OutcomeWords {
 };
 
 // In the order of the kinds.
-constexpr std::array<OutcomeWords, 5> kOutcomes = {{
+constexpr std::array<OutcomeWords, 6> kOutcomes = {{
     {L"good", L"Route found"},
     {L"good", L"Route found"},
     {L"bad", L"No route found"},
     {L"off", L"Not tested"},
     {L"bad", L"Not completed"},
+    {L"bad", L"Stopped"},
 }};
 
 constexpr std::array<const wchar_t*, 4> kLevelTexts = {L"Errors", L"Warnings", L"Info", L"Debug"};

@@ -1,12 +1,15 @@
 // The options of every command that resolves: which URLs, with which candidates, credentials and requests.
 #pragma once
 
+#include <chrono>
+#include <memory>
 #include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
 #include "common/command_line.h"
+#include "common/redaction.h"
 #include "kiv/kiv.hpp"
 #include "resolve/targets.h"
 
@@ -19,10 +22,15 @@ struct WrittenRequest {
   Value preferred;
   Value fallback;
   Value proxyCred;
+  Value proxyCredFrom;
   Value serverCred;
+  Value serverCredFrom;
   Value method;
+  Value maxTime;
+  Value attemptTime;
   bool ignoreCertErrors = false;
   bool prompt = false;
+  bool redact = false;
 };
 
 struct RequestOptions {
@@ -30,11 +38,14 @@ struct RequestOptions {
   std::optional<std::wstring> bypass;  // replaces the user's bypass list, also when empty
   ProxyConfig preferred;               // none if not given
   ProxyConfig fallback;                // none if not given
-  Credential proxyCred;                // none if not given
-  Credential serverCred;               // none if not given
+  Credential proxyCred{};              // none if not given
+  Credential serverCred{};             // none if not given
   Method method = Method::Head;
   bool ignoreCertErrors = false;
   bool prompt = false;
+  std::optional<std::chrono::milliseconds> maxTime;      // for one URL
+  std::optional<std::chrono::milliseconds> attemptTime;  // for one request
+  std::shared_ptr<Redaction> redaction;                  // null if texts are shown with names
 };
 
 std::string mustBeUrl(std::wstring_view text);
@@ -44,7 +55,10 @@ std::string mustBeUrlOrInput(std::wstring_view text);
 constexpr std::wstring_view kFromInput = L"-";
 
 void addRequestOptions(CommandLine& commandLine, WrittenRequest& written);
-RequestOptions readRequestOptions(const WrittenRequest& written);
+
+// Or what is wrong with options together, or with what they name. Asks at the console for passwords that are to be
+// typed.
+std::variant<RequestOptions, std::string> readRequestOptions(const WrittenRequest& written);
 
 // The URL, or those in standard input; or what is wrong with these.
 std::variant<std::vector<Target>, std::string> readTargets(std::wstring_view url);

@@ -62,7 +62,8 @@ struct Candidate {
   milliseconds duration() const;
 };
 
-enum class OutcomeKind : std::uint8_t { Proxy, Direct, None, NotTested, NotCarriedOut };
+// NotCarriedOut: the library could not complete it. Stopped: the user's time for it was up.
+enum class OutcomeKind : std::uint8_t { Proxy, Direct, None, NotTested, NotCarriedOut, Stopped };
 
 struct Outcome {
   OutcomeKind kind = OutcomeKind::NotCarriedOut;
@@ -86,6 +87,8 @@ struct Resolution {
   std::vector<Candidate> candidates;
   Outcome outcome;
   std::vector<Record> log;
+  ProxyConfig found{};   // as the outcome, with the credentials that it needed; shown nowhere
+  std::wstring removed;  // what was redacted; empty if nothing was to be
 
   // The number of the candidate that works; nothing if none does.
   std::optional<std::size_t> winner() const;

@@ -1,14 +1,73 @@
 // One run of the library's resolution, with its own client and dialogs, and a record of every step.
 #include "resolve/resolution_run.h"
 
+#include <chrono>
+#include <future>
+#include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
 
 #include "common/presentable.h"
 #include "resolve/json_document.h"
 #include "resolve/log_facts.h"
+#include "resolve/test_client.h"
 #include "resolve/user_settings.h"
 
 namespace kiv::tool {
+namespace {
+
+// Thrown out of the library's callbacks when the time for the whole is up.
+struct Stopped {};
+
+class ResolutionRun {
+ public:
+  ResolutionRun(const RequestOptions& options, Task task, const Target& target, Display& display, OutputFile* trace);
+
+  void begin();
+  // The library's part. Ends early, in the next callback, after `end`.
+  void run(const kiv::Request& request);
+  // `self` keeps this object for as long as the library has the request, which may be longer than anybody waits.
+  static kiv::Request requestOf(const std::shared_ptr<ResolutionRun>& self);
+  Resolution end(bool stopped);
+
+ private:
+  // The library's callbacks. Those about one candidate come after a line of the log that has its number.
+  void onRecord(const LogRecord& logged);
+  bool keep(const ProxyConfig& candidate);
+  int test();
+  Credential giveProxyCred(const ProxyConfig& proxy);
+  Credential giveServerCred(std::wstring_view url);
+
+  // Owns what the callbacks change, unless the time is up.
+  std::unique_lock<std::mutex> locked();
+  std::wstring shown(std::wstring_view text) const;
+  Credential proxyCred(const ProxyConfig& proxy) const;
+  Credential serverCred(std::wstring_view url) const;
+  void learn(std::wstring_view message);
+  void noteFailure(const Record& record, std::wstring_view message);
+  void endDiscovery();
+  void assignOrigins();
+  Outcome outcomeOf() const;
+  milliseconds sinceBegin() const;
+
+  const RequestOptions options_;
+  const Task task_;
+  const Target target_;
+  Display& display_;
+  OutputFile* trace_;
+  Logger logger_;
+  TestClient client_;
+  std::chrono::steady_clock::time_point began_;
+
+  std::mutex mutex_;
+  bool stopped_ = false;
+  std::optional<ProxyConfig> found_;  // nothing if the resolution did not complete
+  Resolution resolution_;
+  std::size_t current_ = 0;  // the candidate that is being tested
+  bool discovering_ = false;
+  Request* underway_ = nullptr;
+};
 
 ResolutionRun::ResolutionRun(const RequestOptions& options, Task task, const Target& target, Display& display,
                              OutputFile* trace)
@@ -18,9 +77,14 @@ ResolutionRun::ResolutionRun(const RequestOptions& options, Task task, const Tar
       display_(display),
       trace_(trace),
       logger_([this](const LogRecord& logged) { onRecord(logged); }),
-      client_(target.url, options.userAgent, options.ignoreCertErrors),
+      client_(target.url, options.userAgent, options.ignoreCertErrors, options.attemptTime),
       began_(std::chrono::steady_clock::now()) {
-  resolution_.url = presentable(target.url);
+  if (options.redaction) {
+    options.redaction->learnUser(options.proxyCred.username());
+    options.redaction->learnUser(options.serverCred.username());
+    options.redaction->learnUser(target.cred.username());
+  }
+  resolution_.url = shown(target.url);
   resolution_.began = std::chrono::system_clock::now();
   resolution_.bypass.given = options.bypass.has_value();
 }
@@ -29,39 +93,71 @@ milliseconds ResolutionRun::sinceBegin() const {
   return std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - began_);
 }
 
-Resolution ResolutionRun::resolve() {
-  resolution_.settings = readUserSettings();
-  discovering_ = true;
-  display_.discoveryBegins(resolution_);
-  const std::optional<ProxyConfig> found = run();
-  if (found) found_ = *found;
-  resolution_.outcome = outcomeOf(found);
-  resolution_.duration = sinceBegin();
-  assignOrigins();
-  display_.finished(resolution_);
-  return std::move(resolution_);
+std::wstring ResolutionRun::shown(std::wstring_view text) const {
+  return options_.redaction ? (*options_.redaction)(presentable(text)) : presentable(text);
 }
 
-// Nothing if the resolution did not complete.
-std::optional<ProxyConfig> ResolutionRun::run() {
-  kiv::Request request;
-  request.url = target_.url;
-  request.user_agent = options_.userAgent;
-  request.bypass_list = options_.bypass;
-  request.preferred = options_.preferred;
-  request.fallback = options_.fallback;
-  request.filter = [this](const ProxyConfig& candidate) { return keep(candidate); };
-  request.server_cred = [this](std::wstring_view url) { return giveServerCred(url); };
-  request.proxy_cred = [this](const ProxyConfig& proxy) { return giveProxyCred(proxy); };
-  request.test = [this] { return test(); };
-  request.set_server_cred = [this](Credential cred) { client_.set_server_cred(std::move(cred)); };
-  request.set_proxy = [this](const ProxyConfig& proxy) { client_.set_proxy(proxy); };
-  request.logger = logger_;
-  try {
-    return kiv::resolve(request);
-  } catch (const ResolutionError&) {
-    return std::nullopt;
+std::unique_lock<std::mutex> ResolutionRun::locked() {
+  std::unique_lock lock(mutex_);
+  if (stopped_) throw Stopped();
+  return lock;
+}
+
+void ResolutionRun::begin() {
+  resolution_.settings = readUserSettings();
+  for (std::wstring* const text :
+       {&resolution_.settings.scriptUrl, &resolution_.settings.manualList, &resolution_.settings.bypassList}) {
+    *text = shown(*text);
   }
+  discovering_ = true;
+  display_.discoveryBegins(resolution_);
+}
+
+kiv::Request ResolutionRun::requestOf(const std::shared_ptr<ResolutionRun>& self) {
+  kiv::Request request;
+  request.url = self->target_.url;
+  request.user_agent = self->options_.userAgent;
+  request.bypass_list = self->options_.bypass;
+  request.preferred = self->options_.preferred;
+  request.fallback = self->options_.fallback;
+  request.filter = [self](const ProxyConfig& candidate) { return self->keep(candidate); };
+  request.server_cred = [self](std::wstring_view url) { return self->giveServerCred(url); };
+  request.proxy_cred = [self](const ProxyConfig& proxy) { return self->giveProxyCred(proxy); };
+  request.test = [self] { return self->test(); };
+  request.set_server_cred = [self](Credential cred) { self->client_.setServerCred(std::move(cred)); };
+  request.set_proxy = [self](const ProxyConfig& proxy) { self->client_.setProxy(proxy); };
+  request.logger = self->logger_;
+  return request;
+}
+
+void ResolutionRun::run(const kiv::Request& request) {
+  try {
+    ProxyConfig found = kiv::resolve(request);
+    const auto lock = locked();
+    found_ = std::move(found);
+  } catch (const ResolutionError&) {  // it did not complete
+  } catch (const Stopped&) {          // nobody waits for it
+  }
+}
+
+Resolution ResolutionRun::end(bool stopped) {
+  const std::lock_guard lock(mutex_);
+  stopped_ = stopped;
+  if (stopped && discovering_) resolution_.discoveryFailed = true;
+  endDiscovery();
+  display_.underwayEnds();
+  if (underway_) {
+    underway_->duration = sinceBegin() - underway_->began;
+    underway_->failure = L"Stopped (--max-time)";
+    resolution_.candidates.at(current_).requests.push_back(*underway_);
+  }
+  resolution_.outcome = outcomeOf();
+  if (found_) resolution_.found = *found_;
+  resolution_.duration = sinceBegin();
+  assignOrigins();
+  if (options_.redaction) resolution_.removed = options_.redaction->summary();
+  display_.finished(resolution_);
+  return std::move(resolution_);
 }
 
 Credential ResolutionRun::proxyCred(const ProxyConfig& proxy) const {
@@ -77,40 +173,49 @@ Credential ResolutionRun::serverCred(std::wstring_view url) const {
 
 Credential ResolutionRun::giveProxyCred(const ProxyConfig& proxy) {
   Credential cred = proxyCred(proxy);
+  const auto lock = locked();
   resolution_.candidates.at(current_).proxyCredGiven = !cred.is_none();
   return cred;
 }
 
 Credential ResolutionRun::giveServerCred(std::wstring_view url) {
   Credential cred = serverCred(url);
+  const auto lock = locked();
   resolution_.candidates.at(current_).serverCredGiven = !cred.is_none();
   return cred;
 }
 
 // Every candidate is tested, unless the task is to test none.
 bool ResolutionRun::keep(const ProxyConfig& candidate) {
+  const auto lock = locked();
   endDiscovery();
-  resolution_.candidates.push_back({.text = presentable(candidate.display_string())});
+  resolution_.candidates.push_back({.text = shown(candidate.display_string())});
   return task_ == Task::Resolve;
 }
 
 int ResolutionRun::test() {
-  Candidate& candidate = resolution_.candidates.at(current_);
-  display_.testBegins(current_, candidate);
-  Request request{.began = sinceBegin()};
-  underway_ = &request;
-  request.status = options_.method == Method::Get ? client_.get(logger_) : client_.head(logger_);
+  Request request;
+  {
+    const auto lock = locked();
+    request.began = sinceBegin();
+    underway_ = &request;
+    display_.testBegins(current_, resolution_.candidates.at(current_));
+  }
+  const auto status = client_.send(options_.method, [this](const LogRecord& logged) { onRecord(logged); });
+  const auto lock = locked();
   underway_ = nullptr;
+  request.status = status.value_or(-1);
   request.duration = sinceBegin() - request.began;
+  if (!status) request.failure = L"Stopped (--attempt-time)";
   display_.underwayEnds();
-  const int status = request.status;
-  candidate.requests.push_back(std::move(request));
-  return status;
+  resolution_.candidates.at(current_).requests.push_back(std::move(request));
+  return status.value_or(-1);
 }
 
 void ResolutionRun::onRecord(const LogRecord& logged) {
+  const auto lock = locked();
   const std::wstring_view message = logged.message();
-  Record record{std::chrono::system_clock::now(), logged.level(), presentable(message)};
+  Record record{std::chrono::system_clock::now(), logged.level(), shown(message)};
   learn(message);
   noteFailure(record, message);
   display_.record(record);
@@ -127,7 +232,7 @@ void ResolutionRun::learn(std::wstring_view message) {
       resolution_.discoveryFailed = true;
       break;
     case FactKind::BypassList:
-      resolution_.bypass.list = presentable(fact.text);
+      resolution_.bypass.list = shown(fact.text);
       break;
     case FactKind::Bypassed:
       resolution_.bypass.matches = true;
@@ -165,13 +270,34 @@ void ResolutionRun::assignOrigins() {
   if (!options_.preferred.is_none()) candidates.front().origin = Origin::Preferred;
 }
 
-Outcome ResolutionRun::outcomeOf(const std::optional<ProxyConfig>& found) const {
-  if (!found) return {OutcomeKind::NotCarriedOut, L"NONE"};
-  if (found->is_none() && task_ != Task::Resolve) return {OutcomeKind::NotTested, {}};
-  const OutcomeKind kind = found->is_none()     ? OutcomeKind::None
-                           : found->is_direct() ? OutcomeKind::Direct
-                                                : OutcomeKind::Proxy;
-  return {kind, found->display_string()};
+Outcome ResolutionRun::outcomeOf() const {
+  if (stopped_) return {OutcomeKind::Stopped, L"NONE"};
+  if (!found_) return {OutcomeKind::NotCarriedOut, L"NONE"};
+  if (found_->is_none() && task_ != Task::Resolve) return {OutcomeKind::NotTested, {}};
+  const OutcomeKind kind = found_->is_none()     ? OutcomeKind::None
+                           : found_->is_direct() ? OutcomeKind::Direct
+                                                 : OutcomeKind::Proxy;
+  return {kind, shown(found_->display_string())};
+}
+
+}  // namespace
+
+Resolution resolve(const RequestOptions& options, Task task, const Target& target, Display& display,
+                   OutputFile* trace) {
+  const auto run = std::make_shared<ResolutionRun>(options, task, target, display, trace);
+  run->begin();
+  const kiv::Request request = ResolutionRun::requestOf(run);
+  if (!options.maxTime) {
+    run->run(request);
+    return run->end(false);
+  }
+  // Nothing can end the library's discovery or a request, so when the time is up they go on unheard, on their thread.
+  std::packaged_task<void()> work([run, request] { run->run(request); });
+  std::future<void> done = work.get_future();
+  std::thread(std::move(work)).detach();
+  const bool ended = done.wait_for(*options.maxTime) == std::future_status::ready;
+  if (ended) done.get();
+  return run->end(!ended);
 }
 
 }  // namespace kiv::tool

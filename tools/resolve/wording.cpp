@@ -27,7 +27,8 @@ constexpr std::array<VerdictWords, 7> kVerdicts = {{
 
 constexpr std::array<std::string_view, 3> kOriginIds = {"preferred", "system", "fallback"};
 constexpr std::array<std::wstring_view, 3> kOriginTexts = {L"from --prefer", L"from the settings", L"from --fallback"};
-constexpr std::array<std::string_view, 5> kOutcomeIds = {"proxy", "direct", "none", "not-tested", "not-carried-out"};
+constexpr std::array<std::string_view, 6> kOutcomeIds = {"proxy",      "direct",          "none",
+                                                         "not-tested", "not-carried-out", "stopped"};
 constexpr std::array<std::string_view, 4> kLevelIds = {"error", "warn", "info", "debug"};
 
 template <class Table, class Enumerator>
@@ -94,6 +95,9 @@ std::wstring timeText(WallTime time) {
 
 std::wstring remark(const Resolution& resolution) {
   if (resolution.outcome.kind == OutcomeKind::NotCarriedOut) return kNotCompleted;
+  if (resolution.outcome.kind == OutcomeKind::Stopped) {
+    return L"Stopped after " + durationText(resolution.duration) + L" (--max-time).";
+  }
   if (resolution.bypass.matches) return bypassRemark(resolution.bypass);
   if (resolution.discoveryFailed)
     return L"Discovery failed: automatic detection (WPAD), the PAC script or the settings gave an error. No candidate "

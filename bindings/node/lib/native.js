@@ -2,6 +2,9 @@
 // everywhere.
 'use strict';
 
+const { existsSync } = require('node:fs');
+
+const PACKAGE = 'kiv-win32-x64';
 let loaded;
 
 function native() {
@@ -12,14 +15,26 @@ function load() {
   const { KivError } = require('./errors');
   const system = `${process.platform}-${process.arch}`;
   if (system !== 'win32-x64') {
-    throw new KivError('KIV_UNSUPPORTED', `kiv-session is unsupported on ${system}: it needs win32-x64`);
+    throw new KivError('KIV_UNSUPPORTED', `kiv is unsupported on ${system}: it needs win32-x64`);
   }
   try {
-    return require('kiv-session-win32-x64');
+    return require(nativeFile());
   } catch (error) {
-    const missing = error.code === 'MODULE_NOT_FOUND' ? 'the package kiv-session-win32-x64 is not installed' : error.message;
-    throw new KivError('KIV_UNSUPPORTED', `kiv-session cannot be used: ${missing}`, { cause: error });
+    throw new KivError('KIV_UNSUPPORTED', `kiv cannot be used: ${error.message}`, { cause: error });
   }
+}
+
+/** The addon. Windows loads no DLL out of Electron's archive: what asarUnpack names is in a folder beside that. */
+function nativeFile() {
+  let file;
+  try {
+    file = require.resolve(PACKAGE);
+  } catch (error) {
+    throw new Error(`the package ${PACKAGE} is not installed`, { cause: error });
+  }
+  const unpacked = file.replace(/\.asar(?=[\\/])/, '.asar.unpacked');
+  if (!existsSync(unpacked)) throw new Error(`${PACKAGE} is inside an archive: name its files in asarUnpack`);
+  return unpacked;
 }
 
 module.exports = { native };

@@ -2,60 +2,12 @@
 'use strict';
 
 const { EventEmitter } = require('node:events');
+const declarations = require('./declarations');
 const { KivError } = require('./errors');
 const { native } = require('./native');
 
-const NO_TIME_OUT = 0xffffffff;
-const OK = 0;
-const NOT_YET = 10;
-
-const KINDS = ['none', 'direct', 'proxy'];
-const SCHEMES = { basic: 0x1, ntlm: 0x2, digest: 0x8, negotiate: 0x10 };
-const REASONS = {
-  0x101: 'bypassed',
-  0x102: 'reached',
-  0x103: 'connected',
-  0x104: 'notTested',
-  0x105: 'makeshift',
-  0x111: 'noCandidate',
-  0x112: 'nothingWorks',
-  0x113: 'credentialsWanted',
-  0x114: 'schemeUnsupported',
-};
-const LEVELS = ['off', 'error', 'warn', 'info', 'debug'];
-const FAILURES = { proxyUnreachable: 1, proxyCredentials: 2, target: 3 };
-const PROXIES = { preferred: 1, fallback: 2 };
-const COUNTERS = {
-  resolutions: 1,
-  keptAnswers: 2,
-  keptOrigins: 3,
-  waiting: 4,
-  discoveries: 5,
-  overdueDiscoveries: 6,
-  testRequests: 7,
-  connections: 8,
-  challenges: 9,
-  changes: 10,
-  lostLogLines: 11,
-};
-const NUMBERS = {
-  test: [1, ['none', 'connect', 'reached']],
-  timeout: [2],
-  discoveryTimeout: [3],
-  connectTimeout: [4],
-  answerTimeout: [5],
-  keptTime: [6],
-  pastTime: [7],
-  failureTime: [8],
-  deadTime: [9],
-  origins: [10],
-  candidates: [11],
-  direct: [12, ['settings', 'lastResort', 'never']],
-  loggedOnUser: [13, ['never', 'system', 'proxies']],
-  schemes: [14],
-  logLevel: [15, LEVELS],
-};
-const TEXTS = { leftOut: 64, bypassList: 65 };
+const { CODES, COUNTERS, EVENTS, FAILURES, KINDS, LEVELS, NO_TIME_OUT, NUMBERS } = declarations;
+const { OK, PROXIES, REASONS, SCHEMES, TEXTS, WORDS, nameIn } = declarations;
 
 /** The library's text ends at the first NUL; what follows must not be lost in silence. */
 function text(value, what) {
@@ -78,11 +30,10 @@ function oneOf(table, name, what) {
 }
 
 function numberOfOption(name, value) {
-  const [, words] = NUMBERS[name];
   if (name === 'schemes') {
     return [...value].reduce((sum, scheme) => sum | oneOf(SCHEMES, scheme, 'a scheme'), 0);
   }
-  return words ? oneOf(Object.fromEntries(words.map((word, at) => [word, at])), value, name) : number(value, name);
+  return Object.hasOwn(WORDS, name) ? oneOf(WORDS[name], value, name) : number(value, name);
 }
 
 function must(status, what) {
@@ -90,7 +41,7 @@ function must(status, what) {
 }
 
 function schemeName(value) {
-  return Object.keys(SCHEMES).find((name) => SCHEMES[name] === value) ?? 'none';
+  return nameIn(SCHEMES, value) ?? 'none';
 }
 
 const handles = new WeakMap();
@@ -98,8 +49,8 @@ const handles = new WeakMap();
 /** How to connect to one origin. */
 class Decision {
   constructor([handle, kind, scheme, host, port, url, authScheme, reason, age]) {
-    Object.assign(this, { kind: KINDS[kind], scheme, host, port, url, authScheme: schemeName(authScheme) });
-    Object.assign(this, { reason: REASONS[reason], explanation: native().statusText(reason), age });
+    Object.assign(this, { kind: nameIn(KINDS, kind), scheme, host, port, url, authScheme: schemeName(authScheme) });
+    Object.assign(this, { reason: nameIn(REASONS, reason), explanation: native().statusText(reason), age });
     handles.set(this, handle);
     Object.freeze(this);
   }
@@ -130,7 +81,7 @@ class Challenge {
 
   #settle(status, what) {
     const settled = status === OK;
-    if (!settled && status !== 5 && status !== 9) throw KivError.of(status, what);
+    if (!settled && status !== CODES.KIV_TOO_LATE && status !== CODES.KIV_CLOSED) throw KivError.of(status, what);
     if (settled) this.#settled();
     return settled;
   }
@@ -174,7 +125,7 @@ class Session extends EventEmitter {
   /** The kept decision. Without one a resolution begins, whose result a later call returns. */
   lookup(url) {
     const [status, decision] = this.#native.lookup(this.#handle, text(String(url), 'url'));
-    if (status === NOT_YET) return undefined;
+    if (status === CODES.KIV_NOT_YET) return undefined;
     must(status, 'lookup');
     return new Decision(decision);
   }
@@ -253,7 +204,7 @@ class Session extends EventEmitter {
       if (value === undefined) continue;
       const what = `the option ${name}`;
       if (Object.hasOwn(NUMBERS, name)) {
-        must(this.#native.setNumber(this.#handle, NUMBERS[name][0], numberOfOption(name, value)), what);
+        must(this.#native.setNumber(this.#handle, NUMBERS[name], numberOfOption(name, value)), what);
       } else if (Object.hasOwn(TEXTS, name)) {
         const list = Array.isArray(value) ? value.join(';') : value;
         must(this.#native.setText(this.#handle, TEXTS[name], list === null ? null : text(list, name)), what);
@@ -302,8 +253,15 @@ class Session extends EventEmitter {
   }
 
   #take([kind, tag, status, decision, challenge, line]) {
-    const kinds = [, this.#complete, this.#ask, this.#withdraw, this.#change, this.#log, this.#finish];
-    kinds[kind]?.call(this, { tag, status, decision, challenge, line });
+    const takers = {
+      [EVENTS.completed]: this.#complete,
+      [EVENTS.challenge]: this.#ask,
+      [EVENTS.withdrawn]: this.#withdraw,
+      [EVENTS.changed]: this.#change,
+      [EVENTS.log]: this.#log,
+      [EVENTS.closed]: this.#finish,
+    };
+    takers[kind]?.call(this, { tag, status, decision, challenge, line });
   }
 
   #complete({ tag, status, decision }) {
@@ -339,7 +297,7 @@ class Session extends EventEmitter {
   }
 
   #log({ status, line }) {
-    this.emit('log', LEVELS[status], line);
+    this.emit('log', nameIn(LEVELS, status), line);
   }
 
   #finish() {
@@ -352,7 +310,7 @@ class Session extends EventEmitter {
 }
 
 function handleOf(decision) {
-  if (!(decision instanceof Decision)) throw new TypeError('a Decision of kiv-session is expected');
+  if (!(decision instanceof Decision)) throw new TypeError('a Decision of kiv is expected');
   return handles.get(decision);
 }
 

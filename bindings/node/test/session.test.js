@@ -10,7 +10,7 @@ const https = require('node:https');
 const { test: nodeTest } = require('node:test');
 const { Worker } = require('node:worker_threads');
 const undici = require('undici');
-const { Session, KivError, agent, dispatcher } = require('kiv-session');
+const { Session, KivError, agent, dispatcher } = require('kiv');
 
 const { ports, certificate, user, password, settings } = JSON.parse(process.env.KIV_TEST);
 const TARGET = `http://localhost:${ports.web}/ok`;
@@ -307,23 +307,27 @@ for (const [client, get] of Object.entries({ undici: fetched, 'node:http': got }
 
 const WORKER = `
   const { parentPort, workerData } = require('node:worker_threads');
-  const { Session } = require('kiv-session');
+  const { Session } = require('kiv');
   const kiv = new Session({ userAgent: 'worker/1', ...workerData.options });
   kiv.resolve(workerData.url).then((decision) => {
     parentPort.postMessage(decision.kind);
     if (workerData.end === 'exit') kiv.resolve('http://other.test/'), process.exit(0);
+    if (workerData.end === 'throw') kiv.resolve('http://other.test/'), setImmediate(() => { throw new Error('of a worker'); });
     if (workerData.end === 'wait') kiv.resolve('http://other.test/'), parentPort.on('message', () => {});
   });`;
 
-for (const end of ['natural', 'exit', 'wait']) {
+for (const [end, code] of Object.entries({ natural: 0, exit: 0, throw: 1, wait: 1 })) {
   test(`worker threads have sessions of their own (${end})`, async () => {
     const workers = Array.from({ length: 3 }, () =>
       new Worker(WORKER, { eval: true, workerData: { url: TARGET, end, options: { preferred: proxy('tinyproxy') } } }));
     await Promise.all(workers.map(async (worker) => {
-      const ended = once(worker, 'exit');
-      assert.deepEqual(await once(worker, 'message'), ['proxy']);
+      const thrown = [];
+      worker.on('error', ({ message }) => thrown.push(message));
+      const ended = new Promise((resolve) => worker.once('exit', resolve));
+      assert.equal(await new Promise((resolve) => worker.once('message', resolve)), 'proxy');
       if (end === 'wait') await worker.terminate();
-      assert.deepEqual(await ended, [end === 'wait' ? 1 : 0]);
+      assert.equal(await ended, code);
+      assert.deepEqual(thrown, end === 'throw' ? ['of a worker'] : []);
     }));
   });
 }

@@ -1,7 +1,7 @@
 // What programs in TypeScript write; compiled, and not run.
 import * as undici from 'undici';
 import * as http from 'node:http';
-import { Session, KivError, agent, dispatcher, type Challenge, type Decision } from 'kiv-session';
+import { Session, KivError, agent, dispatcher, type Challenge, type Decision } from 'kiv';
 
 const kiv = new Session({ userAgent: 'app/1', preferred: { url: 'proxy:8080', user: 'u' }, schemes: ['basic'] });
 kiv.on('challenge', (challenge: Challenge) => {

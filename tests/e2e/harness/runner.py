@@ -43,6 +43,7 @@ class Bench:
         script = self.catalogue.fill_in(scenario.script)
         self.catalogue.odd_web.script = script
         self.user.write_file("script.pac", script)
+        self.user.write_file("old.pac", self.catalogue.fill_in(scenario.old_script))
         if "web" in servers:
             (self.catalogue.lighttpd.root / "script.pac").write_text(script)
         settings = scenario.settings

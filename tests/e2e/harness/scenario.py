@@ -19,8 +19,17 @@ DIRECT, NONE, USAGE_ERROR, WHATEVER = "DIRECT", "NONE", "", "*"
 SCHEMA = json.loads((Path(__file__).resolve().parents[3] / "docs" / "kiv-resolve.schema.json").read_text())
 """What every JSON document of the tool is valid against."""
 
-TRACE_SCHEMA = {"$ref": "#/definitions/traceRecord", "definitions": SCHEMA["definitions"]}
+
+def schema_of(name: str) -> dict[str, object]:
+    """The schema of something else than the document of `kiv-resolve URL --json`."""
+    return {"$ref": f"#/definitions/{name}", "definitions": SCHEMA["definitions"]}
+
+
+TRACE_SCHEMA = schema_of("traceRecord")
 """What every line of a trace is valid against."""
+
+DOCUMENT_SCHEMAS = {"pac": schema_of("pacDocument")}
+"""What the JSON document of a command is valid against that has one of its own."""
 
 INSECURE_ALLOWED = {"PROXYRESOLVER_ALLOW_INSECURE_AUTH_SCHEME": "1"}
 """The environment in which the library sends a server's Basic password over plain HTTP."""
@@ -48,6 +57,8 @@ class Scenario:
     """The user's proxy settings; None for a user who has none."""
     script: str = ""
     """The script that is served as http://…:{web}/script.pac and lies in C:/e2e/script.pac."""
+    old_script: str = ""
+    """Another script, in C:/e2e/old.pac."""
     servers: tuple[str, ...] = ()
     """Servers that take part without being named in a text."""
     environment: Mapping[str, str] = field(default_factory=dict)
@@ -80,7 +91,7 @@ class Scenario:
     def texts(self) -> tuple[str, ...]:
         """All texts in which ports are named."""
         settings = self.settings or Settings()
-        return (self.command, self.outcome, self.script, self.stdin, settings.manual, settings.bypass, settings.script_url)
+        return (self.command, self.outcome, self.script, self.old_script, self.stdin, settings.manual, settings.bypass, settings.script_url)
 
 
 def with_names(text: str, ports: Mapping[str, int]) -> str:
@@ -127,6 +138,7 @@ def transcript(scenario: Scenario, result: ToolResult, servers: Mapping[str, Ser
     sections = [
         _section("settings", described(scenario.settings)),
         *script_section(scenario),
+        *([_section("old script", scenario.old_script)] if scenario.old_script else []),
         _section("command", f"{environment}kiv-resolve {scenario.command}"),
         *([_section("standard input", scenario.stdin)] if scenario.stdin else []),
         _section("log", with_names(result.stderr, ports)),
@@ -153,9 +165,12 @@ def file_text(name: str, text: str) -> str:
     return readers[Path(name).suffix](text)
 
 
-def outcome_lines(document: str) -> str:
+def outcome_lines(document: str, command: str) -> str:
     """The outcomes that a valid JSON document tells, a line each."""
     read = json.loads(document)
+    if command in DOCUMENT_SCHEMAS:
+        jsonschema.validate(read, DOCUMENT_SCHEMAS[command])
+        return ""
     jsonschema.validate(read, SCHEMA)
     return "".join(f"{result['outcome']['text'] or ''}\n" for result in read["results"])
 
@@ -166,7 +181,7 @@ def wrong_output(scenario: Scenario, result: ToolResult, outcome: str) -> list[s
         return []
     expected = f"{outcome}\n" if outcome else ""
     try:
-        said = outcome_lines(result.stdout) if scenario.is_document and outcome else result.stdout
+        said = outcome_lines(result.stdout, scenario.arguments[0]) if scenario.is_document and outcome else result.stdout
     except (json.JSONDecodeError, jsonschema.ValidationError) as error:
         return [f"standard output is no valid document: {error}"]
     return [] if outcome == WHATEVER or said == expected else [f"standard output {said!r}, expected {expected!r}"]
@@ -179,6 +194,8 @@ def complaints(scenario: Scenario, result: ToolResult, outcome: str) -> list[str
         wrong.append(f"exit code {result.exit_code}, expected {scenario.expected_exit_code}")
     wrong += wrong_output(scenario, result, outcome)
     wrong += [f"the file {name} was not written" for name in scenario.files if not result.files.get(name)]
+    if "--redact" in scenario.arguments and any("planted" in text.lower() for text in result.texts):
+        wrong.append("the output shows a planted name")
     wrong += [f"the output shows the password {password!r}" for password in
               (PROXY_PASSWORD, SERVER_PASSWORD, WRONG_PASSWORD) if any(password in text for text in result.texts)]
     return wrong

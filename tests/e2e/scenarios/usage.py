@@ -7,7 +7,7 @@ SCENARIOS = [
     Scenario("usage_no_url", "", USAGE_ERROR),
     Scenario("usage_unknown_option", "http://localhost:{web}/ok --frobnicate", USAGE_ERROR),
     Scenario("usage_unknown_method", "http://localhost:{web}/ok --method post", USAGE_ERROR),
-    Scenario("usage_cred_without_password", "http://localhost:{web}/ok --proxy-cred alice", USAGE_ERROR),
+    Scenario("usage_cred_without_user", "http://localhost:{web}/ok --proxy-cred :secret", USAGE_ERROR),
     Scenario("usage_option_without_value", "http://localhost:{web}/ok --bypass", USAGE_ERROR),
     Scenario("usage_two_urls", "http://localhost:{web}/ok http://localhost:{web}/ok", USAGE_ERROR),
     Scenario("quiet_prints_the_outcome_alone", "http://localhost:{web}/ok --quiet", DIRECT),
