@@ -28,8 +28,8 @@ class Console:
 
     def __init__(self, bench: Bench, tool: Path, parent: Path) -> None:
         self._bench = bench
-        self._tool = tool
-        self._parent = parent
+        self.tool = tool
+        self.parent = parent
 
     def run(self, options: str, columns: int = 120, **environment: str) -> str:
         command = f"{URL} --proxy-cred {PROXY_USER}:{PROXY_PASSWORD} {options}"
@@ -37,13 +37,13 @@ class Console:
 
     def run_under_parent(self, command: str, settings: Settings, *parent_options: str) -> str:
         """Runs the tool as the child of a program that types, sends Ctrl-C and tells what became of the console."""
-        return self._run(Scenario("console", command, "*", settings), (str(self._parent), *parent_options), 120)
+        return self._run(Scenario("console", command, "*", settings), (str(self.parent), *parent_options), 120)
 
     def _run(self, scenario: Scenario, parent: Sequence[str], columns: int) -> str:
         self._bench.prepare(scenario)
         arguments = [self._bench.catalogue.fill_in(argument) for argument in scenario.arguments]
         environment = self._bench.user.environment(TERM="xterm-256color", **PATIENCE, **scenario.environment)
-        return run_on_console(["wine", *parent, str(self._tool), *arguments], environment, columns)
+        return run_on_console(["wine", *parent, str(self.tool), *arguments], environment, columns)
 
 
 def screen_of(written: str) -> Screen:
@@ -110,6 +110,14 @@ def mode_is_restored_after_ctrl_c(console: Console) -> None:
     assert not re.search(r"[|/\\-] (Finding|Testing)", text), "nothing is left of the live line"
 
 
+def ctrl_c_is_for_the_program_that_exec_runs(console: Console) -> None:
+    # The program is one that goes on after Ctrl-C, until the one that it runs has ended.
+    inner = f"{console.parent} {console.tool} {URL} --brief --prefer 127.0.0.1:{{silent}}"
+    text = screen_of(console.run_under_parent(f"exec {URL} -- {inner}", Settings(), "--interrupt")).text
+    assert re.search(r"exit=\w+,mode=changed.*\s+exit=7,mode=changed", text), text
+    assert "verdict" not in text, "the innermost program ended before its end"
+
+
 def quiet_leaves_the_mode_alone(console: Console) -> None:
     assert UNTOUCHED in screen_of(console.run_under_parent(f"{URL} --quiet", Settings())).text
 
@@ -142,7 +150,8 @@ def main() -> int:
     options = command_line(__doc__).parse_args()
     failed = 0
     checks = [brief_shows_time_passing, live_line_never_wraps, log_keeps_its_lines_whole, quiet_is_quiet,
-              no_color_shows_no_colours, mode_is_restored, mode_is_restored_after_ctrl_c, quiet_leaves_the_mode_alone,
+              no_color_shows_no_colours, mode_is_restored, mode_is_restored_after_ctrl_c,
+              ctrl_c_is_for_the_program_that_exec_runs, quiet_leaves_the_mode_alone,
               typed_urls_may_have_any_characters, typed_password_is_used_and_not_shown]
     with benches(1, options.bin, options.bridge, options.work) as (bench,):
         console = Console(bench, options.work.resolve() / "stage" / "kiv-resolve.exe",

@@ -3,6 +3,8 @@
 //
 //   console_parent [--interrupt | --interrupt-when FILE | --type LINE] PROGRAM [ARGUMENT...]
 //
+// Ends with 7, so that a program that runs it can be told from one that has ended itself.
+//
 // --interrupt sends Ctrl-C as soon as the mode has changed, --interrupt-when as soon as the file exists. --type types a
 // line, and Ctrl-Z on a line of its own.
 #include <windows.h>
@@ -76,5 +78,5 @@ int wmain(int count, wchar_t** arguments) {
               consoleMode() == before ? "restored" : "different");
   CloseHandle(process.hThread);
   CloseHandle(process.hProcess);
-  return 0;
+  return 7;
 }

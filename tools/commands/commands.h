@@ -20,6 +20,8 @@ std::span<const Command> commands();
 int resolveCommand(ArgumentList arguments);
 int sourcesCommand(ArgumentList arguments);
 int compareCommand(ArgumentList arguments);
+int envCommand(ArgumentList arguments);
+int execCommand(ArgumentList arguments);
 int pacCommand(ArgumentList arguments);
 int watchCommand(ArgumentList arguments);
 

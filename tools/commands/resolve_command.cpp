@@ -1,6 +1,5 @@
 // kiv-resolve [resolve] URL: diagnoses how the current user reaches a URL.
 #include <algorithm>
-#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -8,7 +7,7 @@
 #include "commands/commands.h"
 #include "common/console.h"
 #include "common/exits.h"
-#include "common/output_file.h"
+#include "common/output_files.h"
 #include "resolve/choices.h"
 #include "resolve/html_report.h"
 #include "resolve/json_document.h"
@@ -84,35 +83,8 @@ int exitCodeOf(const Outcome& outcome) {
   return found || outcome.kind == OutcomeKind::NotTested ? kDone : kNoneFound;
 }
 
-// Creates the files before the first resolution, so that a wrong file name is reported immediately.
-class Files {
- public:
-  explicit Files(const Written& written) {
-    if (written.trace) trace_.emplace(std::wstring(*written.trace));
-    if (written.report) report_.emplace(std::wstring(*written.report));
-  }
-
-  OutputFile* trace() { return trace_ ? &*trace_ : nullptr; }
-  OutputFile* report() { return report_ ? &*report_ : nullptr; }
-
-  // Whether all files could be written; complains if not.
-  bool check() {
-    bool good = true;
-    for (const OutputFile* file : {trace(), report()}) {
-      if (!file || file->problem().empty()) continue;
-      complain(file->problem());
-      good = false;
-    }
-    return good;
-  }
-
- private:
-  std::optional<OutputFile> trace_;
-  std::optional<OutputFile> report_;
-};
-
 int run(const Written& written, const RequestOptions& options, const std::vector<Target>& targets) {
-  Files files(written);
+  OutputFiles files(written.trace, written.report);
   if (!files.check()) return kFileNotWritten;
   Display display(detailOf(written));
   std::vector<Resolution> resolutions;

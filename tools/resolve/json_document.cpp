@@ -80,14 +80,16 @@ std::string dumped(const Json& json, int indent) {
 
 }  // namespace
 
-std::string jsonDocument(Task task, const std::vector<Resolution>& resolutions) {
+Json documentOf(std::string_view task, const std::vector<Resolution>& resolutions) {
   Json results = Json::array();
   for (const Resolution& resolution : resolutions) results.push_back(resultOf(resolution));
-  return dumped({{"program", "kiv-resolve"},
-                 {"version", KIV_VERSION},
-                 {"task", kTaskIds[static_cast<std::size_t>(task)]},
-                 {"results", results}},
-                2);
+  return {{"program", "kiv-resolve"}, {"version", KIV_VERSION}, {"task", task}, {"results", results}};
+}
+
+std::string textOf(const Json& document) { return dumped(document, 2); }
+
+std::string jsonDocument(Task task, const std::vector<Resolution>& resolutions) {
+  return textOf(documentOf(kTaskIds[static_cast<std::size_t>(task)], resolutions));
 }
 
 std::string traceLine(const Resolution& resolution, const Record& record) {

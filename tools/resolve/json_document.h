@@ -1,13 +1,19 @@
 // Resolutions for programs: a JSON document, which docs/kiv-resolve.schema.json describes, and trace lines.
 #pragma once
 
+#include <nlohmann/json_fwd.hpp>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "resolve/choices.h"
 #include "resolve/resolution.h"
 
 namespace kiv::tool {
+
+// A document of a command, to which it may add members of its own, and its text.
+nlohmann::ordered_json documentOf(std::string_view task, const std::vector<Resolution>& resolutions);
+std::string textOf(const nlohmann::ordered_json& document);
 
 std::string jsonDocument(Task task, const std::vector<Resolution>& resolutions);
 

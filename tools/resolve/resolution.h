@@ -87,6 +87,7 @@ struct Resolution {
   std::vector<Candidate> candidates;
   Outcome outcome;
   std::vector<Record> log;
+  ProxyConfig found{};   // as the outcome, with the credentials that it needed; shown nowhere
   std::wstring removed;  // what was redacted; empty if nothing was to be
 
   // The number of the candidate that works; nothing if none does.

@@ -152,6 +152,7 @@ Resolution ResolutionRun::end(bool stopped) {
     resolution_.candidates.at(current_).requests.push_back(*underway_);
   }
   resolution_.outcome = outcomeOf();
+  if (found_) resolution_.found = *found_;
   resolution_.duration = sinceBegin();
   assignOrigins();
   if (options_.redaction) resolution_.removed = options_.redaction->summary();
