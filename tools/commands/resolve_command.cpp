@@ -15,6 +15,7 @@
 #include "resolve/request_options.h"
 #include "resolve/resolution_run.h"
 #include "resolve/table.h"
+#include "resolve/text_report.h"
 #include "resolve/wording.h"
 
 namespace kiv::tool {
@@ -26,6 +27,7 @@ struct Written {
   bool quiet = false;
   bool brief = false;
   bool json = false;
+  bool probe = false;
   bool showSettings = false;
   bool candidatesOnly = false;
   Value trace;
@@ -40,15 +42,18 @@ constexpr Flag<Written> kOutputFlags[] = {
     {"--candidates-only", &Written::candidatesOnly, "Print the candidates in order; test nothing"},
     {"--brief", &Written::brief, "Show a line per candidate instead of the log"},
     {"--quiet", &Written::quiet, "Print the outcome and nothing else"},
+    {"--probe", &Written::probe, "Also measure each tested route, with a request of the tool's own"},
     {"--json", &Written::json, "Print one JSON document and nothing else"},
 };
 constexpr ValueOption<Written> kOutputFiles[] = {
     {"--trace", &Written::trace, "FILE", mustNameAFile, "Write the log to a file, as JSON lines"},
-    {"--report", &Written::report, "FILE", mustNameAFile, "Write an HTML report to a file"},
+    {"--report", &Written::report, "FILE", mustNameAFile, "Write a report with a probe: FILE.html, or FILE.txt"},
 };
 
 std::string contradictionIn(const Written& written) {
   if (written.showSettings && written.candidatesOnly) return "--show-settings excludes --candidates-only";
+  if (written.probe && written.showSettings) return "--probe excludes --show-settings";
+  if (written.probe && written.candidatesOnly) return "--probe excludes --candidates-only";
   return written.brief && written.quiet ? "--brief excludes --quiet" : "";
 }
 
@@ -60,6 +65,20 @@ Task taskOf(const Written& written) {
 Detail detailOf(const Written& written) {
   if (written.quiet || written.json || taskOf(written) != Task::Resolve) return Detail::Nothing;
   return written.brief ? Detail::Brief : Detail::Log;
+}
+
+// A report is about all that can be known.
+bool wantsProbe(const Written& written) {
+  return written.probe || (written.report && taskOf(written) == Task::Resolve);
+}
+
+// The probe's findings are on the console only if it was requested there.
+void showProbe(const Written& written, const Resolution& resolution) {
+  if (written.probe && detailOf(written) != Detail::Nothing) print(Stream::Error, probeText(resolution));
+}
+
+std::string reportOn(const Written& written, const std::vector<Resolution>& resolutions) {
+  return written.report->ends_with(L".txt") ? textReport(resolutions) : htmlReport(resolutions);
 }
 
 // With several URLs each line of the output begins with its URL.
@@ -117,14 +136,17 @@ int run(const Written& written, const RequestOptions& options, const std::vector
   std::vector<Resolution> resolutions;
   int worst = kDone;
   for (const Target& target : targets) {
-    resolutions.push_back(ResolutionRun(options, taskOf(written), target, display, files.trace()).resolve());
+    resolutions.push_back(
+        ResolutionRun(options, taskOf(written), target, display, files.trace()).resolve(wantsProbe(written)));
+    findInspection(resolutions);
     const Resolution& resolution = resolutions.back();
+    showProbe(written, resolution);
     worst = std::max(worst, exitCodeOf(resolution.outcome));
     if (resolution.outcome.kind == OutcomeKind::NotCarriedOut) complain(kNotCompleted);
     if (!written.json) print(Stream::Output, outputOf(written, resolution));
   }
   if (written.json) print(Stream::Output, toWide(jsonDocument(taskOf(written), resolutions)));
-  if (files.report()) files.report()->write(htmlReport(resolutions));
+  if (files.report()) files.report()->write(reportOn(written, resolutions));
   return files.check() ? worst : kFileNotWritten;
 }
 

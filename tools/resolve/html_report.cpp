@@ -6,6 +6,8 @@
 
 #include "common/console.h"
 #include "common/markup.h"
+#include "resolve/advice.h"
+#include "resolve/report_sheets.h"
 #include "resolve/report_style.h"
 #include "resolve/route_picture.h"
 #include "resolve/wording.h"
@@ -30,6 +32,10 @@ constexpr std::array<OutcomeWords, 5> kOutcomes = {{
     {L"off", L"Not tested"},
     {L"bad", L"Not completed"},
 }};
+
+// In the order of the kinds.
+constexpr std::array<const wchar_t*, 6> kPhaseClasses = {L"name-phase", L"connection-phase", L"tunnel-phase",
+                                                         L"tls-phase",  L"sending-phase",    L"first-byte-phase"};
 
 constexpr std::array<const wchar_t*, 4> kLevelTexts = {L"Errors", L"Warnings", L"Info", L"Debug"};
 
@@ -69,6 +75,27 @@ std::wstring reasonOf(const Resolution& resolution) {
   return remarked.empty() ? reason : reason + L" " + remarked;
 }
 
+// Text with code between backticks.
+Markup withCode(std::wstring_view text) {
+  Markup content;
+  for (bool isCode = false; !text.empty(); isCode = !isCode) {
+    const std::size_t end = std::min(text.find(L'`'), text.size());
+    const Markup part(text.substr(0, end));
+    content += isCode ? element("code", part) : part;
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return content;
+}
+
+Markup nextSteps(const Resolution& resolution) {
+  Markup steps;
+  for (const Advice* advice : adviceFor(resolution)) {
+    steps += element("li", element("strong", withCode(advice->meaning)) + L" " + withCode(advice->advice));
+  }
+  if (steps.html().empty()) return {};
+  return element("h2", L"What to try next") + element("ul", {{"class", L"steps"}}, steps);
+}
+
 Markup outcomeSection(const Resolution& resolution) {
   const OutcomeWords& words = wordsOf(resolution.outcome);
   const std::wstring& text = resolution.outcome.text;
@@ -77,7 +104,8 @@ Markup outcomeSection(const Resolution& resolution) {
       "section", std::wstring(L"outcome ") + words.kind,
       classed("p", L"badge", words.badge) + answer + classed("h1", L"target", L"to " + resolution.url) +
           classed("p", L"reason", reasonOf(resolution)) +
-          classed("p", L"when", timeText(resolution.began) + L", took " + durationText(resolution.duration)));
+          classed("p", L"when", timeText(resolution.began) + L", took " + durationText(resolution.duration)) +
+          nextSteps(resolution));
 }
 
 // The time of all tests: the scale of the bars.
@@ -182,6 +210,51 @@ Markup settingsSection(const Resolution& resolution) {
                                                           durationText(resolution.discoveryDuration))));
 }
 
+// The time line of a probe's phases.
+Markup phasesBar(const std::vector<Phase>& phases) {
+  if (phases.empty()) return {};
+  constexpr long long kWidth = 1000;
+  constexpr long long kLeast = 4;  // so that a phase without duration can be seen
+  const long long length = std::max<long long>((phases.back().began + phases.back().duration).count(), 1);
+  Markup parts;
+  for (const Phase& phase : phases) {
+    const long long width = std::max(kLeast, kWidth * phase.duration.count() / length);
+    const long long x = std::min(kWidth * phase.began.count() / length, kWidth - width);
+    const std::wstring name = nameOf(phase.kind);
+    parts += element("rect",
+                     {{"class", phase.completed ? kPhaseClasses[static_cast<std::size_t>(phase.kind)] : L"failure"},
+                      {"x", std::to_wstring(x)},
+                      {"width", std::to_wstring(width)},
+                      {"height", L"10"}},
+                     element("title", name));
+  }
+  return element("svg", {{"class", L"bar"}, {"viewBox", L"0 0 1000 10"}, {"preserveAspectRatio", L"none"}}, parts);
+}
+
+Markup groupOf(const FactGroup& group) {
+  Markup facts;
+  for (const Fact& each : group.facts) facts += fact(each.name.c_str(), each.value);
+  return (group.title.empty() ? Markup() : element("h3", group.title)) + phasesBar(group.phases) + element("dl", facts);
+}
+
+Markup legend() {
+  Markup items;
+  for (std::size_t i = 0; i < kPhaseClasses.size(); ++i) {
+    items += classed("li", kPhaseClasses[i], nameOf(static_cast<PhaseKind>(i)));
+  }
+  return classed("ol", L"legend", items);
+}
+
+Markup sheetSection(const Sheet& sheet) {
+  if (sheet.isEmpty()) return {};
+  Markup content = sheet.note.empty() ? Markup() : classed("p", L"note", sheet.note);
+  const bool hasTimeLine =
+      std::ranges::any_of(sheet.groups, [](const FactGroup& group) { return !group.phases.empty(); });
+  if (hasTimeLine) content += legend();
+  for (const FactGroup& group : sheet.groups) content += groupOf(group);
+  return section(sheet.kind, sheet.heading, content);
+}
+
 Markup filterOf(const std::wstring& group, LogLevel level) {
   const std::wstring name = toWide(idOf(level));
   const std::wstring id = group + name;
@@ -210,11 +283,20 @@ Markup logSection(const Resolution& resolution, const std::wstring& group) {
 
 std::wstring idOfArticle(std::size_t number) { return L"url-" + std::to_wstring(number); }
 
-Markup article(std::size_t number, const Resolution& resolution) {
+Markup probeSections(const Resolution& resolution) {
+  Markup sections;
+  for (const Sheet& sheet : probeSheets(resolution)) sections += sheetSection(sheet);
+  return sections;
+}
+
+Markup article(std::size_t number, const Resolution& resolution, const Machine& machine) {
   const std::wstring id = idOfArticle(number);
   return element("article", {{"id", id}},
                  outcomeSection(resolution) + section(L"taken", L"Route", routePicture(resolution)) +
-                     candidatesSection(resolution) + settingsSection(resolution) + logSection(resolution, id + L"-"));
+                     candidatesSection(resolution) + sheetSection(whoSheet(resolution, machine)) +
+                     settingsSection(resolution) + sheetSection(bypassSheet(resolution)) +
+                     sheetSection(discoverySheet(resolution)) + probeSections(resolution) +
+                     logSection(resolution, id + L"-"));
 }
 
 Markup overview(const std::vector<Resolution>& resolutions) {
@@ -248,8 +330,10 @@ Markup headOf(const std::vector<Resolution>& resolutions) {
 }  // namespace
 
 std::string htmlReport(const std::vector<Resolution>& resolutions) {
+  const Machine machine = thisMachine();
   Markup articles;
-  for (std::size_t i = 0; i < resolutions.size(); ++i) articles += article(i, resolutions[i]);
+  for (std::size_t i = 0; i < resolutions.size(); ++i) articles += article(i, resolutions[i], machine);
+  articles += sheetSection(versionsSheet(machine)) + sheetSection(removedSheet());
   const Markup foot = element("footer", L"kiv-resolve " + toWide(KIV_VERSION));
   const Markup body = element("body", element("main", overview(resolutions) + articles) + foot);
   return "<!DOCTYPE html>\n" + element("html", {{"lang", L"en"}}, headOf(resolutions) + body).html() + "\n";

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "kiv/kiv.hpp"
+#include "probe/findings.h"
 
 namespace kiv::tool {
 
@@ -73,6 +74,7 @@ struct Bypass {
   std::wstring list{};
   bool given = false;  // with --bypass, instead of the user's
   bool matches = false;
+  std::wstring entry{};  // that matches
 };
 
 struct Resolution {
@@ -86,6 +88,7 @@ struct Resolution {
   std::vector<Candidate> candidates;
   Outcome outcome;
   std::vector<Record> log;
+  std::optional<ProbeFindings> probe;  // nothing if none was requested
 
   // The number of the candidate that works; nothing if none does.
   std::optional<std::size_t> winner() const;

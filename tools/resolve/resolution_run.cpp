@@ -1,14 +1,25 @@
 // One run of the library's resolution, with its own client and dialogs, and a record of every step.
 #include "resolve/resolution_run.h"
 
+#include <algorithm>
 #include <string>
 
 #include "common/presentable.h"
+#include "probe/certificates.h"
+#include "probe/route_probe.h"
+#include "probe/script_probe.h"
+#include "resolve/bypass_entry.h"
 #include "resolve/json_document.h"
 #include "resolve/log_facts.h"
 #include "resolve/user_settings.h"
 
 namespace kiv::tool {
+namespace {
+
+// For all that is done with one route, and with the PAC script.
+constexpr milliseconds kProbeLimit{15000};
+
+}  // namespace
 
 ResolutionRun::ResolutionRun(const RequestOptions& options, Task task, const Target& target, Display& display,
                              OutputFile* trace)
@@ -29,7 +40,7 @@ milliseconds ResolutionRun::sinceBegin() const {
   return std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - began_);
 }
 
-Resolution ResolutionRun::resolve() {
+Resolution ResolutionRun::resolve(bool probe) {
   resolution_.settings = readUserSettings();
   discovering_ = true;
   display_.discoveryBegins(resolution_);
@@ -37,6 +48,7 @@ Resolution ResolutionRun::resolve() {
   resolution_.outcome = outcomeOf(found);
   resolution_.duration = sinceBegin();
   assignOrigins();
+  if (probe) resolution_.probe = this->probe(found);
   display_.finished(resolution_);
   return std::move(resolution_);
 }
@@ -90,6 +102,7 @@ Credential ResolutionRun::giveServerCred(std::wstring_view url) {
 bool ResolutionRun::keep(const ProxyConfig& candidate) {
   endDiscovery();
   resolution_.candidates.push_back({.text = presentable(candidate.display_string())});
+  routes_.push_back(candidate);
   return task_ == Task::Resolve;
 }
 
@@ -130,6 +143,7 @@ void ResolutionRun::learn(std::wstring_view message) {
       break;
     case FactKind::Bypassed:
       resolution_.bypass.matches = true;
+      resolution_.bypass.entry = matchingEntry(resolution_.bypass.list, resolution_.url);
       break;
     case FactKind::InvalidCandidate:
       resolution_.candidates.at(fact.number).invalid = true;
@@ -164,6 +178,42 @@ void ResolutionRun::assignOrigins() {
   if (!options_.preferred.is_none()) candidates.front().origin = Origin::Preferred;
 }
 
+RouteFindings ResolutionRun::probe(const ProxyConfig& route, std::wstring_view subject) const {
+  display_.probeBegins(subject);
+  RouteFindings findings = probeRoute({.url = target_.url,
+                                       .route = route,
+                                       .userAgent = options_.userAgent,
+                                       .method = options_.method == Method::Get ? L"GET" : L"HEAD",
+                                       .proxyCred = options_.proxyCred.is_none() ? route.cred() : options_.proxyCred,
+                                       .serverCred = options_.serverCred.is_none() ? target_.cred : options_.serverCred,
+                                       .ignoreCertErrors = options_.ignoreCertErrors,
+                                       .limit = kProbeLimit});
+  display_.underwayEnds();
+  return findings;
+}
+
+// The winner has the credentials that worked. A direct connection that needed no test is probed too: it is the route.
+ProbeFindings ResolutionRun::probe(const std::optional<ProxyConfig>& found) {
+  ProbeFindings findings;
+  const auto winner = resolution_.winner();
+  for (std::size_t i = 0; i < resolution_.candidates.size(); ++i) {
+    if (resolution_.candidates[i].requests.empty()) continue;
+    const ProxyConfig& route = found && winner == i ? *found : routes_[i];
+    findings.routes.push_back(probe(route, testText(L"Probing", i, resolution_.candidates[i])));
+    findings.routes.back().candidate = i;
+  }
+  if (found && found->is_direct() && findings.routes.empty()) {
+    findings.routes.push_back(probe(*found, L"Probing " + resolution_.outcome.text));
+  }
+  display_.probeBegins(L"Fetching the PAC script");
+  findings.script = probeScript({.detect = resolution_.settings.automaticDetection,
+                                 .scriptUrl = resolution_.settings.scriptUrl,
+                                 .userAgent = options_.userAgent,
+                                 .limit = kProbeLimit});
+  display_.underwayEnds();
+  return findings;
+}
+
 Outcome ResolutionRun::outcomeOf(const std::optional<ProxyConfig>& found) const {
   if (!found) return {OutcomeKind::NotCarriedOut, L"NONE"};
   if (found->is_none() && task_ != Task::Resolve) return {OutcomeKind::NotTested, {}};
@@ -171,6 +221,25 @@ Outcome ResolutionRun::outcomeOf(const std::optional<ProxyConfig>& found) const 
                            : found->is_direct() ? OutcomeKind::Direct
                                                 : OutcomeKind::Proxy;
   return {kind, found->display_string()};
+}
+
+void findInspection(std::vector<Resolution>& resolutions) {
+  std::vector<Sighting> sightings;
+  const auto forEachCertificate = [&](auto visit) {
+    for (Resolution& resolution : resolutions) {
+      if (!resolution.probe) continue;
+      for (const RouteFindings& route : resolution.probe->routes) {
+        if (route.certificate) visit(resolution, *route.certificate);
+      }
+    }
+  };
+  forEachCertificate([&](const Resolution& /*resolution*/, const Certificate& certificate) {
+    sightings.push_back({certificate.host, certificate.root});
+  });
+  const std::vector<std::wstring> inspected = inspectedHosts(sightings);
+  forEachCertificate([&](Resolution& resolution, const Certificate& certificate) {
+    if (std::ranges::count(inspected, certificate.host) > 0) resolution.probe->inspectionLikely = true;
+  });
 }
 
 }  // namespace kiv::tool

@@ -18,7 +18,8 @@ class ResolutionRun {
   // `trace` is null if none is wanted.
   ResolutionRun(const RequestOptions& options, Task task, const Target& target, Display& display, OutputFile* trace);
 
-  Resolution resolve();
+  // With `probe` each route that was tested is probed too, and the PAC script is fetched.
+  Resolution resolve(bool probe);
 
  private:
   // The library's callbacks. Those about one candidate come after a line of the log that has its number.
@@ -35,6 +36,8 @@ class ResolutionRun {
   void noteFailure(const Record& record, std::wstring_view message);
   void endDiscovery();
   void assignOrigins();
+  ProbeFindings probe(const std::optional<ProxyConfig>& found);
+  RouteFindings probe(const ProxyConfig& route, std::wstring_view subject) const;
   Outcome outcomeOf(const std::optional<ProxyConfig>& found) const;
   milliseconds sinceBegin() const;
 
@@ -47,9 +50,13 @@ class ResolutionRun {
   HttpClient client_;
   std::chrono::steady_clock::time_point began_;
   Resolution resolution_;
-  std::size_t current_ = 0;  // the candidate that is being tested
+  std::vector<ProxyConfig> routes_;  // of the candidates
+  std::size_t current_ = 0;          // the candidate that is being tested
   bool discovering_ = false;
   Request* underway_ = nullptr;
 };
+
+// Marks the probes of hosts whose TLS connections are likely inspected on some route.
+void findInspection(std::vector<Resolution>& resolutions);
 
 }  // namespace kiv::tool

@@ -1,8 +1,8 @@
 """All scenarios, in the order in which they run."""
 
-from scenarios import answers, bypass, proxies, settings, sources, targets, usage
+from scenarios import answers, bypass, probe, proxies, settings, sources, targets, usage
 
-_MODULES = (usage, answers, settings, sources, bypass, proxies, targets)
+_MODULES = (usage, answers, settings, sources, bypass, proxies, targets, probe)
 
 SCENARIOS = [scenario for module in _MODULES for scenario in module.SCENARIOS]
 

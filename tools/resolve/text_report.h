@@ -1,0 +1,16 @@
+// A report on resolutions as plain text, and the parts of it that the console shows.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "resolve/resolution.h"
+
+namespace kiv::tool {
+
+std::string textReport(const std::vector<Resolution>& resolutions);
+
+// What the probe found, and what to try next.
+std::wstring probeText(const Resolution& resolution);
+
+}  // namespace kiv::tool
