@@ -41,12 +41,12 @@ enum class Root : std::uint8_t {
 
 struct Certificate {
   std::wstring host;  // that presented it
-  std::wstring subject;
-  std::wstring issuer;
-  std::chrono::system_clock::time_point notBefore;
-  std::chrono::system_clock::time_point notAfter;
-  std::wstring sha256;
-  std::wstring rootName;
+  std::wstring subject{};
+  std::wstring issuer{};
+  std::chrono::system_clock::time_point notBefore{};
+  std::chrono::system_clock::time_point notAfter{};
+  std::wstring sha256{};
+  std::wstring rootName{};
   Root root = Root::Missing;
   unsigned problems = 0;  // what Windows finds wrong with it: WINHTTP_CALLBACK_STATUS_FLAG_ values
   bool refused = false;   // so it was read with a request that was closed before anything was sent

@@ -34,7 +34,7 @@ class RouteProbe {
     findings.redirects = redirects();
     if (!findings.error) {
       findings.status = exchange_.status();
-      findings.finalHost = exchange_.finalHost();
+      findings.finalHost = finalHost(findings.redirects);
     }
     findings.certificate = certificate(findings.error);
   }
@@ -81,6 +81,7 @@ class RouteProbe {
     DWORD target = 0;
     if (!WinHttpQueryAuthSchemes(request, &offered, &first, &target)) return false;
     challenge.offered = offered;
+    if (!plan_.answersChallenges) return false;
     const Credential& cred = challenge.byProxy ? plan_.proxyCred : plan_.serverCred;
     const std::optional<DWORD> scheme = chosen(challenge, cred.is_none());
     if (!scheme) return false;
@@ -109,6 +110,14 @@ class RouteProbe {
       if (notice.status == WINHTTP_CALLBACK_STATUS_REDIRECT) urls.push_back(presentable(notice.text));
     }
     return urls;
+  }
+
+  // Wine's WinHTTP does not tell the URL at the end, but each redirect.
+  std::wstring finalHost(const std::vector<std::wstring>& redirects) const {
+    const std::wstring told = exchange_.finalHost();
+    if (!told.empty()) return told;
+    const auto last = redirects.empty() ? std::nullopt : locate(redirects.back());
+    return presentable(last ? last->host : target_.host);
   }
 
   // Of the first host that was connected to with TLS: that of the URL, or of a redirect.
@@ -142,16 +151,24 @@ class RouteProbe {
   Exchange exchange_;
 };
 
+// Why WinHTTP cannot use a route; null if it can.
+const wchar_t* obstacleTo(const ProxyConfig& route) {
+  if (route.is_direct()) return nullptr;
+  if (!route.is_http()) return L"WinHTTP supports HTTP proxies only";
+  return route.host().empty() || route.port_or_default().value_or(0) == 0 ? L"the proxy has no host or no port"
+                                                                          : nullptr;
+}
+
 }  // namespace
 
 RouteFindings probeRoute(const ProbePlan& plan) {
   const ProxyConfig& route = plan.route;
   RouteFindings findings{.route = presentable(route.display_string())};
   const std::optional<Location> target = locate(plan.url);
-  if (!target || (!route.is_direct() && !route.is_valid())) {
-    findings.notProbed = L"not a valid route for WinHTTP";
-  } else if (route.is_valid() && !route.is_http()) {
-    findings.notProbed = L"WinHTTP supports HTTP proxies only";
+  if (!target) {
+    findings.notProbed = L"WinHTTP cannot read the URL";
+  } else if (const wchar_t* const obstacle = obstacleTo(route)) {
+    findings.notProbed = obstacle;
   } else {
     findings.host = presentable(target->host);
     findings.addresses = lookUp(route.is_direct() ? target->host : std::wstring(route.host()));

@@ -16,6 +16,8 @@ struct ProbePlan {
   const wchar_t* method = L"HEAD";
   Credential proxyCred;   // none: Windows may log on as the user
   Credential serverCred;  // likewise
+  // False after credentials were rejected: to send them again could lock the account.
+  bool answersChallenges = true;
   bool ignoreCertErrors = false;
   std::chrono::milliseconds limit{};
 };

@@ -24,11 +24,11 @@ std::wstring indented(const std::wstring& message) {
   return text;
 }
 
-}  // namespace
-
-std::wstring testText(const wchar_t* verb, std::size_t number, const Candidate& candidate) {
-  return std::wstring(verb) + L" No. " + std::to_wstring(number) + L": " + candidate.text;
+std::wstring testText(std::size_t number, const Candidate& candidate) {
+  return L"Testing No. " + std::to_wstring(number) + L": " + candidate.text;
 }
+
+}  // namespace
 
 Display::Display(Detail detail)
     : detail_(detail),
@@ -45,9 +45,8 @@ void Display::discoveryBegins(const Resolution& resolution) {
 void Display::testBegins(std::size_t number, const Candidate& candidate) {
   // On a console the live line shows it, with the time.
   const bool retried = !candidate.requests.empty();
-  if (detail_ == Detail::Brief && !hasLiveLine_ && !retried)
-    print(Stream::Error, testText(L"Testing", number, candidate) + L"\n");
-  live_.begin(testText(L"Testing", number, candidate));
+  if (detail_ == Detail::Brief && !hasLiveLine_ && !retried) print(Stream::Error, testText(number, candidate) + L"\n");
+  live_.begin(testText(number, candidate));
 }
 
 void Display::record(const Record& record) {

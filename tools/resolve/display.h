@@ -10,16 +10,13 @@
 
 namespace kiv::tool {
 
-// "Testing No. 0: DIRECT".
-std::wstring testText(const wchar_t* verb, std::size_t number, const Candidate& candidate);
-
 class Display {
  public:
   explicit Display(Detail detail);
 
   void discoveryBegins(const Resolution& resolution);
   void testBegins(std::size_t number, const Candidate& candidate);
-  void probeBegins(std::wstring_view subject) { live_.begin(std::wstring(subject)); }
+  void probeBegins(std::wstring subject) { live_.begin(std::move(subject)); }
   void underwayEnds() { live_.end(); }
   void record(const Record& record);
   void finished(const Resolution& resolution);

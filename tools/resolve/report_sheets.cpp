@@ -47,9 +47,9 @@ constexpr std::array<const wchar_t*, 4> kRoots = {L", a public root", L", instal
                                                   L", not trusted on this machine", L""};
 
 constexpr const wchar_t* kPhasesNote =
-    L"kiv-resolve sent one request of its own over each route that was tested. WinHTTP does not separate TLS: it is "
-    L"the time between the connection and the request, and includes the proxy's tunnel where WinHTTP does not report "
-    L"that. The first byte is that of the response's headers.";
+    L"kiv-resolve sent one request of its own over each of these routes. WinHTTP does not report TLS: it is the time "
+    L"between connection and request. Where it does not report the proxy's tunnel either, TLS includes that. The first "
+    L"byte is the end of the response's headers.";
 
 constexpr const wchar_t* kRemoved =
     L"Passwords are not here: asterisks replace what stands before \"@\" in every text that looks like "
@@ -160,7 +160,7 @@ void addScript(const ScriptFindings& script, Sheet& sheet) {
   if (script.error) {
     facts.push_back({L"Failed", errorText(script.error)});
   } else {
-    facts.push_back({L"Type", script.type});
+    if (script.status >= 0) facts.push_back({L"Type", script.type});
     facts.push_back({L"Size", std::to_wstring(script.bytes) + L" bytes"});
     facts.push_back({L"SHA-256", script.sha256});
   }

@@ -60,6 +60,7 @@ struct Candidate {
   std::vector<Request> requests{};
 
   Verdict verdict() const;
+  bool rejectsCredentials() const;
   milliseconds duration() const;
 };
 

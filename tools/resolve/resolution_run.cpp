@@ -178,14 +178,15 @@ void ResolutionRun::assignOrigins() {
   if (!options_.preferred.is_none()) candidates.front().origin = Origin::Preferred;
 }
 
-RouteFindings ResolutionRun::probe(const ProxyConfig& route, std::wstring_view subject) const {
-  display_.probeBegins(subject);
+RouteFindings ResolutionRun::probe(const ProxyConfig& route, bool answersChallenges) const {
+  display_.probeBegins(L"Probing " + presentable(route.display_string()));
   RouteFindings findings = probeRoute({.url = target_.url,
                                        .route = route,
                                        .userAgent = options_.userAgent,
                                        .method = options_.method == Method::Get ? L"GET" : L"HEAD",
                                        .proxyCred = options_.proxyCred.is_none() ? route.cred() : options_.proxyCred,
                                        .serverCred = options_.serverCred.is_none() ? target_.cred : options_.serverCred,
+                                       .answersChallenges = answersChallenges,
                                        .ignoreCertErrors = options_.ignoreCertErrors,
                                        .limit = kProbeLimit});
   display_.underwayEnds();
@@ -199,11 +200,11 @@ ProbeFindings ResolutionRun::probe(const std::optional<ProxyConfig>& found) {
   for (std::size_t i = 0; i < resolution_.candidates.size(); ++i) {
     if (resolution_.candidates[i].requests.empty()) continue;
     const ProxyConfig& route = found && winner == i ? *found : routes_[i];
-    findings.routes.push_back(probe(route, testText(L"Probing", i, resolution_.candidates[i])));
+    findings.routes.push_back(probe(route, !resolution_.candidates[i].rejectsCredentials()));
     findings.routes.back().candidate = i;
   }
   if (found && found->is_direct() && findings.routes.empty()) {
-    findings.routes.push_back(probe(*found, L"Probing " + resolution_.outcome.text));
+    findings.routes.push_back(probe(*found, true));
   }
   display_.probeBegins(L"Fetching the PAC script");
   findings.script = probeScript({.detect = resolution_.settings.automaticDetection,

@@ -37,7 +37,7 @@ class ResolutionRun {
   void endDiscovery();
   void assignOrigins();
   ProbeFindings probe(const std::optional<ProxyConfig>& found);
-  RouteFindings probe(const ProxyConfig& route, std::wstring_view subject) const;
+  RouteFindings probe(const ProxyConfig& route, bool answersChallenges) const;
   Outcome outcomeOf(const std::optional<ProxyConfig>& found) const;
   milliseconds sinceBegin() const;
 

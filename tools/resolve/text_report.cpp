@@ -22,6 +22,23 @@ std::wstring withoutBackticks(std::wstring_view text) {
   return plain;
 }
 
+// A paragraph in lines that are not too long to read; the first begins with `mark`, and all are indented like it.
+std::wstring wrapped(std::wstring_view mark, std::wstring_view text) {
+  constexpr std::size_t kWidth = 100;
+  std::wstring lines;
+  std::wstring line(mark);
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find(L' '), text.size());
+    if (line.size() + end > kWidth) {
+      lines += line.substr(0, line.size() - 1) + L"\n";
+      line = std::wstring(mark.size(), L' ');
+    }
+    line += std::wstring(text.substr(0, end)) + L" ";
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return lines + line.substr(0, line.size() - 1) + L"\n";
+}
+
 std::wstring linesOf(const FactGroup& group) {
   const std::wstring indent = group.title.empty() ? L"  " : L"    ";
   std::size_t width = 0;
@@ -35,7 +52,7 @@ std::wstring linesOf(const FactGroup& group) {
 }
 
 std::wstring sheetText(const Sheet& sheet) {
-  std::wstring body = sheet.note.empty() ? L"" : L"  " + sheet.note + L"\n";
+  std::wstring body = sheet.note.empty() ? L"" : wrapped(L"  ", sheet.note);
   for (const FactGroup& group : sheet.groups) body += linesOf(group);
   return headed(sheet.heading, body);
 }
@@ -43,7 +60,7 @@ std::wstring sheetText(const Sheet& sheet) {
 std::wstring adviceText(const Resolution& resolution) {
   std::wstring body;
   for (const Advice* advice : adviceFor(resolution)) {
-    body += L"  - " + withoutBackticks(advice->meaning) + L" " + withoutBackticks(advice->advice) + L"\n";
+    body += wrapped(L"  - ", withoutBackticks(advice->meaning) + L" " + withoutBackticks(advice->advice));
   }
   return body.empty() ? L"" : headed(L"What to try next", body);
 }
@@ -78,7 +95,9 @@ std::string textReport(const std::vector<Resolution>& resolutions) {
 
 std::wstring probeText(const Resolution& resolution) {
   std::wstring text = sheetText(discoverySheet(resolution));
-  for (const Sheet& sheet : probeSheets(resolution)) text += sheetText(sheet);
+  for (const Sheet& sheet : probeSheets(resolution)) {
+    if (!sheet.groups.empty()) text += sheetText(sheet);
+  }
   return text + adviceText(resolution);
 }
 
