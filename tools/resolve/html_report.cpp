@@ -7,6 +7,7 @@
 #include "common/console.h"
 #include "common/markup.h"
 #include "resolve/advice.h"
+#include "resolve/probe_words.h"
 #include "resolve/report_sheets.h"
 #include "resolve/report_style.h"
 #include "resolve/route_picture.h"
@@ -19,19 +20,8 @@ namespace {
 constexpr const wchar_t* kPolicy =
     L"default-src 'none'; style-src 'unsafe-inline'; base-uri 'none'; form-action 'none'";
 
-struct OutcomeWords {
-  const wchar_t* kind;  // a class of the style
-  const wchar_t* badge;
-};
-
-// In the order of the kinds.
-constexpr std::array<OutcomeWords, 5> kOutcomes = {{
-    {L"good", L"Route found"},
-    {L"good", L"Route found"},
-    {L"bad", L"No route found"},
-    {L"off", L"Not tested"},
-    {L"bad", L"Not completed"},
-}};
+// Classes of the style, in the order of the kinds of outcomes.
+constexpr std::array<const wchar_t*, 5> kOutcomeClasses = {L"good", L"good", L"bad", L"off", L"bad"};
 
 // In the order of the kinds.
 constexpr std::array<const wchar_t*, 6> kPhaseClasses = {L"name-phase", L"connection-phase", L"tunnel-phase",
@@ -39,7 +29,7 @@ constexpr std::array<const wchar_t*, 6> kPhaseClasses = {L"name-phase", L"connec
 
 constexpr std::array<const wchar_t*, 4> kLevelTexts = {L"Errors", L"Warnings", L"Info", L"Debug"};
 
-const OutcomeWords& wordsOf(const Outcome& outcome) { return kOutcomes[static_cast<std::size_t>(outcome.kind)]; }
+const wchar_t* classOf(const Outcome& outcome) { return kOutcomeClasses[static_cast<std::size_t>(outcome.kind)]; }
 
 Markup classed(std::string_view name, const std::wstring& kind, const Markup& content) {
   return element(name, {{"class", kind}}, content);
@@ -47,32 +37,6 @@ Markup classed(std::string_view name, const std::wstring& kind, const Markup& co
 
 Markup section(const wchar_t* kind, const wchar_t* heading, const Markup& content) {
   return classed("section", kind, element("h2", heading) + content);
-}
-
-std::wstring counted(std::size_t count, const wchar_t* noun) {
-  return std::to_wstring(count) + L" " + noun + (count == 1 ? L"" : L"s");
-}
-
-std::size_t testedCount(const Resolution& resolution) {
-  return static_cast<std::size_t>(std::ranges::count_if(
-      resolution.candidates, [](const Candidate& candidate) { return !candidate.requests.empty(); }));
-}
-
-// The reason for the outcome, in a sentence.
-std::wstring reasonOf(const Resolution& resolution) {
-  const std::wstring remarked = remark(resolution);
-  if (resolution.candidates.empty()) return remarked;
-  const std::wstring count = counted(resolution.candidates.size(), L"candidate");
-  std::wstring reason;
-  if (const auto winner = resolution.winner()) {
-    reason = L"Candidate No. " + std::to_wstring(*winner) + L" works. " + count + L", " +
-             std::to_wstring(testedCount(resolution)) + L" tested.";
-  } else if (resolution.outcome.kind == OutcomeKind::NotTested) {
-    reason = count + L", none tested, as requested.";
-  } else {
-    reason = counted(testedCount(resolution), L"candidate") + L" tested, none works.";
-  }
-  return remarked.empty() ? reason : reason + L" " + remarked;
 }
 
 // Text with code between backticks.
@@ -97,13 +61,12 @@ Markup nextSteps(const Resolution& resolution) {
 }
 
 Markup outcomeSection(const Resolution& resolution) {
-  const OutcomeWords& words = wordsOf(resolution.outcome);
   const std::wstring& text = resolution.outcome.text;
   const Markup answer = text.empty() ? Markup() : classed("p", L"answer", text);
   return classed(
-      "section", std::wstring(L"outcome ") + words.kind,
-      classed("p", L"badge", words.badge) + answer + classed("h1", L"target", L"to " + resolution.url) +
-          classed("p", L"reason", reasonOf(resolution)) +
+      "section", std::wstring(L"outcome ") + classOf(resolution.outcome),
+      classed("p", L"badge", outcomeText(resolution.outcome.kind)) + answer +
+          classed("h1", L"target", L"to " + resolution.url) + classed("p", L"reason", reasonText(resolution)) +
           classed("p", L"when", timeText(resolution.began) + L", took " + durationText(resolution.duration)) +
           nextSteps(resolution));
 }
@@ -220,13 +183,12 @@ Markup phasesBar(const std::vector<Phase>& phases) {
   for (const Phase& phase : phases) {
     const long long width = std::max(kLeast, kWidth * phase.duration.count() / length);
     const long long x = std::min(kWidth * phase.began.count() / length, kWidth - width);
-    const std::wstring name = nameOf(phase.kind);
     parts += element("rect",
                      {{"class", phase.completed ? kPhaseClasses[static_cast<std::size_t>(phase.kind)] : L"failure"},
                       {"x", std::to_wstring(x)},
                       {"width", std::to_wstring(width)},
                       {"height", L"10"}},
-                     element("title", name));
+                     element("title", wordsOf(kPhaseWords, phase.kind).text));
   }
   return element("svg", {{"class", L"bar"}, {"viewBox", L"0 0 1000 10"}, {"preserveAspectRatio", L"none"}}, parts);
 }
@@ -240,7 +202,7 @@ Markup groupOf(const FactGroup& group) {
 Markup legend() {
   Markup items;
   for (std::size_t i = 0; i < kPhaseClasses.size(); ++i) {
-    items += classed("li", kPhaseClasses[i], nameOf(static_cast<PhaseKind>(i)));
+    items += classed("li", kPhaseClasses[i], kPhaseWords[i].text);
   }
   return classed("ol", L"legend", items);
 }
@@ -304,18 +266,18 @@ Markup overview(const std::vector<Resolution>& resolutions) {
   Markup lines;
   for (std::size_t i = 0; i < resolutions.size(); ++i) {
     const Resolution& resolution = resolutions[i];
-    const OutcomeWords& words = wordsOf(resolution.outcome);
-    lines += classed(
-        "li", words.kind,
-        element("a", {{"href", L"#" + idOfArticle(i)}}, resolution.url) +
-            classed("span", L"answer", resolution.outcome.text.empty() ? words.badge : resolution.outcome.text));
+    lines += classed("li", classOf(resolution.outcome),
+                     element("a", {{"href", L"#" + idOfArticle(i)}}, resolution.url) +
+                         classed("span", L"answer",
+                                 resolution.outcome.text.empty() ? outcomeText(resolution.outcome.kind)
+                                                                 : std::wstring_view(resolution.outcome.text)));
   }
   return element("nav", classed("ol", L"overview", lines));
 }
 
 std::wstring titleOf(const std::vector<Resolution>& resolutions) {
   if (resolutions.size() != 1) return counted(resolutions.size(), L"URL") + L" - kiv-resolve";
-  return wordsOf(resolutions[0].outcome).badge + std::wstring(L": ") + resolutions[0].url + L" - kiv-resolve";
+  return std::wstring(outcomeText(resolutions[0].outcome.kind)) + L": " + resolutions[0].url + L" - kiv-resolve";
 }
 
 Markup headOf(const std::vector<Resolution>& resolutions) {

@@ -1,14 +1,8 @@
 // What probes found, for programs: a part of the JSON document.
 #include "resolve/probe_json.h"
 
-#include <windows.h>
-
-#include <winhttp.h>
-
-#include <array>
-#include <string_view>
-
 #include "common/console.h"
+#include "resolve/probe_words.h"
 #include "resolve/wording.h"
 
 namespace kiv::tool {
@@ -16,37 +10,11 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// In the order of the enumerators.
-constexpr std::array<std::string_view, 6> kPhaseIds = {"name", "connection", "tunnel", "tls", "sending", "first-byte"};
-constexpr std::array<std::string_view, 4> kRootIds = {"public", "installed", "untrusted", "missing"};
-
-struct FlagId {
-  unsigned flag;
-  std::string_view id;
-};
-
-constexpr FlagId kProblemIds[] = {
-    {WINHTTP_CALLBACK_STATUS_FLAG_CERT_REV_FAILED, "revocation-not-checked"},
-    {WINHTTP_CALLBACK_STATUS_FLAG_INVALID_CERT, "invalid"},
-    {WINHTTP_CALLBACK_STATUS_FLAG_CERT_REVOKED, "revoked"},
-    {WINHTTP_CALLBACK_STATUS_FLAG_INVALID_CA, "authority-not-trusted"},
-    {WINHTTP_CALLBACK_STATUS_FLAG_CERT_CN_INVALID, "other-host"},
-    {WINHTTP_CALLBACK_STATUS_FLAG_CERT_DATE_INVALID, "out-of-date"},
-    {WINHTTP_CALLBACK_STATUS_FLAG_CERT_WRONG_USAGE, "wrong-usage"},
-    {WINHTTP_CALLBACK_STATUS_FLAG_SECURITY_CHANNEL_ERROR, "tls-failed"},
-};
-
-constexpr FlagId kSchemeIds[] = {
-    {WINHTTP_AUTH_SCHEME_NEGOTIATE, "negotiate"}, {WINHTTP_AUTH_SCHEME_NTLM, "ntlm"},
-    {WINHTTP_AUTH_SCHEME_DIGEST, "digest"},       {WINHTTP_AUTH_SCHEME_BASIC, "basic"},
-    {WINHTTP_AUTH_SCHEME_PASSPORT, "passport"},
-};
-
 template <std::size_t count>
-Json listed(const FlagId (&ids)[count], unsigned flags) {
+Json listed(const FlagWords (&table)[count], unsigned flags) {
   Json list = Json::array();
-  for (const FlagId& id : ids) {
-    if (flags & id.flag) list.push_back(id.id);
+  for (const FlagWords& each : table) {
+    if (flags & each.flag) list.push_back(each.words.id);
   }
   return list;
 }
@@ -60,7 +28,7 @@ Json listed(const std::vector<std::wstring>& texts) {
 long long inMilliseconds(microseconds time) { return std::chrono::duration_cast<milliseconds>(time).count(); }
 
 Json phaseOf(const Phase& phase) {
-  Json json = {{"phase", kPhaseIds[static_cast<std::size_t>(phase.kind)]},
+  Json json = {{"phase", wordsOf(kPhaseWords, phase.kind).id},
                {"milliseconds", inMilliseconds(phase.duration)},
                {"completed", phase.completed}};
   if (!phase.address.empty()) json["address"] = toUtf8(phase.address);
@@ -68,9 +36,9 @@ Json phaseOf(const Phase& phase) {
 }
 
 Json challengeOf(const Challenge& challenge) {
-  Json json = {{"by", challenge.byProxy ? "proxy" : "server"}, {"offered", listed(kSchemeIds, challenge.offered)}};
+  Json json = {{"by", challenge.byProxy ? "proxy" : "server"}, {"offered", listed(kSchemeWords, challenge.offered)}};
   if (!challenge.used) return json;
-  json["used"] = listed(kSchemeIds, *challenge.used).at(0);
+  json["used"] = listed(kSchemeWords, *challenge.used).at(0);
   json["asLoggedOnUser"] = challenge.asLoggedOnUser;
   json["accepted"] = challenge.accepted;
   return json;
@@ -83,9 +51,9 @@ Json certificateOf(const Certificate& certificate) {
           {"notBefore", toUtf8(timeText(certificate.notBefore))},
           {"notAfter", toUtf8(timeText(certificate.notAfter))},
           {"sha256", toUtf8(certificate.sha256)},
-          {"root", kRootIds[static_cast<std::size_t>(certificate.root)]},
+          {"root", wordsOf(kRootWords, certificate.root).id},
           {"rootName", toUtf8(certificate.rootName)},
-          {"problems", listed(kProblemIds, certificate.problems)},
+          {"problems", listed(kProblemWords, certificate.problems)},
           {"refused", certificate.refused}};
 }
 

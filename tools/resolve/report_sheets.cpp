@@ -1,50 +1,13 @@
 // What reports say about a resolution as names and values; the page and the plain text show them in their own ways.
 #include "resolve/report_sheets.h"
 
-#include <winsock2.h>
-
-#include <windows.h>
-
-#include <winhttp.h>
-
-#include <array>
-
 #include "common/console.h"
 #include "resolve/failures.h"
+#include "resolve/probe_words.h"
 #include "resolve/wording.h"
 
 namespace kiv::tool {
 namespace {
-
-constexpr std::array<const wchar_t*, 6> kPhaseNames = {L"name", L"connection",   L"proxy tunnel",
-                                                       L"TLS",  L"request sent", L"first byte"};
-
-struct FlagText {
-  unsigned flag;
-  const wchar_t* text;
-};
-
-// As Windows reports them; the documentation of WINHTTP_STATUS_CALLBACK has them in this order.
-constexpr FlagText kProblems[] = {
-    {WINHTTP_CALLBACK_STATUS_FLAG_CERT_REV_FAILED, L"its revocation could not be checked"},
-    {WINHTTP_CALLBACK_STATUS_FLAG_INVALID_CERT, L"not valid"},
-    {WINHTTP_CALLBACK_STATUS_FLAG_CERT_REVOKED, L"revoked"},
-    {WINHTTP_CALLBACK_STATUS_FLAG_INVALID_CA, L"the authority is not trusted"},
-    {WINHTTP_CALLBACK_STATUS_FLAG_CERT_CN_INVALID, L"for another host"},
-    {WINHTTP_CALLBACK_STATUS_FLAG_CERT_DATE_INVALID, L"out of date"},
-    {WINHTTP_CALLBACK_STATUS_FLAG_CERT_WRONG_USAGE, L"not for servers"},
-    {WINHTTP_CALLBACK_STATUS_FLAG_SECURITY_CHANNEL_ERROR, L"TLS itself failed"},
-};
-
-constexpr FlagText kSchemes[] = {
-    {WINHTTP_AUTH_SCHEME_NEGOTIATE, L"Negotiate"}, {WINHTTP_AUTH_SCHEME_NTLM, L"NTLM"},
-    {WINHTTP_AUTH_SCHEME_DIGEST, L"Digest"},       {WINHTTP_AUTH_SCHEME_BASIC, L"Basic"},
-    {WINHTTP_AUTH_SCHEME_PASSPORT, L"Passport"},
-};
-
-// In the order of the enumerators.
-constexpr std::array<const wchar_t*, 4> kRoots = {L", a public root", L", installed on this machine",
-                                                  L", not trusted on this machine", L""};
 
 constexpr const wchar_t* kPhasesNote =
     L"kiv-resolve sent one request of its own over each of these routes. WinHTTP does not report TLS: it is the time "
@@ -52,9 +15,9 @@ constexpr const wchar_t* kPhasesNote =
     L"byte is the end of the response's headers.";
 
 constexpr const wchar_t* kRemoved =
-    L"Passwords are not here: asterisks replace what stands before \"@\" in every text that looks like "
-    L"user:password@. Characters that could control a viewer are replaced too. Names of users, hosts and domains, "
-    L"addresses, URLs and the headers that servers sent are still here.";
+    L"Passwords: in every text that looks like user:password@ asterisks replace the password. Characters that could "
+    L"control a viewer are replaced too. Names of users, hosts and domains, addresses, URLs, and the headers that "
+    L"servers sent are still here.";
 
 void append(std::wstring& list, std::wstring_view item) {
   if (!list.empty()) list += L", ";
@@ -62,10 +25,10 @@ void append(std::wstring& list, std::wstring_view item) {
 }
 
 template <std::size_t count>
-std::wstring listed(const FlagText (&texts)[count], unsigned flags) {
+std::wstring listed(const FlagWords (&table)[count], unsigned flags) {
   std::wstring list;
-  for (const FlagText& text : texts) {
-    if (flags & text.flag) append(list, text.text);
+  for (const FlagWords& each : table) {
+    if (flags & each.flag) append(list, each.words.text);
   }
   return list;
 }
@@ -90,7 +53,7 @@ std::wstring addressesText(const Addresses& addresses) {
 std::wstring phasesText(const std::vector<Phase>& phases) {
   std::wstring text;
   for (const Phase& phase : phases) {
-    append(text, std::wstring(nameOf(phase.kind)) + L" " + inMilliseconds(phase.duration));
+    append(text, std::wstring(wordsOf(kPhaseWords, phase.kind).text) + L" " + inMilliseconds(phase.duration));
     if (!phase.address.empty()) text += L" to " + phase.address;
     if (!phase.completed) text += L" (failed)";
   }
@@ -110,14 +73,14 @@ FactGroup phasesOf(const RouteFindings& route) {
 std::wstring answerText(const Challenge& challenge) {
   if (!challenge.used) return L"not answered";
   const wchar_t* const who = challenge.asLoggedOnUser ? L" as the logged-on user" : L" with the credentials given";
-  return listed(kSchemes, *challenge.used) + who + (challenge.accepted ? L": accepted" : L": rejected");
+  return listed(kSchemeWords, *challenge.used) + who + (challenge.accepted ? L": accepted" : L": rejected");
 }
 
 void addAuthentication(const RouteFindings& route, Sheet& sheet) {
   FactGroup group{titleOf(route), {}};
   for (const Challenge& challenge : route.challenges) {
     const wchar_t* const party = challenge.byProxy ? L"Proxy (407)" : L"Server (401)";
-    const std::wstring offered = listed(kSchemes, challenge.offered);
+    const std::wstring offered = listed(kSchemeWords, challenge.offered);
     group.facts.push_back({party, L"offers " + (offered.empty() ? L"no scheme that WinHTTP knows" : offered)});
     group.facts.push_back({L"Used", answerText(challenge)});
   }
@@ -127,9 +90,8 @@ void addAuthentication(const RouteFindings& route, Sheet& sheet) {
 void addCertificate(const RouteFindings& route, Sheet& sheet) {
   if (!route.certificate) return;
   const Certificate& certificate = *route.certificate;
-  const std::wstring root = certificate.root == Root::Missing
-                                ? L"not known: the chain is not complete"
-                                : certificate.rootName + kRoots[static_cast<std::size_t>(certificate.root)];
+  const std::wstring name = certificate.rootName.empty() ? L"" : certificate.rootName + L", ";
+  const std::wstring root = name + std::wstring(wordsOf(kRootWords, certificate.root).text);
   FactGroup group{titleOf(route),
                   {{L"Host", certificate.host},
                    {L"Subject", certificate.subject},
@@ -137,7 +99,7 @@ void addCertificate(const RouteFindings& route, Sheet& sheet) {
                    {L"Valid", timeText(certificate.notBefore) + L" to " + timeText(certificate.notAfter)},
                    {L"SHA-256", certificate.sha256},
                    {L"Root", root},
-                   {L"Problems", listed(kProblems, certificate.problems)}}};
+                   {L"Problems", listed(kProblemWords, certificate.problems)}}};
   if (certificate.refused) {
     group.facts.push_back(
         {L"Refused", L"read with a second request without credentials, closed before anything was sent"});
@@ -189,8 +151,6 @@ Sheet sheetOf(const ProbeFindings& probe, const wchar_t* kind, const wchar_t* he
 }
 
 }  // namespace
-
-const wchar_t* nameOf(PhaseKind kind) { return kPhaseNames[static_cast<std::size_t>(kind)]; }
 
 std::wstring responseText(const RouteFindings& route) {
   if (route.status < 0) return L"failed: " + errorText(route.error);

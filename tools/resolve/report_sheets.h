@@ -39,6 +39,5 @@ Sheet removedSheet();
 
 // "200, but from portal.example".
 std::wstring responseText(const RouteFindings& route);
-const wchar_t* nameOf(PhaseKind kind);
 
 }  // namespace kiv::tool

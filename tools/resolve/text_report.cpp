@@ -76,8 +76,10 @@ std::wstring logText(const Resolution& resolution) {
 }
 
 std::wstring reportOn(const Resolution& resolution, const Machine& machine) {
-  std::wstring text = resolution.outcome.text + L" to " + resolution.url + L"\n" + adviceText(resolution) +
-                      sheetText(whoSheet(resolution, machine)) + headed(L"Settings", settingsText(resolution)) +
+  const std::wstring route = resolution.outcome.text.empty() ? L"" : resolution.outcome.text + L" ";
+  std::wstring text = std::wstring(outcomeText(resolution.outcome.kind)) + L": " + route + L"to " + resolution.url +
+                      L"\n" + wrapped(L"", reasonText(resolution)) + adviceText(resolution) +
+                      sheetText(whoSheet(resolution, machine)) + L"\n" + settingsText(resolution) +
                       sheetText(bypassSheet(resolution)) + sheetText(discoverySheet(resolution)) +
                       headed(L"Candidates in test order", summaryText(resolution, false));
   for (const Sheet& sheet : probeSheets(resolution)) text += sheetText(sheet);

@@ -96,8 +96,12 @@ def with_names(text: str, ports: Mapping[str, int]) -> str:
     text = re.sub(r"\b\d+ ms\b", "* ms", text)
     text = re.sub(r'("milliseconds": ?)\d+', r"\1*", text)
     text = re.sub(r"\b\d{4}-\d\d-\d\dT[\d:.]+Z", "*", text)
-    # A certificate's digest, and the addresses of names, which not every machine has of both families.
+    # Digests, the addresses of names, which not every machine has of both families, and the sizes of error pages.
     text = re.sub(r"\b[0-9a-f]{64}\b", "*", text)
+    text = re.sub(r"(?m)^( *Addresses +localhost): .*$", r"\1: *", text)
+    text = re.sub(r"\b\d{3,} bytes\b", "* bytes", text)
+    # Where a report was made.
+    text = re.sub(r"(?m)^( *(?:User|Computer|Windows|winhttp\.dll)) {2,}.*$", r"\1  *", text)
     text = re.sub(r"(?m)^(?:No\.  candidate| *\d+  ).*$", lambda match: re.sub(r" {2,}", "  ", match[0]), text)
     # What would be hard to read: long runs of one character, and characters that cannot be seen.
     text = re.sub(r"(.)\1{79,}", lambda match: f"{match[1]}({len(match[0])} times)", text)

@@ -26,8 +26,9 @@ SCENARIOS = [
     Scenario("probe_socks", f"{URL} --brief --probe --prefer socks5://127.0.0.1:{{dead}}", NONE),
     Scenario("probe_script", f"{URL} --brief --probe", DIRECT, Settings(script_url="http://127.0.0.1:{web}/script.pac"),
              answering("DIRECT")),
-    Scenario("probe_script_in_a_file", f"{URL} --brief --probe", DIRECT,
-             Settings(script_url="file://C:/e2e/script.pac", bypass="localhost"), answering("DIRECT")),
+    # The library tests DIRECT of a local script as a proxy without a name.
+    Scenario("probe_script_in_a_file", f"{URL} --brief --probe", NONE, Settings(script_url="file://C:/e2e/script.pac"),
+             answering("DIRECT")),
     Scenario("probe_script_missing", f"{URL} --brief --probe", DIRECT,
              Settings(script_url="http://127.0.0.1:{web}/nothing.pac")),
     Scenario("probe_json", f"{TLS_URL} --json --probe", NONE, Settings(manual="127.0.0.1:{dead};127.0.0.1:{squid}")),
