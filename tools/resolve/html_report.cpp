@@ -204,7 +204,7 @@ Markup legend() {
   for (std::size_t i = 0; i < kPhaseClasses.size(); ++i) {
     items += classed("li", kPhaseClasses[i], kPhaseWords[i].text);
   }
-  return classed("ol", L"legend", items);
+  return classed("ol", L"legend", items + classed("li", L"failure", L"failed"));
 }
 
 Markup sheetSection(const Sheet& sheet) {
@@ -254,11 +254,10 @@ Markup probeSections(const Resolution& resolution) {
 Markup article(std::size_t number, const Resolution& resolution, const Machine& machine) {
   const std::wstring id = idOfArticle(number);
   return element("article", {{"id", id}},
-                 outcomeSection(resolution) + section(L"taken", L"Route", routePicture(resolution)) +
-                     candidatesSection(resolution) + sheetSection(whoSheet(resolution, machine)) +
-                     settingsSection(resolution) + sheetSection(bypassSheet(resolution)) +
-                     sheetSection(discoverySheet(resolution)) + probeSections(resolution) +
-                     logSection(resolution, id + L"-"));
+                 outcomeSection(resolution) + sheetSection(whoSheet(resolution, machine)) +
+                     section(L"taken", L"Route", routePicture(resolution)) + settingsSection(resolution) +
+                     sheetSection(bypassSheet(resolution)) + sheetSection(discoverySheet(resolution)) +
+                     candidatesSection(resolution) + probeSections(resolution) + logSection(resolution, id + L"-"));
 }
 
 Markup overview(const std::vector<Resolution>& resolutions) {

@@ -11,8 +11,7 @@ namespace {
 
 constexpr const wchar_t* kPhasesNote =
     L"kiv-resolve sent one request of its own over each of these routes. WinHTTP does not report TLS: it is the time "
-    L"between connection and request. Where it does not report the proxy's tunnel either, TLS includes that. The first "
-    L"byte is the end of the response's headers.";
+    L"between connection and request. Where it does not report the proxy's tunnel either, TLS includes that.";
 
 constexpr const wchar_t* kRemoved =
     L"Passwords: in every text that looks like user:password@ asterisks replace the password. Characters that could "
@@ -47,7 +46,7 @@ std::wstring addressesText(const Addresses& addresses) {
   std::wstring list;
   for (const std::wstring& address : addresses.ipv4) append(list, address);
   for (const std::wstring& address : addresses.ipv6) append(list, address);
-  return text + list;
+  return list == addresses.host ? list : text + list;
 }
 
 std::wstring phasesText(const std::vector<Phase>& phases) {
