@@ -58,6 +58,10 @@ class Scenario:
     """What the tool is given on standard input."""
     files: tuple[str, ...] = ()
     """Files below C:/e2e that the tool must write."""
+    installed_roots: tuple[str, ...] = ()
+    """Servers whose certificates somebody has installed as trusted roots."""
+    public_roots: tuple[str, ...] = ()
+    """Servers whose certificates are as if Windows distributed them."""
     like: Scenario | None = None
     """Another scenario whose transcript, but for the script, is this one's; see harness/differences.py."""
 
