@@ -9,7 +9,7 @@
 namespace kiv::tool {
 
 struct Location {
-  std::wstring host;
+  std::wstring host;  // in lower case
   INTERNET_PORT port = 0;
   std::wstring object;  // path and query
   bool isHttps = false;

@@ -57,13 +57,17 @@ DWORD ObservedRequest::read(std::span<char> buffer, std::size_t& count) {
 }
 
 DWORD ObservedRequest::finished(BOOL started) {
-  if (!started) return GetLastError();
+  if (!started) return failed(GetLastError());
   const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline_ - std::chrono::steady_clock::now());
   const DWORD patience = static_cast<DWORD>(std::max<long long>(left.count(), 0));
   if (WaitForSingleObject(finishedEvent_.get(), patience) == WAIT_OBJECT_0) return error_;
   close();
+  return failed(ERROR_WINHTTP_TIMEOUT);
+}
+
+DWORD ObservedRequest::failed(DWORD error) {
   notices_.push_back({.status = WINHTTP_CALLBACK_STATUS_REQUEST_ERROR, .at = sinceBegin()});
-  return ERROR_WINHTTP_TIMEOUT;
+  return error;
 }
 
 void ObservedRequest::closeHandle() noexcept {

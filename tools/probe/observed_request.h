@@ -48,6 +48,8 @@ class ObservedRequest {
   void keep(HINTERNET request, DWORD status, LPVOID information, DWORD length);
   void finish(DWORD error) noexcept;
   DWORD finished(BOOL started);
+  // For failures that are not reported.
+  DWORD failed(DWORD error);
   void closeHandle() noexcept;
   void close();
 

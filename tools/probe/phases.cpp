@@ -30,8 +30,9 @@ class Phases {
       case WINHTTP_CALLBACK_STATUS_NAME_RESOLVED:
         return end(notice, true);
       case WINHTTP_CALLBACK_STATUS_RESPONSE_RECEIVED:
-      case WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE:
         return received(notice);
+      case WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE:
+        return answered(notice);
       case WINHTTP_CALLBACK_STATUS_REDIRECT:
         isHttps_ = notice.text.starts_with(L"https:");
         return;
@@ -68,11 +69,21 @@ class Phases {
       secured_ = notice.hasCertificate;
       return begin(PhaseKind::Sending, notice);
     }
-    if (isOpen(PhaseKind::Tls)) phases.back().kind = PhaseKind::Tunnel;
+    if (!isOpen(PhaseKind::Tls)) return begin(PhaseKind::Tunnel, notice);
+    phases.back().kind = PhaseKind::Tunnel;
   }
 
   void received(const Notice& notice) {
     if (isOpen(PhaseKind::Tunnel)) return begin(PhaseKind::Tls, notice);
+    end(notice, true);
+  }
+
+  // The answer to a CONNECT that opened no tunnel is that to the request: no TLS follows.
+  void answered(const Notice& notice) {
+    if (isOpen(PhaseKind::Tls)) {
+      phases.pop_back();
+      open_ = false;
+    }
     end(notice, true);
   }
 
