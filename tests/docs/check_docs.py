@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Compares the documents with the sources: the log lines that they list, and the links, paths and tests that they name."""
+"""Compares the documents with the sources: log lines, the tool's advice, and the links, paths and tests that they name."""
 
 from __future__ import annotations
 
@@ -11,6 +11,11 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
 LOG_PAGE = "docs/reference/log.md"
+ADVICE_PAGE = "docs/guide/troubleshooting.md"
+ADVICE_SOURCE = "tools/resolve/advice.cpp"
+# The tables of the page by what the source calls them.
+ADVICE_HEADINGS = {"Discovery": "Discovery and candidates", "Requests": "Requests", "Authentication": "Authentication",
+                   "Probe": "Probe"}
 DOCUMENTS = [*ROOT.glob("*.md"), *ROOT.glob("docs/**/*.md"), *ROOT.glob("tests/*/README.md")]
 # Where log lines are written, and what a text there looks like that is one, or the name of a call that fails.
 WRITERS = ["src/resolver/resolve.cpp", "src/resolver/system_candidates.cpp", "src/http/http_client.cpp",
@@ -38,6 +43,37 @@ def documented_lines() -> set[str]:
     cells = re.findall(r"^\| `([^`]+)` \| (?:Error|Warn|Info|Debug) \|", (ROOT / LOG_PAGE).read_text(), re.M)
     lines = (re.sub(r"\bN\b|\b(?:URL|LIST|PROXY)\b|…", "", cell) for cell in cells if not cell.startswith("{"))
     return {re.sub(r"\s", "", line).rstrip(",") for line in lines}
+
+
+def advice_of_source() -> list[str]:
+    """The rows of the tool's table, as the page must have them, each after its heading."""
+    table = (ROOT / ADVICE_SOURCE).read_text().partition("kAdvice[] = {")[2]
+    # A long text is written as several literals in a row.
+    text = r'((?:L"(?:[^"\\]|\\.)*"\s*)+),\s*'
+    rows = re.findall(r'\{"[\w-]+",\s*Topic::(\w+),\s*' + 3 * text, table)
+    return [f"{ADVICE_HEADINGS[topic]}: | {' | '.join(map(joined, cells))} |" for topic, *cells in rows]
+
+
+def joined(literals: str) -> str:
+    """The text of string literals in a row."""
+    return "".join(re.findall(r'L"((?:[^"\\]|\\.)*)"', literals))
+
+
+def advice_of_page() -> list[str]:
+    """The rows of the page's tables, each after its heading."""
+    sections = re.findall(r"^## (.*)\n((?:(?!## ).*\n?)*)", (ROOT / ADVICE_PAGE).read_text(), re.M)
+    return [f"{heading}: {row}" for heading, body in sections if heading in ADVICE_HEADINGS.values()
+            for row in re.findall(r"^\| .*$", body, re.M)[2:]]
+
+
+def differing_advice() -> list[str]:
+    """Rows that only the tool or only the page has, or that stand in another order."""
+    source, page = advice_of_source(), advice_of_page()
+    missing = [f"{ADVICE_PAGE} lacks: {row}" for row in source if row not in page]
+    unknown = [f"{ADVICE_SOURCE} lacks: {row}" for row in page if row not in source]
+    if not missing and not unknown and source != page:
+        return [f"{ADVICE_PAGE} and {ADVICE_SOURCE} have the same rows in another order"]
+    return missing + unknown if source else [f"{ADVICE_SOURCE} cannot be read"]
 
 
 def anchors_of(document: Path) -> set[str]:
@@ -75,7 +111,8 @@ def missing_tests(document: Path) -> list[str]:
 def main() -> int:
     written, documented = written_lines(), documented_lines()
     findings = [[f"{LOG_PAGE} lacks: {line}" for line in sorted(written - documented)],
-                [f"{LOG_PAGE} has, and nothing writes: {line}" for line in sorted(documented - written)]]
+                [f"{LOG_PAGE} has, and nothing writes: {line}" for line in sorted(documented - written)],
+                differing_advice()]
     for check in (broken_links, missing_paths, missing_tests):
         findings.append([f"{document.relative_to(ROOT)}: {problem}" for document in DOCUMENTS
                          for problem in check(document)])

@@ -3,12 +3,14 @@
 
 from __future__ import annotations
 
+import hashlib
 import re
 import shlex
+import subprocess
 import sys
 import traceback
 from collections.abc import Callable
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from pathlib import Path
 
 from harness.browser import Browser
@@ -49,6 +51,9 @@ HUNDREDS = Scenario("hundreds", f"{URL} --quiet {REPORT}", "http://127.0.0.1:{ti
                     files=("report.html",))
 
 
+REFUSED = Scenario("refused", f"https://localhost:{{web_tls}}/ok {REPORT} --prefer direct", NONE, files=("report.html",))
+
+
 @dataclass
 class Look:
     """A report in the browser, and where its pictures go."""
@@ -68,6 +73,12 @@ class Look:
         self.browser.view("light", 1100)
         self.browser.open(page)
         return result.files["report.html"]
+
+    def text_of(self, scenario: Scenario) -> str:
+        """The report of the same run as plain text."""
+        named = {"command": scenario.command.replace("report.html", "report.txt"), "files": ("report.txt",)}
+        self.bench.prepare(scenario)
+        return self.bench.run(replace(scenario, **named)).files["report.txt"]
 
     def picture(self, name: str, height: int | None = None) -> None:
         self.browser.screenshot(self.pictures / f"{name}.png", height)
@@ -90,7 +101,7 @@ def outcome_comes_first(look: Look) -> None:
     look.picture("typical_light_wide")
     # As much as makes a picture for a reader who has not seen one yet.
     browser.view("light", 1000)
-    look.picture("report", browser.evaluate("document.querySelector('.candidates').getBoundingClientRect().bottom + 16"))
+    look.picture("report", browser.evaluate("document.querySelector('.taken').getBoundingClientRect().bottom + 16"))
     browser.view("light", 1100)
 
 
@@ -108,7 +119,7 @@ def candidates_tell_their_tests(look: Look) -> None:
 
 def bars_lie_on_one_time_line(look: Look) -> None:
     browser = look.browser
-    bars = browser.evaluate("""[...document.querySelectorAll(".bar")].map(bar => [...bar.querySelectorAll("rect")].map(
+    bars = browser.evaluate("""[...document.querySelectorAll(".candidate .bar")].map(bar => [...bar.querySelectorAll("rect")].map(
         part => [part.x.baseVal.value, part.width.baseVal.value, part.getBoundingClientRect().height]))""")
     assert [len(bar) for bar in bars] == [1, 1, 1, 2, 0], bars
     parts = [part for bar in bars for part in bar]
@@ -129,6 +140,74 @@ def picture_shows_the_route(look: Look) -> None:
     assert len(browser.all(".route.wide .edge.good")) == 2 + 1
 
 
+def next_steps_are_said_first(look: Look) -> None:
+    steps = [step.text for step in look.browser.all(".outcome .steps li")]
+    assert [step.split(".")[0] for step in steps] == [
+        "Nothing listens at this address and port, or a firewall refuses", "The proxy works; it or the server sent this status"]
+
+
+def sections_come_in_order(look: Look) -> None:
+    assert look.browser.texts("article > section > h2") == [
+        "What to try next", "Who, where and when", "Route", "The user's proxy settings", "Bypass list", "Discovery",
+        "Candidates in test order", "Phases", "Authentication", "Certificates", "Redirects", "Log"]
+    assert look.browser.texts("main > section > h2") == ["Versions", "What was removed"]
+    assert all(section.text.count("\n") > 0 for section in look.browser.all("section")), "each says something"
+
+
+def probe_shows_each_tested_route(look: Look) -> None:
+    browser = look.browser
+    tested = [look.filled_in(f"No. {number} {proxy}") for number, proxy in enumerate((
+        "http://127.0.0.1:{dead}", "http://127.0.0.1:{silent}", "http://127.0.0.1:{bad_gateway}", TYPICAL.outcome))]
+    assert [re.sub(" +", " ", title) for title in browser.texts(".phases h3")] == tested
+    bars = browser.evaluate("""[...document.querySelectorAll(".phases .bar")].map(bar => [...bar.querySelectorAll("rect")].map(
+        part => [part.x.baseVal.value, part.width.baseVal.value, getComputedStyle(part).fill]))""")
+    assert len(bars) == len(tested), bars
+    for bar in bars:
+        assert all(0 <= x and x + width <= 1000 and width > 0 for x, width, _ in bar), bar
+    last = browser.texts(".phases dd")[-3:]
+    assert re.fullmatch(r"(?:name|connection) .* first byte \d+ ms", last[0]) and last[1] == "200", last
+    colours = {colour for bar in bars for _, _, colour in bar}
+    assert len(colours) >= 4 and "rgb(0, 0, 0)" not in colours, colours
+    assert browser.texts(".authentication dd") == ["offers Basic", "Basic with the credentials given: accepted"]
+
+
+def script_is_described(look: Look) -> None:
+    facts = dict(zip(look.browser.texts(".discovery dt"), look.browser.texts(".discovery dd"), strict=True))
+    script = look.bench.user.file("script.pac").read_bytes()
+    assert facts["Size"] == f"{len(script)} bytes"
+    assert facts["SHA-256"] == hashlib.sha256(script).hexdigest()
+    assert "without credentials" in look.browser.one(".discovery .note").text
+
+
+def text_says_the_same(look: Look) -> None:
+    text = look.text_of(TYPICAL)
+    # Of the route there is a picture.
+    for section in look.browser.texts("section:not(.taken) > h2"):
+        assert f"\n{section}\n" in text, section
+    for fact in look.browser.texts(".certificates dd, .authentication dd, .bypass dd, .removed dd, .versions dd"):
+        assert fact in text, fact
+    assert PROXY_PASSWORD not in text
+
+
+def paper_shows_all(look: Look) -> None:
+    pages = look.browser.printed(look.pictures / "typical.pdf")
+    assert 2 <= pages <= 8, pages
+
+
+def certificates_are_described(look: Look) -> None:
+    look.at(REFUSED)
+    browser = look.browser
+    facts = dict(zip(browser.texts(".certificates dt"), browser.texts(".certificates dd"), strict=True))
+    certificate = subprocess.run(
+        ["openssl", "x509", "-in", str(look.bench.catalogue.lighttpd.folder / "certificate.pem"), "-outform", "DER"],
+        check=True, capture_output=True).stdout
+    assert facts["SHA-256"] == hashlib.sha256(certificate).hexdigest()
+    assert facts["Subject"] == facts["Issuer"] == "CN=localhost"
+    assert facts["Problems"] == "the authority is not trusted"
+    assert facts["Root"] == "CN=localhost, not trusted on this machine"
+    look.picture("refused_light_wide")
+
+
 def filters_hide_levels(look: Look) -> None:
     browser = look.browser
 
@@ -147,7 +226,7 @@ def filters_hide_levels(look: Look) -> None:
 
 
 def settings_are_told(look: Look) -> None:
-    facts = dict(zip(look.browser.texts("dt"), look.browser.texts("dd"), strict=True))
+    facts = dict(zip(look.browser.texts(".settings dt"), look.browser.texts(".settings dd"), strict=True))
     assert facts["PAC script"] == "file://C:/e2e/script.pac"
     assert facts["Automatic detection (WPAD)"] == "off"
     assert facts["Bypass list used"] == "*.corp.example;10.* (from --bypass)"
@@ -245,8 +324,9 @@ def hundreds_of_candidates_stay_readable(look: Look) -> None:
 
 CHECKS: list[Callable[[Look], None]] = [
     outcome_comes_first, candidates_tell_their_tests, bars_lie_on_one_time_line, picture_shows_the_route,
+    next_steps_are_said_first, sections_come_in_order, probe_shows_each_tested_route, script_is_described,
     filters_hide_levels, settings_are_told, dark_is_dark, narrow_pages_do_not_scroll_sideways, nothing_is_fetched,
-    hostile_text_stays_text, bypassed_needs_no_candidates, several_urls_have_an_overview, untested_is_told_as_such,
+    text_says_the_same, paper_shows_all, certificates_are_described, hostile_text_stays_text, bypassed_needs_no_candidates, several_urls_have_an_overview, untested_is_told_as_such,
     hundreds_of_candidates_stay_readable]
 
 

@@ -10,7 +10,7 @@
 #include "common/output_files.h"
 #include "common/presentable.h"
 #include "environment/json_environment.h"
-#include "resolve/html_report.h"
+#include "resolve/report.h"
 
 namespace kiv::tool {
 namespace {
@@ -98,7 +98,7 @@ int run(const Written& written, const RequestOptions& options, const Target& tar
     for (const std::wstring& remark : result.remarks) complain(presentable(remark));
     for (const std::wstring& line : result.lines.lines) print(Stream::Output, line + L"\n");
   }
-  if (files.report()) files.report()->write(htmlReport(resolutionsOf(result.findings)));
+  if (files.report()) files.report()->write(reportFor(*written.report, resolutionsOf(result.findings), nullptr));
   if (!files.check()) return kFileNotWritten;
   return result.lines.lines.empty() ? kNoneFound : kDone;
 }

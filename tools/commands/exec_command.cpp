@@ -16,7 +16,7 @@
 #include "environment/finding.h"
 #include "environment/lines.h"
 #include "environment/program.h"
-#include "resolve/html_report.h"
+#include "resolve/report.h"
 
 namespace kiv::tool {
 namespace {
@@ -129,7 +129,7 @@ int run(const Written& written, const RequestOptions& options, const Target& tar
     const Detail detail = written.log ? Detail::Log : Detail::Nothing;
     auto findings = findRoutes(options, target, written.all, detail, files.trace());
     variables = variablesOf(written, findings);
-    if (files.report()) files.report()->write(htmlReport(resolutionsOf(findings)));
+    if (files.report()) files.report()->write(reportFor(*written.report, resolutionsOf(findings), nullptr));
     if (!files.check()) return kOwnFailure;
   }
   return variables ? start(command, presentable(path), std::move(*variables)) : kOwnFailure;

@@ -9,11 +9,13 @@
 #include "common/exits.h"
 #include "common/output_files.h"
 #include "resolve/choices.h"
-#include "resolve/html_report.h"
 #include "resolve/json_document.h"
+#include "resolve/report.h"
 #include "resolve/request_options.h"
+#include "resolve/resolution_probe.h"
 #include "resolve/resolution_run.h"
 #include "resolve/table.h"
+#include "resolve/text_report.h"
 #include "resolve/wording.h"
 
 namespace kiv::tool {
@@ -25,6 +27,7 @@ struct Written {
   bool quiet = false;
   bool brief = false;
   bool json = false;
+  bool probe = false;
   bool showSettings = false;
   bool candidatesOnly = false;
   Value trace;
@@ -39,15 +42,18 @@ constexpr Flag<Written> kOutputFlags[] = {
     {"--candidates-only", &Written::candidatesOnly, "Print the candidates in order; test nothing"},
     {"--brief", &Written::brief, "Show a line per candidate instead of the log"},
     {"--quiet", &Written::quiet, "Print the outcome and nothing else"},
+    {"--probe", &Written::probe, "Also measure each tested route, with a request of the tool's own"},
     {"--json", &Written::json, "Print one JSON document and nothing else"},
 };
 constexpr ValueOption<Written> kOutputFiles[] = {
     {"--trace", &Written::trace, "FILE", mustNameAFile, "Write the log to a file, as JSON lines"},
-    {"--report", &Written::report, "FILE", mustNameAFile, "Write an HTML report to a file"},
+    {"--report", &Written::report, "FILE", mustNameAFile, "Write a report with a probe: FILE.html, or FILE.txt"},
 };
 
 std::string contradictionIn(const Written& written) {
   if (written.showSettings && written.candidatesOnly) return "--show-settings excludes --candidates-only";
+  if (written.probe && written.showSettings) return "--probe excludes --show-settings";
+  if (written.probe && written.candidatesOnly) return "--probe excludes --candidates-only";
   return written.brief && written.quiet ? "--brief excludes --quiet" : "";
 }
 
@@ -59,6 +65,16 @@ Task taskOf(const Written& written) {
 Detail detailOf(const Written& written) {
   if (written.quiet || written.json || taskOf(written) != Task::Resolve) return Detail::Nothing;
   return written.brief ? Detail::Brief : Detail::Log;
+}
+
+// A report is about all that can be known.
+bool wantsProbe(const Written& written) {
+  return written.probe || (written.report && taskOf(written) == Task::Resolve);
+}
+
+// The probe's findings are on the console only if it was requested there.
+void showProbe(const Written& written, const Resolution& resolution) {
+  if (written.probe && detailOf(written) != Detail::Nothing) print(Stream::Error, probeText(resolution));
 }
 
 // With several URLs each line of the output begins with its URL.
@@ -91,13 +107,16 @@ int run(const Written& written, const RequestOptions& options, const std::vector
   int worst = kDone;
   for (const Target& target : targets) {
     resolutions.push_back(resolve(options, taskOf(written), target, display, files.trace()));
+    if (wantsProbe(written)) resolutions.back().probe = probed(options, target, resolutions.back(), display);
+    findInspection(resolutions);
     const Resolution& resolution = resolutions.back();
+    showProbe(written, resolution);
     worst = std::max(worst, exitCodeOf(resolution.outcome));
     if (resolution.outcome.kind == OutcomeKind::NotCarriedOut) complain(kNotCompleted);
     if (!written.json) print(Stream::Output, outputOf(written, resolution));
   }
   if (written.json) print(Stream::Output, toWide(jsonDocument(taskOf(written), resolutions)));
-  if (files.report()) files.report()->write(htmlReport(resolutions));
+  if (files.report()) files.report()->write(reportFor(*written.report, resolutions, options.redaction.get()));
   return files.check() ? worst : kFileNotWritten;
 }
 

@@ -16,6 +16,7 @@ class Display {
 
   void discoveryBegins(const Resolution& resolution);
   void testBegins(std::size_t number, const Candidate& candidate);
+  void probeBegins(std::wstring subject) { live_.begin(std::move(subject)); }
   void underwayEnds() { live_.end(); }
   void record(const Record& record);
   void finished(const Resolution& resolution);

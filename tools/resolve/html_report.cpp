@@ -6,6 +6,9 @@
 
 #include "common/console.h"
 #include "common/markup.h"
+#include "resolve/advice.h"
+#include "resolve/probe_words.h"
+#include "resolve/report_sheets.h"
 #include "resolve/report_style.h"
 #include "resolve/route_picture.h"
 #include "resolve/wording.h"
@@ -17,24 +20,15 @@ namespace {
 constexpr const wchar_t* kPolicy =
     L"default-src 'none'; style-src 'unsafe-inline'; base-uri 'none'; form-action 'none'";
 
-struct OutcomeWords {
-  const wchar_t* kind;  // a class of the style
-  const wchar_t* badge;
-};
+// Classes of the style, in the order of the kinds of outcomes.
+constexpr std::array<const wchar_t*, 6> kOutcomeClasses = {L"good", L"good", L"bad", L"off", L"bad", L"bad"};
 
-// In the order of the kinds.
-constexpr std::array<OutcomeWords, 6> kOutcomes = {{
-    {L"good", L"Route found"},
-    {L"good", L"Route found"},
-    {L"bad", L"No route found"},
-    {L"off", L"Not tested"},
-    {L"bad", L"Not completed"},
-    {L"bad", L"Stopped"},
-}};
+constexpr std::array<const wchar_t*, 6> kPhaseClasses = {L"name-phase", L"connection-phase", L"tunnel-phase",
+                                                         L"tls-phase",  L"sending-phase",    L"first-byte-phase"};
 
 constexpr std::array<const wchar_t*, 4> kLevelTexts = {L"Errors", L"Warnings", L"Info", L"Debug"};
 
-const OutcomeWords& wordsOf(const Outcome& outcome) { return kOutcomes[static_cast<std::size_t>(outcome.kind)]; }
+const wchar_t* classOf(const Outcome& outcome) { return kOutcomeClasses[static_cast<std::size_t>(outcome.kind)]; }
 
 Markup classed(std::string_view name, const std::wstring& kind, const Markup& content) {
   return element(name, {{"class", kind}}, content);
@@ -44,41 +38,36 @@ Markup section(const wchar_t* kind, const wchar_t* heading, const Markup& conten
   return classed("section", kind, element("h2", heading) + content);
 }
 
-std::wstring counted(std::size_t count, const wchar_t* noun) {
-  return std::to_wstring(count) + L" " + noun + (count == 1 ? L"" : L"s");
-}
-
-std::size_t testedCount(const Resolution& resolution) {
-  return static_cast<std::size_t>(std::ranges::count_if(
-      resolution.candidates, [](const Candidate& candidate) { return !candidate.requests.empty(); }));
-}
-
-// The reason for the outcome, in a sentence.
-std::wstring reasonOf(const Resolution& resolution) {
-  const std::wstring remarked = remark(resolution);
-  if (resolution.candidates.empty()) return remarked;
-  const std::wstring count = counted(resolution.candidates.size(), L"candidate");
-  std::wstring reason;
-  if (const auto winner = resolution.winner()) {
-    reason = L"Candidate No. " + std::to_wstring(*winner) + L" works. " + count + L", " +
-             std::to_wstring(testedCount(resolution)) + L" tested.";
-  } else if (resolution.outcome.kind == OutcomeKind::NotTested) {
-    reason = count + L", none tested, as requested.";
-  } else {
-    reason = counted(testedCount(resolution), L"candidate") + L" tested, none works.";
+// Text with code between backticks.
+Markup withCode(std::wstring_view text) {
+  Markup content;
+  for (bool isCode = false; !text.empty(); isCode = !isCode) {
+    const std::size_t end = std::min(text.find(L'`'), text.size());
+    const Markup part(text.substr(0, end));
+    content += isCode ? element("code", part) : part;
+    text.remove_prefix(std::min(end + 1, text.size()));
   }
-  return remarked.empty() ? reason : reason + L" " + remarked;
+  return content;
+}
+
+Markup nextSteps(const Resolution& resolution) {
+  Markup steps;
+  for (const Advice* advice : adviceFor(resolution)) {
+    steps += element("li", element("strong", withCode(advice->meaning)) + L" " + withCode(advice->advice));
+  }
+  if (steps.html().empty()) return {};
+  return element("h2", L"What to try next") + element("ul", {{"class", L"steps"}}, steps);
 }
 
 Markup outcomeSection(const Resolution& resolution) {
-  const OutcomeWords& words = wordsOf(resolution.outcome);
   const std::wstring& text = resolution.outcome.text;
   const Markup answer = text.empty() ? Markup() : classed("p", L"answer", text);
   return classed(
-      "section", std::wstring(L"outcome ") + words.kind,
-      classed("p", L"badge", words.badge) + answer + classed("h1", L"target", L"to " + resolution.url) +
-          classed("p", L"reason", reasonOf(resolution)) +
-          classed("p", L"when", timeText(resolution.began) + L", took " + durationText(resolution.duration)));
+      "section", std::wstring(L"outcome ") + classOf(resolution.outcome),
+      classed("p", L"badge", outcomeText(resolution.outcome.kind)) + answer +
+          classed("h1", L"target", L"to " + resolution.url) + classed("p", L"reason", reasonText(resolution)) +
+          classed("p", L"when", timeText(resolution.began) + L", took " + durationText(resolution.duration)) +
+          nextSteps(resolution));
 }
 
 // The time of all tests: the scale of the bars.
@@ -183,6 +172,50 @@ Markup settingsSection(const Resolution& resolution) {
                                                           durationText(resolution.discoveryDuration))));
 }
 
+// The time line of a probe's phases.
+Markup phasesBar(const std::vector<Phase>& phases) {
+  if (phases.empty()) return {};
+  constexpr long long kWidth = 1000;
+  constexpr long long kLeast = 4;  // so that a phase without duration can be seen
+  const long long length = std::max<long long>((phases.back().began + phases.back().duration).count(), 1);
+  Markup parts;
+  for (const Phase& phase : phases) {
+    const long long width = std::max(kLeast, kWidth * phase.duration.count() / length);
+    const long long x = std::min(kWidth * phase.began.count() / length, kWidth - width);
+    parts += element("rect",
+                     {{"class", phase.completed ? kPhaseClasses[static_cast<std::size_t>(phase.kind)] : L"failure"},
+                      {"x", std::to_wstring(x)},
+                      {"width", std::to_wstring(width)},
+                      {"height", L"10"}},
+                     element("title", wordsOf(kPhaseWords, phase.kind).text));
+  }
+  return element("svg", {{"class", L"bar"}, {"viewBox", L"0 0 1000 10"}, {"preserveAspectRatio", L"none"}}, parts);
+}
+
+Markup groupOf(const FactGroup& group) {
+  Markup facts;
+  for (const Fact& each : group.facts) facts += fact(each.name.c_str(), each.value);
+  return (group.title.empty() ? Markup() : element("h3", group.title)) + phasesBar(group.phases) + element("dl", facts);
+}
+
+Markup legend() {
+  Markup items;
+  for (std::size_t i = 0; i < kPhaseClasses.size(); ++i) {
+    items += classed("li", kPhaseClasses[i], kPhaseWords[i].text);
+  }
+  return classed("ol", L"legend", items + classed("li", L"failure", L"failed"));
+}
+
+Markup sheetSection(const Sheet& sheet) {
+  if (sheet.isEmpty()) return {};
+  Markup content = sheet.note.empty() ? Markup() : classed("p", L"note", sheet.note);
+  const bool hasTimeLine =
+      std::ranges::any_of(sheet.groups, [](const FactGroup& group) { return !group.phases.empty(); });
+  if (hasTimeLine) content += legend();
+  for (const FactGroup& group : sheet.groups) content += groupOf(group);
+  return section(sheet.kind, sheet.heading, content);
+}
+
 Markup filterOf(const std::wstring& group, LogLevel level) {
   const std::wstring name = toWide(idOf(level));
   const std::wstring id = group + name;
@@ -211,11 +244,19 @@ Markup logSection(const Resolution& resolution, const std::wstring& group) {
 
 std::wstring idOfArticle(std::size_t number) { return L"url-" + std::to_wstring(number); }
 
-Markup article(std::size_t number, const Resolution& resolution) {
+Markup probeSections(const Resolution& resolution) {
+  Markup sections;
+  for (const Sheet& sheet : probeSheets(resolution)) sections += sheetSection(sheet);
+  return sections;
+}
+
+Markup article(std::size_t number, const Resolution& resolution, const Machine& machine) {
   const std::wstring id = idOfArticle(number);
   return element("article", {{"id", id}},
-                 outcomeSection(resolution) + section(L"taken", L"Route", routePicture(resolution)) +
-                     candidatesSection(resolution) + settingsSection(resolution) + logSection(resolution, id + L"-"));
+                 outcomeSection(resolution) + sheetSection(whoSheet(resolution, machine)) +
+                     section(L"taken", L"Route", routePicture(resolution)) + settingsSection(resolution) +
+                     sheetSection(bypassSheet(resolution)) + sheetSection(discoverySheet(resolution)) +
+                     candidatesSection(resolution) + probeSections(resolution) + logSection(resolution, id + L"-"));
 }
 
 Markup overview(const std::vector<Resolution>& resolutions) {
@@ -223,18 +264,18 @@ Markup overview(const std::vector<Resolution>& resolutions) {
   Markup lines;
   for (std::size_t i = 0; i < resolutions.size(); ++i) {
     const Resolution& resolution = resolutions[i];
-    const OutcomeWords& words = wordsOf(resolution.outcome);
-    lines += classed(
-        "li", words.kind,
-        element("a", {{"href", L"#" + idOfArticle(i)}}, resolution.url) +
-            classed("span", L"answer", resolution.outcome.text.empty() ? words.badge : resolution.outcome.text));
+    lines += classed("li", classOf(resolution.outcome),
+                     element("a", {{"href", L"#" + idOfArticle(i)}}, resolution.url) +
+                         classed("span", L"answer",
+                                 resolution.outcome.text.empty() ? outcomeText(resolution.outcome.kind)
+                                                                 : std::wstring_view(resolution.outcome.text)));
   }
   return element("nav", classed("ol", L"overview", lines));
 }
 
 std::wstring titleOf(const std::vector<Resolution>& resolutions) {
   if (resolutions.size() != 1) return counted(resolutions.size(), L"URL") + L" - kiv-resolve";
-  return wordsOf(resolutions[0].outcome).badge + std::wstring(L": ") + resolutions[0].url + L" - kiv-resolve";
+  return std::wstring(outcomeText(resolutions[0].outcome.kind)) + L": " + resolutions[0].url + L" - kiv-resolve";
 }
 
 Markup headOf(const std::vector<Resolution>& resolutions) {
@@ -248,9 +289,11 @@ Markup headOf(const std::vector<Resolution>& resolutions) {
 
 }  // namespace
 
-std::string htmlReport(const std::vector<Resolution>& resolutions) {
+std::string htmlReport(const std::vector<Resolution>& resolutions, Redaction* redaction) {
+  const Machine machine = thisMachine(redaction);
   Markup articles;
-  for (std::size_t i = 0; i < resolutions.size(); ++i) articles += article(i, resolutions[i]);
+  for (std::size_t i = 0; i < resolutions.size(); ++i) articles += article(i, resolutions[i], machine);
+  articles += sheetSection(versionsSheet(machine)) + sheetSection(removedSheet(redaction));
   const Markup foot = element("footer", L"kiv-resolve " + toWide(KIV_VERSION));
   const Markup body = element("body", element("main", overview(resolutions) + articles) + foot);
   return "<!DOCTYPE html>\n" + element("html", {{"lang", L"en"}}, headOf(resolutions) + body).html() + "\n";

@@ -4,10 +4,12 @@
 #include <string>
 #include <vector>
 
+#include "common/redaction.h"
 #include "resolve/resolution.h"
 
 namespace kiv::tool {
 
-std::string htmlReport(const std::vector<Resolution>& resolutions);
+// `redaction` is null if names are shown.
+std::string htmlReport(const std::vector<Resolution>& resolutions, Redaction* redaction);
 
 }  // namespace kiv::tool

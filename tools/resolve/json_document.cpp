@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "common/console.h"
+#include "resolve/probe_json.h"
 #include "resolve/wording.h"
 
 namespace kiv::tool {
@@ -63,15 +64,17 @@ Json resultOf(const Resolution& resolution) {
   for (const Candidate& candidate : resolution.candidates) {
     candidates.push_back(candidateOf(candidates.size(), candidate));
   }
-  return {{"url", toUtf8(resolution.url)},
-          {"outcome", outcomeOf(resolution)},
-          {"began", toUtf8(timeText(resolution.began))},
-          {"milliseconds", resolution.duration.count()},
-          {"settings", settingsOf(resolution.settings)},
-          {"discovery",
-           {{"succeeded", !resolution.discoveryFailed}, {"milliseconds", resolution.discoveryDuration.count()}}},
-          {"bypass", bypassOf(resolution.bypass)},
-          {"candidates", candidates}};
+  Json result = {{"url", toUtf8(resolution.url)},
+                 {"outcome", outcomeOf(resolution)},
+                 {"began", toUtf8(timeText(resolution.began))},
+                 {"milliseconds", resolution.duration.count()},
+                 {"settings", settingsOf(resolution.settings)},
+                 {"discovery",
+                  {{"succeeded", !resolution.discoveryFailed}, {"milliseconds", resolution.discoveryDuration.count()}}},
+                 {"bypass", bypassOf(resolution.bypass)},
+                 {"candidates", candidates}};
+  if (resolution.probe) result["probe"] = probeJson(*resolution.probe);
+  return result;
 }
 
 std::string dumped(const Json& json, int indent) {

@@ -5,6 +5,7 @@
 
 #include "common/console.h"
 #include "resolve/credential_sources.h"
+#include "resolve/machine.h"
 
 namespace kiv::tool {
 namespace {
@@ -102,6 +103,8 @@ std::variant<RequestOptions, std::string> readRequestOptions(const WrittenReques
       .attemptTime = readSeconds(written.attemptTime.value_or(L"")),
       .redaction = written.redact ? std::make_shared<Redaction>() : nullptr,
   };
+  // The names of account and computer are known from the first line on.
+  if (options.redaction) thisMachine(options.redaction.get());
   std::string problem = readCredential("--proxy-cred", written.proxyCred, written.proxyCredFrom, options.proxyCred);
   if (problem.empty()) {
     problem = readCredential("--server-cred", written.serverCred, written.serverCredFrom, options.serverCred);

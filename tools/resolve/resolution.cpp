@@ -20,6 +20,11 @@ Verdict Candidate::verdict() const {
   return requests.empty() ? Verdict::NotTested : verdictOn(requests.back().status);
 }
 
+bool Candidate::rejectsCredentials() const {
+  return (verdict() == Verdict::ProxyWantsCredentials && proxyCredGiven) ||
+         (verdict() == Verdict::ServerWantsCredentials && serverCredGiven);
+}
+
 milliseconds Candidate::duration() const {
   milliseconds sum{};
   for (const Request& request : requests) sum += request.duration;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "kiv/kiv.hpp"
+#include "probe/findings.h"
 
 namespace kiv::tool {
 
@@ -52,6 +53,7 @@ enum class Verdict : std::uint8_t {
 
 struct Candidate {
   std::wstring text{};  // without credentials
+  ProxyConfig route{};  // with those that it came with; shown nowhere
   Origin origin = Origin::System;
   bool invalid = false;
   bool proxyCredGiven = false;   // after a 407
@@ -59,6 +61,7 @@ struct Candidate {
   std::vector<Request> requests{};
 
   Verdict verdict() const;
+  bool rejectsCredentials() const;
   milliseconds duration() const;
 };
 
@@ -74,6 +77,7 @@ struct Bypass {
   std::wstring list{};
   bool given = false;  // with --bypass, instead of the user's
   bool matches = false;
+  std::wstring entry{};  // that matches
 };
 
 struct Resolution {
@@ -87,8 +91,8 @@ struct Resolution {
   std::vector<Candidate> candidates;
   Outcome outcome;
   std::vector<Record> log;
-  ProxyConfig found{};   // as the outcome, with the credentials that it needed; shown nowhere
-  std::wstring removed;  // what was redacted; empty if nothing was to be
+  ProxyConfig found{};                 // as the outcome, with the credentials that it needed; shown nowhere
+  std::optional<ProbeFindings> probe;  // nothing if none was requested
 
   // The number of the candidate that works; nothing if none does.
   std::optional<std::size_t> winner() const;

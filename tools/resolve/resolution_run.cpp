@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "common/presentable.h"
+#include "resolve/bypass_entry.h"
 #include "resolve/json_document.h"
 #include "resolve/log_facts.h"
 #include "resolve/test_client.h"
@@ -64,6 +65,7 @@ class ResolutionRun {
   bool stopped_ = false;
   std::optional<ProxyConfig> found_;  // nothing if the resolution did not complete
   Resolution resolution_;
+  std::wstring bypassList_;
   std::size_t current_ = 0;  // the candidate that is being tested
   bool discovering_ = false;
   Request* underway_ = nullptr;
@@ -155,7 +157,6 @@ Resolution ResolutionRun::end(bool stopped) {
   if (found_) resolution_.found = *found_;
   resolution_.duration = sinceBegin();
   assignOrigins();
-  if (options_.redaction) resolution_.removed = options_.redaction->summary();
   display_.finished(resolution_);
   return std::move(resolution_);
 }
@@ -189,7 +190,7 @@ Credential ResolutionRun::giveServerCred(std::wstring_view url) {
 bool ResolutionRun::keep(const ProxyConfig& candidate) {
   const auto lock = locked();
   endDiscovery();
-  resolution_.candidates.push_back({.text = shown(candidate.display_string())});
+  resolution_.candidates.push_back({.text = shown(candidate.display_string()), .route = candidate});
   return task_ == Task::Resolve;
 }
 
@@ -232,10 +233,12 @@ void ResolutionRun::learn(std::wstring_view message) {
       resolution_.discoveryFailed = true;
       break;
     case FactKind::BypassList:
+      bypassList_ = presentable(fact.text);
       resolution_.bypass.list = shown(fact.text);
       break;
     case FactKind::Bypassed:
       resolution_.bypass.matches = true;
+      resolution_.bypass.entry = shown(matchingEntry(bypassList_, presentable(target_.url)));
       break;
     case FactKind::InvalidCandidate:
       resolution_.candidates.at(fact.number).invalid = true;

@@ -1,6 +1,7 @@
 // The words for results, which the table, the JSON document and the report share.
 #include "resolve/wording.h"
 
+#include <algorithm>
 #include <array>
 #include <cwchar>
 
@@ -29,6 +30,8 @@ constexpr std::array<std::string_view, 3> kOriginIds = {"preferred", "system", "
 constexpr std::array<std::wstring_view, 3> kOriginTexts = {L"from --prefer", L"from the settings", L"from --fallback"};
 constexpr std::array<std::string_view, 6> kOutcomeIds = {"proxy",      "direct",          "none",
                                                          "not-tested", "not-carried-out", "stopped"};
+constexpr std::array<std::wstring_view, 6> kOutcomeTexts = {L"Route found", L"Route found",   L"No route found",
+                                                            L"Not tested",  L"Not completed", L"Stopped"};
 constexpr std::array<std::string_view, 4> kLevelIds = {"error", "warn", "info", "debug"};
 
 template <class Table, class Enumerator>
@@ -105,6 +108,33 @@ std::wstring remark(const Resolution& resolution) {
            L"from the settings.";
   if (resolution.candidates.empty()) return L"No proxy is configured for this URL: direct connection, not tested.";
   return {};
+}
+
+std::wstring_view outcomeText(OutcomeKind kind) { return at(kOutcomeTexts, kind); }
+
+std::wstring counted(std::size_t count, const wchar_t* noun) {
+  return std::to_wstring(count) + L" " + noun + (count == 1 ? L"" : L"s");
+}
+
+std::size_t testedCount(const Resolution& resolution) {
+  return static_cast<std::size_t>(std::ranges::count_if(
+      resolution.candidates, [](const Candidate& candidate) { return !candidate.requests.empty(); }));
+}
+
+std::wstring reasonText(const Resolution& resolution) {
+  const std::wstring remarked = remark(resolution);
+  if (resolution.candidates.empty()) return remarked;
+  const std::wstring count = counted(resolution.candidates.size(), L"candidate");
+  std::wstring reason;
+  if (const auto winner = resolution.winner()) {
+    reason = L"Candidate No. " + std::to_wstring(*winner) + L" works. " + count + L", " +
+             std::to_wstring(testedCount(resolution)) + L" tested.";
+  } else if (resolution.outcome.kind == OutcomeKind::NotTested) {
+    reason = count + L", none tested, as requested.";
+  } else {
+    reason = counted(testedCount(resolution), L"candidate") + L" tested, none works.";
+  }
+  return remarked.empty() ? reason : reason + L" " + remarked;
 }
 
 }  // namespace kiv::tool

@@ -1,6 +1,7 @@
 // The words for results, which the table, the JSON document and the report share.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -28,8 +29,13 @@ std::wstring responseText(const Request& request);
 // The response to one request, with the error if there is one: "failed: ERROR_WINHTTP_CANNOT_CONNECT (12029)".
 std::wstring responseWithErrorText(const Request& request);
 std::wstring responsesText(const Candidate& candidate);
-std::wstring durationText(milliseconds duration);  // "35 ms"
-std::wstring timeText(WallTime time);              // ISO 8601 with milliseconds, in UTC
+std::wstring durationText(milliseconds duration);              // "35 ms"
+std::wstring timeText(WallTime time);                          // ISO 8601 with milliseconds, in UTC
+std::wstring_view outcomeText(OutcomeKind kind);               // "Route found"
+std::wstring counted(std::size_t count, const wchar_t* noun);  // "2 candidates"
+std::size_t testedCount(const Resolution& resolution);
+// The reason for the outcome, in a sentence or two.
+std::wstring reasonText(const Resolution& resolution);
 // Why no test was needed, or what failed before the tests; empty if there is nothing to say.
 std::wstring remark(const Resolution& resolution);
 

@@ -243,13 +243,18 @@ DWORD_PTR exchangeContext(HINTERNET handle, DWORD_PTR context) {
 
 /// Windows gives up on a server that never answers; Wine waits for ever unless a limit is set. A scenario with such a
 /// server sets one, in milliseconds.
-void limitResponseTime(HINTERNET request) {
+std::optional<DWORD> responseLimit() {
   wchar_t text[16];
   if (GetEnvironmentVariableW(L"KIV_E2E_RESPONSE_TIMEOUT", text, static_cast<DWORD>(std::size(text))) == 0) {
-    return;
+    return std::nullopt;
   }
-  DWORD limit = std::wcstoul(text, nullptr, 10);
-  WinHttpSetOption(request, WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, &limit, sizeof(limit));
+  return std::wcstoul(text, nullptr, 10);
+}
+
+void limitResponseTime(HINTERNET request) {
+  if (auto limit = responseLimit()) {
+    WinHttpSetOption(request, WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, &*limit, sizeof(*limit));
+  }
 }
 
 }  // namespace
@@ -337,6 +342,11 @@ WINHTTP_STATUS_CALLBACK WINAPI WinHttpSetStatusCallback(HINTERNET handle, WINHTT
 BOOL WINAPI WinHttpSetOption(HINTERNET handle, DWORD option, LPVOID value, DWORD length) {
   if (!isKnownRequest(handle)) {
     return WINES(WinHttpSetOption)(handle, option, value, length);
+  }
+  // The scenario's limit holds, whatever the caller's is.
+  auto limit = option == WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT ? responseLimit() : std::nullopt;
+  if (limit && length == sizeof(*limit)) {
+    value = &*limit;
   }
   if (option == WINHTTP_OPTION_PROXY) {
     // Wine's own answer comes first, so that what it refuses is refused here.

@@ -5,6 +5,7 @@ from __future__ import annotations
 import base64
 import json
 import os
+import re
 import shutil
 from pathlib import Path
 from typing import Any
@@ -84,6 +85,12 @@ class Browser:
                 "scale": 1}
         shot = self._command("Page.captureScreenshot", format="png", captureBeyondViewport=True, clip=clip)
         file.write_bytes(base64.b64decode(shot["data"]))
+
+    def printed(self, file: Path) -> int:
+        """Prints the page on A4 paper. Returns the number of sheets."""
+        content = base64.b64decode(self._command("Page.printToPDF", paperWidth=8.27, paperHeight=11.69)["data"])
+        file.write_bytes(content)
+        return len(re.findall(rb"/Type\s*/Page\b", content))
 
     def _command(self, name: str, **parameters: Any) -> Any:
         return self._driver.execute_cdp_cmd(name, parameters)

@@ -7,6 +7,7 @@ from collections.abc import Callable, Iterable
 from pathlib import Path
 
 from harness import odd_servers
+from harness.inspector import Inspector
 from harness.odd_servers import DeadServer, OddServer, OddWeb
 from harness.processes import Processes
 from harness.servers import Lighttpd, Server, Squid, Tinyproxy
@@ -31,6 +32,7 @@ class Catalogue:
                             "stubborn_407", "huge_headers", "markup")},
             "odd": lambda: OddServer("odd", self.odd_web),
             "web": lambda: self.lighttpd,
+            "inspector": lambda: Inspector("inspector", folder / "inspector"),
             "dead": lambda: DeadServer("dead"),
             "dead2": lambda: DeadServer("dead2"),
         }
@@ -62,6 +64,10 @@ class Catalogue:
         """Puts ports in place of their names; other braces, such as a script's, are left alone."""
         ports = self.ports()
         return re.sub(r"\{(\w+)\}", lambda match: str(ports.get(match[1], match[0])), text)
+
+    def certificate(self, name: str) -> Path:
+        """The certificate by which a server that has one is trusted."""
+        return self._started[name].certificate
 
     def stop(self) -> None:
         for server in reversed(list(self._started.values())):

@@ -202,7 +202,7 @@ def markup(_: Request, connection: Connection) -> str:
 
 
 class OddWeb:
-    """A web server whose path says what happens: /status/CODE, /challenge/SCHEME, /slow/… and /huge/script.pac.
+    """A web server whose path says what happens: /status/CODE, /challenge/SCHEME, /portal, /slow/… and /huge/script.pac.
 
     Negotiate is carried out, with NTLM, which belongs to a connection; of Basic any password is right.
     """
@@ -220,6 +220,9 @@ class OddWeb:
             return self._status(subject, connection)
         if kind == "challenge":
             return self._challenge(subject, request, connection)
+        if kind == "portal":
+            # A guest network that has its own page in place of what was asked for.
+            return answer(connection, "302 Found", f"Location: http://127.0.0.1:{connection.getsockname()[1]}/status/200")
         if kind == "slow":
             time.sleep(self._script_delay)
             return self._serve_script(self.script, request, connection)

@@ -18,6 +18,7 @@ from dataclasses import dataclass, replace
 from pathlib import Path
 
 from harness.catalogue import Catalogue
+from harness.inspector import der_of
 from harness.processes import Interrupted, Processes
 from harness.scenario import Scenario, complaints, script_section, transcript
 from harness.servers import Server
@@ -40,7 +41,8 @@ class Bench:
 
     def prepare(self, scenario: Scenario) -> dict[str, Server]:
         """Starts the servers, writes settings and script; returns the servers that take part."""
-        names = sorted({*self.catalogue.named_in(*scenario.texts), *scenario.servers})
+        names = sorted({*self.catalogue.named_in(*scenario.texts), *scenario.servers, *scenario.installed_roots,
+                        *scenario.public_roots})
         servers = self.catalogue.begin(names)
         script = self.catalogue.fill_in(scenario.script)
         self.catalogue.odd_web.script = script
@@ -53,6 +55,10 @@ class Bench:
         self.user.write_registry(scenario.registry, self.catalogue.fill_in)
         for name in scenario.recorded:
             shutil.copy(RECORDED / name, self.user.file(name))
+        # Windows trusts those that it distributes because they are in both stores.
+        public = [der_of(self.catalogue.certificate(name)) for name in scenario.public_roots]
+        installed = [der_of(self.catalogue.certificate(name)) for name in scenario.installed_roots]
+        self.user.write_roots({"Root": public + installed, "AuthRoot": public})
         for name in scenario.files:
             self.user.file(name).unlink(missing_ok=True)
         return servers

@@ -73,6 +73,10 @@ class Scenario:
     """Files of recorded/ that lie in C:/e2e."""
     registry: tuple[RegistryValue, ...] = ()
     """Values of the registry beside the user's settings, for this scenario alone."""
+    installed_roots: tuple[str, ...] = ()
+    """Servers whose certificates somebody has installed as trusted roots."""
+    public_roots: tuple[str, ...] = ()
+    """Servers whose certificates are as if Windows distributed them."""
     like: Scenario | None = None
     """Another scenario whose transcript, but for the script, is this one's; see harness/differences.py."""
 
@@ -113,6 +117,12 @@ def with_names(text: str, ports: Mapping[str, int]) -> str:
     text = re.sub(r'("milliseconds": ?)\d+', r"\1*", text)
     text = re.sub(r'("secondsAhead": )-?\d+', r"\1*", text)
     text = re.sub(r"\b\d{4}-\d\d-\d\dT[\d:.]+Z", "*", text)
+    # Digests, the addresses of names, which not every machine has of both families, and the sizes of error pages.
+    text = re.sub(r"\b[0-9a-f]{64}\b", "*", text)
+    text = re.sub(r"(?m)^( *Addresses +localhost): .*$", r"\1: *", text)
+    text = re.sub(r"\b\d{3,} bytes\b", "* bytes", text)
+    # Where a report was made.
+    text = re.sub(r"(?m)^( *(?:User|Computer|Windows|winhttp\.dll)) {2,}.*$", r"\1  *", text)
     text = re.sub(r"(?m)^(?:No\.  candidate| *\d+  ).*$", lambda match: re.sub(r" {2,}", "  ", match[0]), text)
     # Who runs the tool, and on what: not the same on two machines.
     text = re.sub(r"(?m)^(  (?:account|elevated|session|computer|Windows)  +).*$", r"\1*", text)
@@ -171,7 +181,8 @@ def trace_text(trace: str) -> str:
 
 def file_text(name: str, text: str) -> str:
     """What of a written file is compared: a page is for eyes, and has tests of its own."""
-    readers = {".jsonl": trace_text, ".html": lambda page: page.partition("\n")[0]}
+    readers = {".jsonl": trace_text, ".html": lambda page: page.partition("\n")[0],
+               ".txt": lambda text: text}
     return readers[Path(name).suffix](text)
 
 

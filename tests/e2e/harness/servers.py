@@ -237,6 +237,11 @@ class Lighttpd(DebianServer):
         """The folder whose files are served."""
         return self.folder / "root"
 
+    @property
+    def certificate(self) -> Path:
+        """That of the second port."""
+        return self.folder / "certificate.pem"
+
     def prepare_folder(self) -> None:
         super().prepare_folder()
         for folder in (self.root, self.root / "basic", self.root / "digest"):
@@ -246,7 +251,7 @@ class Lighttpd(DebianServer):
         subprocess.run(
             ["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=localhost",
              "-addext", "subjectAltName=DNS:localhost,IP:127.0.0.1", "-keyout", str(self.folder / "key.pem"),
-             "-out", str(self.folder / "certificate.pem")], check=True, capture_output=True)
+             "-out", str(self.certificate)], check=True, capture_output=True)
 
     def configure(self) -> list[str]:
         protected = ", ".join(
@@ -270,7 +275,7 @@ auth.backend.plain.userfile = "{self.folder / 'passwords'}"
 auth.require = ({protected})
 $SERVER["socket"] == "127.0.0.1:{self.ports[self.name + '_tls']}" {{
   ssl.engine = "enable"
-  ssl.pemfile = "{self.folder / 'certificate.pem'}"
+  ssl.pemfile = "{self.certificate}"
   ssl.privkey = "{self.folder / 'key.pem'}"
   # Newer versions of lighttpd want TLS 1.3, which Wine does not speak.
   ssl.openssl.ssl-conf-cmd = ("MinProtocol" => "TLSv1.2")

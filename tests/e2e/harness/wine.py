@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import contextlib
+import hashlib
 import os
 import re
 import shutil
@@ -16,6 +17,7 @@ from pathlib import Path
 from harness.processes import Processes, clean_environment
 
 CONNECTIONS_KEY = r"HKCU\Software\Microsoft\Windows\CurrentVersion\Internet Settings\Connections"
+CERTIFICATES_KEY = r"HKLM\Software\Microsoft\SystemCertificates"
 SETTINGS_VALUE = "DefaultConnectionSettings"
 NOT_STARTED = "Application could not be started"
 
@@ -144,6 +146,7 @@ class WineUser:
         self._written: Settings | None = None
         self._settings_known = False
         self._registry: list[RegistryValue] = []
+        self._roots: Mapping[str, Sequence[bytes]] = {}
 
     def environment(self, **additions: str) -> dict[str, str]:
         return clean_environment(
@@ -242,6 +245,23 @@ class WineUser:
     def forget_settings(self) -> None:
         """Somebody else has written the user's settings."""
         self._settings_known = False
+
+    def write_roots(self, roots: Mapping[str, Sequence[bytes]]) -> None:
+        """Makes certificates trusted roots, by store, and those of the last scenario no longer."""
+        for store, certificates in self._roots.items():
+            for certificate in set(certificates) - set(roots[store]):
+                self._run(["wine", "reg", "delete", self._root_key(store, certificate), "/f"])
+        for store, certificates in roots.items():
+            for certificate in set(certificates) - set(self._roots.get(store, ())):
+                # The form of the registry: a property's number, 1, its length and value; 32 is the certificate itself.
+                blob = struct.pack("<III", 32, 1, len(certificate)) + certificate
+                self._must("wine", "reg", "add", self._root_key(store, certificate), "/v", "Blob", "/t", "REG_BINARY",
+                           "/d", blob.hex(), "/f")
+        self._roots = roots
+
+    @staticmethod
+    def _root_key(store: str, certificate: bytes) -> str:
+        return rf"{CERTIFICATES_KEY}\{store}\Certificates\{hashlib.sha1(certificate).hexdigest().upper()}"
 
     def file(self, name: str) -> Path:
         """The file that the user knows as C:/e2e/NAME."""

@@ -1,10 +1,10 @@
 """All scenarios, in the order in which they run."""
 
-from scenarios import (answers, bypass, credentials, environment, limits, pac, places, proxies, redaction, settings,
-                       sources, targets, usage)
+from scenarios import (answers, bypass, credentials, environment, limits, pac, places, probe, proxies, redaction,
+                       settings, sources, targets, usage)
 
 _MODULES = (usage, answers, settings, sources, bypass, proxies, targets, credentials, limits, redaction, places, pac,
-            environment)
+            environment, probe)
 
 SCENARIOS = [scenario for module in _MODULES for scenario in module.SCENARIOS]
 

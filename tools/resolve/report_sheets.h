@@ -1,0 +1,45 @@
+// What reports say about a resolution as names and values; the page and the plain text show them in their own ways.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "common/redaction.h"
+#include "resolve/machine.h"
+#include "resolve/resolution.h"
+
+namespace kiv::tool {
+
+struct Fact {
+  std::wstring name;
+  std::wstring value;  // empty: none
+};
+
+struct FactGroup {
+  std::wstring title;  // the route, where there may be several
+  std::vector<Fact> facts;
+  std::vector<Phase> phases{};  // a time line
+};
+
+struct Sheet {
+  const wchar_t* kind;  // a class of the style
+  const wchar_t* heading;
+  std::vector<FactGroup> groups{};
+  std::wstring note{};
+
+  bool isEmpty() const { return groups.empty() && note.empty(); }
+};
+
+Sheet whoSheet(const Resolution& resolution, const Machine& machine);
+Sheet bypassSheet(const Resolution& resolution);
+Sheet discoverySheet(const Resolution& resolution);
+// In the order of a report: phases, authentication, certificates, redirects. None without a probe.
+std::vector<Sheet> probeSheets(const Resolution& resolution);
+Sheet versionsSheet(const Machine& machine);
+// `redaction` is null if names are shown.
+Sheet removedSheet(const Redaction* redaction);
+
+// "200, but from portal.example".
+std::wstring responseText(const RouteFindings& route);
+
+}  // namespace kiv::tool
