@@ -235,12 +235,18 @@ class WineUser:
 
     def write_registry(self, values: Sequence[RegistryValue], fill_in: Callable[[str], str]) -> None:
         """Makes these the values that the registry has beside the user's settings; those of the last call go."""
+        # A run that is killed meanwhile leaves a prefix that is made anew.
+        made = self.prefix / ".made"
+        if values:
+            made.unlink(missing_ok=True)
         while self._registry:
             value = self._registry.pop()
             self._must("wine", "reg", "delete", value.key, "/v", value.name, "/f", f"/reg:{value.view}")
         for value in values:
             self._must("wine", "reg", "add", *value.arguments(fill_in))
             self._registry.append(value)
+        if not values:
+            made.touch()
 
     def forget_settings(self) -> None:
         """Somebody else has written the user's settings."""
