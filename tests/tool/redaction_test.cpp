@@ -73,6 +73,18 @@ TEST(Redaction, FindsLearnedNamesInEveryForm) {
   }
 }
 
+TEST(Redaction, GivesNamesTheWordsThatAreWanted) {
+  Redaction redact;
+  redact.learn(L"DESK", L"this-computer");
+  redact.learn(L"localhost", L"this-computer");
+  EXPECT_EQ(redact(L"desk and localhost"), L"this-computer and localhost");
+  EXPECT_EQ(redact.summary(), L"nothing");
+}
+
+TEST(Redaction, LeavesTheLettersOfDrivesAlone) {
+  EXPECT_EQ(Redaction()(L"file://C:/proxy.pac"), L"file://C:/proxy.pac");
+}
+
 TEST(Redaction, GivesTheSameNameTheSameWord) {
   Redaction redact;
   EXPECT_EQ(redact(L"http://b.example http://a.example"), L"http://host-1 http://host-2");

@@ -151,9 +151,16 @@ void Redaction::learn(Kind kind, std::wstring_view name) {
   words_.emplace(key, kWords[index] + std::to_wstring(++counts_[index]));
 }
 
+void Redaction::learn(std::wstring_view name, const wchar_t* word) {
+  const std::wstring key = lower(name);
+  if (!key.empty() && !isLoopback(key)) words_.emplace(key, word);
+}
+
 void Redaction::learnHost(std::wstring_view host) {
   const std::wstring decoded = percentDecoded(host);
   const std::wstring_view name = withoutOuterDots(decoded);
+  // The letter of a drive, as in "file://C:/proxy.pac".
+  if (name.size() == 1) return;
   learn(isAddress4(name) || isAddress6(name) ? Kind::Address : Kind::Host, name);
 }
 

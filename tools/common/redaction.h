@@ -17,6 +17,8 @@ class Redaction {
   // from texts: the hosts and users of URLs, names with dots, and names in front of a port.
   void learnHost(std::wstring_view host);
   void learnUser(std::wstring_view user);
+  // With a word of its own, such as "this-computer".
+  void learn(std::wstring_view name, const wchar_t* word);
 
   std::wstring operator()(std::wstring_view text);
 

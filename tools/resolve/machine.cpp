@@ -74,6 +74,14 @@ std::wstring versionOf(const wchar_t* module) {
 
 }  // namespace
 
+void learnNames(const std::wstring& account, const std::wstring& computer, Redaction& redaction) {
+  redaction.learn(computer, L"this-computer");
+  redaction.learn(computer.substr(0, computer.find(L'.')), L"this-computer");
+  const std::size_t domain = account.find(L'\\');
+  if (domain != std::wstring::npos) redaction.learn(account.substr(0, domain), L"this-domain");
+  redaction.learn(account.substr(domain + 1), L"this-user");
+}
+
 Machine thisMachine(Redaction* redaction) {
   const Token token = ownToken();
   Machine machine{.user = presentable(accountOf(token.get())),
@@ -83,10 +91,7 @@ Machine thisMachine(Redaction* redaction) {
                   .winHttp = versionOf(L"winhttp.dll"),
                   .kiv = versionOf(L"kiv.dll")};
   if (!redaction) return machine;
-  const std::size_t domain = machine.user.find(L'\\');
-  if (domain != std::wstring::npos) redaction->learnHost(machine.user.substr(0, domain));
-  redaction->learnUser(machine.user.substr(domain + 1));
-  redaction->learnHost(machine.computer);
+  learnNames(machine.user, machine.computer, *redaction);
   machine.user = (*redaction)(machine.user);
   machine.computer = (*redaction)(machine.computer);
   return machine;

@@ -16,6 +16,9 @@ struct Machine {
   std::wstring kiv;  // kiv.dll
 };
 
+// Lets the names of an account (DOMAIN\name) and a computer be replaced by "this-user" and the like.
+void learnNames(const std::wstring& account, const std::wstring& computer, Redaction& redaction);
+
 // `redaction` is null if names are shown.
 Machine thisMachine(Redaction* redaction);
 

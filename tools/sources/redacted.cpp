@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "common/presentable.h"
+#include "resolve/machine.h"
 
 namespace kiv::tool {
 namespace {
@@ -37,14 +38,6 @@ void redact(Resolution& resolution, Redaction& redaction) {
   for (Candidate& candidate : resolution.candidates) redact(candidate.text, redaction);
 }
 
-// "DOMAIN\name": both are names.
-void learnAccount(const std::wstring& account, Redaction& redaction) {
-  const std::size_t end = account.find(L'\\');
-  if (end == std::wstring::npos) return;
-  redaction.learnHost(account.substr(0, end));
-  redaction.learnUser(account.substr(end + 1));
-}
-
 // The name of a VPN connection is the user's own text. Its place gets a number instead, everywhere.
 void numberConnections(Sources& sources) {
   int count = 0;
@@ -67,8 +60,7 @@ void numberConnections(Sources& sources) {
 }  // namespace
 
 Sources redacted(Sources sources, Redaction& redaction) {
-  redaction.learnHost(sources.run.computer);
-  learnAccount(sources.run.account, redaction);
+  learnNames(sources.run.account, sources.run.computer, redaction);
   redact(sources.run.computer, redaction);
   redact(sources.run.account, redaction);
   // It names the domain and the user.

@@ -121,6 +121,7 @@ def with_names(text: str, ports: Mapping[str, int]) -> str:
     text = re.sub(r"\b[0-9a-f]{64}\b", "*", text)
     text = re.sub(r"(?m)^( *Addresses +localhost): .*$", r"\1: *", text)
     text = re.sub(r"\b\d{3,} bytes\b", "* bytes", text)
+    text = re.sub(r'("bytes": ?)\d+', r"\1*", text)
     # Where a report was made.
     text = re.sub(r"(?m)^( *(?:User|Computer|Windows|winhttp\.dll)) {2,}.*$", r"\1  *", text)
     text = re.sub(r"(?m)^(?:No\.  candidate| *\d+  ).*$", lambda match: re.sub(r" {2,}", "  ", match[0]), text)
