@@ -250,10 +250,10 @@ Markup probeSections(const Resolution& resolution) {
   return sections;
 }
 
-Markup article(std::size_t number, const Resolution& resolution, const Machine& machine) {
+Markup article(std::size_t number, const Resolution& resolution, const ThisRun& run) {
   const std::wstring id = idOfArticle(number);
   return element("article", {{"id", id}},
-                 outcomeSection(resolution) + sheetSection(whoSheet(resolution, machine)) +
+                 outcomeSection(resolution) + sheetSection(whoSheet(resolution, run)) +
                      section(L"taken", L"Route", routePicture(resolution)) + settingsSection(resolution) +
                      sheetSection(bypassSheet(resolution)) + sheetSection(discoverySheet(resolution)) +
                      candidatesSection(resolution) + probeSections(resolution) + logSection(resolution, id + L"-"));
@@ -290,10 +290,10 @@ Markup headOf(const std::vector<Resolution>& resolutions) {
 }  // namespace
 
 std::string htmlReport(const std::vector<Resolution>& resolutions, Redaction* redaction) {
-  const Machine machine = thisMachine(redaction);
+  const ThisRun run = shownRun(redaction);
   Markup articles;
-  for (std::size_t i = 0; i < resolutions.size(); ++i) articles += article(i, resolutions[i], machine);
-  articles += sheetSection(versionsSheet(machine)) + sheetSection(removedSheet(redaction));
+  for (std::size_t i = 0; i < resolutions.size(); ++i) articles += article(i, resolutions[i], run);
+  articles += sheetSection(versionsSheet(run)) + sheetSection(removedSheet(redaction));
   const Markup foot = element("footer", L"kiv-resolve " + toWide(KIV_VERSION));
   const Markup body = element("body", element("main", overview(resolutions) + articles) + foot);
   return "<!DOCTYPE html>\n" + element("html", {{"lang", L"en"}}, headOf(resolutions) + body).html() + "\n";

@@ -2,7 +2,9 @@
 #include "resolve/report_sheets.h"
 
 #include "common/console.h"
+#include "common/presentable.h"
 #include "resolve/failures.h"
+#include "resolve/module_version.h"
 #include "resolve/probe_words.h"
 #include "resolve/wording.h"
 
@@ -159,12 +161,20 @@ std::wstring responseText(const RouteFindings& route) {
   return route.isAnsweredElsewhere() ? status + L", but from " + route.finalHost : status;
 }
 
-Sheet whoSheet(const Resolution& resolution, const Machine& machine) {
+ThisRun shownRun(Redaction* redaction) {
+  ThisRun run = readThisRun();
+  run.account = presentable(run.account);
+  run.computer = presentable(run.computer);
+  if (redaction) redact(run, *redaction);
+  return run;
+}
+
+Sheet whoSheet(const Resolution& resolution, const ThisRun& run) {
   return {L"who",
           L"Who, where and when",
           {{L"",
-            {{L"User", machine.user + (machine.elevated ? L" (elevated)" : L"")},
-             {L"Computer", machine.computer},
+            {{L"User", run.account + (run.elevated.value_or(false) ? L" (elevated)" : L"")},
+             {L"Computer", run.computer},
              {L"Began", timeText(resolution.began)},
              {L"Took", durationText(resolution.duration)}}}}};
 }
@@ -204,14 +214,14 @@ std::vector<Sheet> probeSheets(const Resolution& resolution) {
           certificatesSheet(probe), sheetOf(probe, L"redirects", L"Redirects", L"No redirects.", addRedirects)};
 }
 
-Sheet versionsSheet(const Machine& machine) {
+Sheet versionsSheet(const ThisRun& run) {
   return {L"versions",
           L"Versions",
           {{L"",
             {{L"kiv-resolve", toWide(KIV_VERSION)},
-             {L"kiv.dll", machine.kiv},
-             {L"Windows", machine.windows},
-             {L"winhttp.dll", machine.winHttp}}}}};
+             {L"kiv.dll", versionOf(L"kiv.dll")},
+             {L"Windows", run.windows},
+             {L"winhttp.dll", versionOf(L"winhttp.dll")}}}}};
 }
 
 Sheet removedSheet(const Redaction* redaction) {

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "common/redaction.h"
-#include "resolve/machine.h"
+#include "common/this_run.h"
 #include "resolve/resolution.h"
 
 namespace kiv::tool {
@@ -30,12 +30,15 @@ struct Sheet {
   bool isEmpty() const { return groups.empty() && note.empty(); }
 };
 
-Sheet whoSheet(const Resolution& resolution, const Machine& machine);
+// `redaction` is null if names are shown.
+ThisRun shownRun(Redaction* redaction);
+
+Sheet whoSheet(const Resolution& resolution, const ThisRun& run);
 Sheet bypassSheet(const Resolution& resolution);
 Sheet discoverySheet(const Resolution& resolution);
 // In the order of a report: phases, authentication, certificates, redirects. None without a probe.
 std::vector<Sheet> probeSheets(const Resolution& resolution);
-Sheet versionsSheet(const Machine& machine);
+Sheet versionsSheet(const ThisRun& run);
 // `redaction` is null if names are shown.
 Sheet removedSheet(const Redaction* redaction);
 

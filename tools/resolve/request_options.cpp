@@ -4,8 +4,8 @@
 #include <charconv>
 
 #include "common/console.h"
+#include "common/this_run.h"
 #include "resolve/credential_sources.h"
-#include "resolve/machine.h"
 
 namespace kiv::tool {
 namespace {
@@ -104,7 +104,7 @@ std::variant<RequestOptions, std::string> readRequestOptions(const WrittenReques
       .redaction = written.redact ? std::make_shared<Redaction>() : nullptr,
   };
   // The names of account and computer are known from the first line on.
-  if (options.redaction) thisMachine(options.redaction.get());
+  if (options.redaction) learnNames(readThisRun(), *options.redaction);
   std::string problem = readCredential("--proxy-cred", written.proxyCred, written.proxyCredFrom, options.proxyCred);
   if (problem.empty()) {
     problem = readCredential("--server-cred", written.serverCred, written.serverCredFrom, options.serverCred);

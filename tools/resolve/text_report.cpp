@@ -75,23 +75,23 @@ std::wstring logText(const Resolution& resolution) {
   return headed(L"Log", body);
 }
 
-std::wstring reportOn(const Resolution& resolution, const Machine& machine, const Redaction* redaction) {
+std::wstring reportOn(const Resolution& resolution, const ThisRun& run, const Redaction* redaction) {
   const std::wstring route = resolution.outcome.text.empty() ? L"" : resolution.outcome.text + L" ";
   std::wstring text = std::wstring(outcomeText(resolution.outcome.kind)) + L": " + route + L"to " + resolution.url +
                       L"\n" + wrapped(L"", reasonText(resolution)) + adviceText(resolution) +
-                      sheetText(whoSheet(resolution, machine)) + L"\n" + settingsText(resolution) +
+                      sheetText(whoSheet(resolution, run)) + L"\n" + settingsText(resolution) +
                       sheetText(bypassSheet(resolution)) + sheetText(discoverySheet(resolution)) +
                       headed(L"Candidates in test order", summaryText(resolution, false));
   for (const Sheet& sheet : probeSheets(resolution)) text += sheetText(sheet);
-  return text + logText(resolution) + sheetText(versionsSheet(machine)) + sheetText(removedSheet(redaction));
+  return text + logText(resolution) + sheetText(versionsSheet(run)) + sheetText(removedSheet(redaction));
 }
 
 }  // namespace
 
 std::string textReport(const std::vector<Resolution>& resolutions, Redaction* redaction) {
-  const Machine machine = thisMachine(redaction);
+  const ThisRun run = shownRun(redaction);
   std::wstring text = L"kiv-resolve report\n";
-  for (const Resolution& resolution : resolutions) text += L"\n" + reportOn(resolution, machine, redaction);
+  for (const Resolution& resolution : resolutions) text += L"\n" + reportOn(resolution, run, redaction);
   return toUtf8(text);
 }
 

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "common/presentable.h"
-#include "resolve/machine.h"
 
 namespace kiv::tool {
 namespace {
@@ -60,11 +59,7 @@ void numberConnections(Sources& sources) {
 }  // namespace
 
 Sources redacted(Sources sources, Redaction& redaction) {
-  learnNames(sources.run.account, sources.run.computer, redaction);
-  redact(sources.run.computer, redaction);
-  redact(sources.run.account, redaction);
-  // It names the domain and the user.
-  sources.run.sid.clear();
+  redact(sources.run, redaction);
   numberConnections(sources);
   for (Place& place : sources.places) redact(place, redaction);
   for (Place& call : sources.calls) redact(call, redaction);

@@ -6,12 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "common/this_run.h"
 #include "resolve/request_options.h"
 #include "resolve/resolution.h"
 #include "sources/list_reading.h"
 #include "sources/network.h"
 #include "sources/place.h"
-#include "sources/this_run.h"
 
 namespace kiv::tool {
 

@@ -1,5 +1,5 @@
 // Who asks, and where: the account, its rights, the session and the version of Windows.
-#include "sources/this_run.h"
+#include "common/this_run.h"
 
 #include <windows.h>
 
@@ -23,7 +23,7 @@ using UniqueLocalText = support::Unique<wchar_t*, FreeLocalBlock>;
 std::wstring computerName() {
   std::array<wchar_t, 256> name{};
   auto size = static_cast<DWORD>(name.size());
-  return GetComputerNameExW(ComputerNameDnsHostname, name.data(), &size) ? std::wstring(name.data(), size) : L"";
+  return GetComputerNameExW(ComputerNameDnsFullyQualified, name.data(), &size) ? std::wstring(name.data(), size) : L"";
 }
 
 std::wstring accountOf(PSID sid) {
@@ -79,6 +79,22 @@ ThisRun readThisRun() {
   readAccount(token.get(), run);
   run.elevated = elevationOf(token.get());
   return run;
+}
+
+void learnNames(const ThisRun& run, Redaction& redaction) {
+  redaction.learn(run.computer, L"this-computer");
+  redaction.learn(run.computer.substr(0, run.computer.find(L'.')), L"this-computer");
+  const std::size_t domain = run.account.find(L'\\');
+  if (domain != std::wstring::npos) redaction.learn(run.account.substr(0, domain), L"this-domain");
+  redaction.learn(run.account.substr(domain + 1), L"this-user");
+}
+
+void redact(ThisRun& run, Redaction& redaction) {
+  learnNames(run, redaction);
+  run.computer = redaction(run.computer);
+  run.account = redaction(run.account);
+  // It names the domain and the user.
+  run.sid.clear();
 }
 
 }  // namespace kiv::tool

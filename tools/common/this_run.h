@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "common/redaction.h"
+
 namespace kiv::tool {
 
 struct ThisRun {
@@ -16,5 +18,9 @@ struct ThisRun {
 };
 
 ThisRun readThisRun();
+
+// Lets "this-user", "this-domain" and "this-computer" stand for the names, wherever they are.
+void learnNames(const ThisRun& run, Redaction& redaction);
+void redact(ThisRun& run, Redaction& redaction);
 
 }  // namespace kiv::tool
