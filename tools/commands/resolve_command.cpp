@@ -42,7 +42,8 @@ constexpr Flag<Written> kOutputFlags[] = {
     {"--candidates-only", &Written::candidatesOnly, "Print the candidates in order; test nothing"},
     {"--brief", &Written::brief, "Show a line per candidate instead of the log"},
     {"--quiet", &Written::quiet, "Print the outcome and nothing else"},
-    {"--probe", &Written::probe, "Also measure each tested route, with a request of the tool's own"},
+    {"--probe", &Written::probe,
+     "Also look at each tested route: slow phases, certificates, TLS inspection, redirects"},
     {"--json", &Written::json, "Print one JSON document and nothing else"},
 };
 constexpr ValueOption<Written> kOutputFiles[] = {
