@@ -17,7 +17,8 @@ posix=$(x86_64-w64-mingw32-g++-posix -print-file-name=include/c++)
 sed -E 's/typedef (const )?value_type\*(\s+)(const_)?iterator;/typedef __gnu_cxx::__normal_iterator<\1value_type*, array> \3iterator;/' \
   "$posix/array" >"$work/class-iterators/array"
 sed -E 's/using const_iterator\s*= const value_type\*;/using const_iterator = __gnu_cxx::__normal_iterator<const value_type*, basic_string_view>;/
-  /constexpr const_iterator$/,/\}/ s/return (.*);/return const_iterator(\1);/' \
+  /constexpr const_iterator$/,/\}/ s/return (.*);/return const_iterator(\1);/
+  s/compare\(end\(\) - /compare(data() + size() - /' \
   "$posix/string_view" >"$work/class-iterators/string_view"
 cat >"$work/class_iterators.cpp" <<'END'
 #include <array>

@@ -136,7 +136,7 @@ int run(const Written& written, const RequestOptions& options, const Target& tar
 }
 
 int execute(ArgumentList arguments) {
-  const auto [own, program] = splitAtDashes(arguments);
+  const Split split = splitAtDashes(arguments);
   Written written;
   WrittenRequest request;
   CommandLine commandLine("kiv-resolve exec", "Runs a program with the proxy for a URL in its environment.");
@@ -152,15 +152,15 @@ int execute(ArgumentList arguments) {
       "            126 the program cannot be run, 127 it was not found.");
   const auto missing = [&]() -> std::string {
     if (request.redact) return "the program needs the names that --redact removes";
-    return program.empty() ? "-- PROGRAM is required, behind the options" : "";
+    return split.program.empty() ? "-- PROGRAM is required, behind the options" : "";
   };
-  if (const auto exit = commandLine.parse(own, missing)) return leave(*exit) == kDone ? kDone : kOwnFailure;
+  if (const auto exit = commandLine.parse(split.own, missing)) return leave(*exit) == kDone ? kDone : kOwnFailure;
   const auto options = readRequestOptions(request);
   if (const auto* const problem = std::get_if<std::string>(&options)) {
     leave(commandLine.badUsage(*problem));
     return kOwnFailure;
   }
-  return run(written, std::get<RequestOptions>(options), readTarget(*written.url), program);
+  return run(written, std::get<RequestOptions>(options), readTarget(*written.url), split.program);
 }
 
 }  // namespace

@@ -180,7 +180,7 @@ bool readsVariables(Reader reader) { return reader <= Reader::Bash; }
 }  // namespace
 
 std::optional<Reader> readerNamed(wstring_view name) {
-  const auto* const found = std::ranges::find(kReaders, name, &ReaderFacts::name);
+  const auto found = std::ranges::find(kReaders, name, &ReaderFacts::name);
   if (found == kReaders.end()) return std::nullopt;
   return static_cast<Reader>(found - kReaders.begin());
 }

@@ -32,9 +32,9 @@ milliseconds Candidate::duration() const {
 }
 
 std::optional<std::size_t> Resolution::winner() const {
-  const auto found = std::ranges::find(candidates, Verdict::Works, &Candidate::verdict);
-  if (found == candidates.end()) return std::nullopt;
-  return static_cast<std::size_t>(found - candidates.begin());
+  const auto working = std::ranges::find(candidates, Verdict::Works, &Candidate::verdict);
+  if (working == candidates.end()) return std::nullopt;
+  return static_cast<std::size_t>(working - candidates.begin());
 }
 
 }  // namespace kiv::tool
