@@ -7,7 +7,7 @@ find bench examples include session src tests tools -regex '.*\.\(h\|hpp\|c\|cpp
 
 # clang-tidy reads the native build's commands: it knows that compiler, and the code is the same, but for the files that
 # only the DLL has.
-cmake --preset native-asan --log-level=WARNING >/dev/null
+[ -e build/native-asan/compile_commands.json ] || cmake --preset native-asan --log-level=WARNING >/dev/null
 find session src -name '*.cpp' ! -name delay_load.cpp ! -name terminate.cpp ! -name module.cpp ! -name foreign_exceptions.cpp -print0 | xargs -0 -P "$(nproc)" -n 4 clang-tidy --quiet -p build/native-asan 2>&1 |
   sed '/warnings generated\.$/d; /^Suppressed /d; /^Use -header-filter/d'
 
