@@ -22,7 +22,7 @@ fuzz     | run-time library of the fuzz targets | libclang-rt-dev
 coverage | says which lines the tests reach | gcovr
 docs     | makes the API reference, and compares the documents with the sources | doxygen python3
 lint     | checks layout and habits of the code | clang-format clang-tidy
-node     | installs what the Node.js binding is tested with | npm
+node     | installs what the Node.js binding is tested with, and the linter of workflows | npm
 python   | the compiler of a stand-in for the DLL, a check of its types, and the client of its adapter | gcc libc6-dev mypy python3-requests python3-typeshed
 bench    | libraries to compare with, a counter of instructions, and a plotter | pkgconf libbenchmark-dev libcurl4-openssl-dev libglib2.0-dev valgrind gnuplot-nox
 second   | a clean Debian 13 (second_ground.sh) | debootstrap git
