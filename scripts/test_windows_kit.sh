@@ -61,6 +61,7 @@ lines() {
   printf "$format\n" "$@"
 }
 
+# lines_of_missing NAME...: those of programs in abi\ that do not exist.
 lines_of_missing() {
   local name
   for name; do echo "MISSING  $name: there is no abi\\$name.exe"; done
