@@ -1,7 +1,6 @@
 # What `cmake --install` lays out; every path in it is relative, so that the folder can be moved.
 include(CMakePackageConfigHelpers)
 
-set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 set(made ${PROJECT_BINARY_DIR}/package)
 configure_file(cmake/kivConfig.cmake.in ${made}/kivConfig.cmake @ONLY)
 write_basic_package_version_file(${made}/kivConfigVersion.cmake COMPATIBILITY SameMajorVersion)
