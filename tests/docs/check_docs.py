@@ -24,7 +24,7 @@ LINE = re.compile(r'L"((?:BEGIN|END|No|Proxy|Candidates|Invalid|ERROR_|Response|
 FAILURE = re.compile(r"WinHttp\w+\(.*\)")
 LINK = re.compile(r"\]\(([^)#:]*)(?:#([^)]*))?\)")
 # In backticks: a path that begins with a folder of the project, and the full name of a unit test.
-PATH = re.compile(r"`(?:\./)?((?:bench|cmake|docs|examples|include|scripts|session|src|tests|tools)/[\w./-]*)")
+PATH = re.compile(r"`(?:\./)?((?:bench|cmake|docs|examples|include|packaging|scripts|session|src|tests|tools)/[\w./-]*)")
 TEST = re.compile(r"`(\w+Test)\.(\w+)`")
 TEST_DEFINITION = re.compile(r"^TEST(?:_[FP])?\((\w+), (\w+)\)", re.M)
 
