@@ -37,6 +37,7 @@ class Component:
 # Archives that the build makes of kiv itself.
 OURS = re.compile(r"(^|/)lib(kiv[\w-]*(\.dll)?|\w+_delay)\.a$")
 LIBRARIES = r"/x86_64-w64-mingw32/lib/"
+PROGRAMS = ("kiv-resolve.exe", "kiv-selfcheck.exe")
 COMPONENTS = (
     Component("libgcc", GCC_LICENCE, r"/lib/gcc/.+/(libgcc(_eh)?\.a|crt(begin|end)\.o)$"),
     Component("libstdc++", GCC_LICENCE, r"/lib/gcc/.+/libstdc\+\+\.a$"),
@@ -45,8 +46,9 @@ COMPONENTS = (
     Component("MinGW-w64 run-time library", "LicenseRef-MinGW-w64", LIBRARIES + r"((dll)?crt2u?\.o|lib\w+\.a)$",
               ("MinGW-w64 run-time library", "gdtoa, in the MinGW-w64 run-time library", "qnan.c and strtodnrp.c, in gdtoa",
                "strtok_r.c and dll_math.c, in MinGW-w64")),
-    Component("CLI11", "BSD-3-Clause", "/usr/include/CLI/CLI.hpp", ("CLI11",), ("kiv-resolve.exe",)),
-    Component("JSON for Modern C++", "MIT", "/usr/include/nlohmann/json.hpp", ("JSON for Modern C++",), ("kiv-resolve.exe",)),
+    Component("BearSSL", "MIT", r"(^|/)libbearssl\.a$", ("BearSSL",)),
+    Component("CLI11", "BSD-3-Clause", "/usr/include/CLI/CLI.hpp", ("CLI11",), PROGRAMS),
+    Component("JSON for Modern C++", "MIT", "/usr/include/nlohmann/json.hpp", ("JSON for Modern C++",), PROGRAMS),
 )
 
 
@@ -82,7 +84,14 @@ def contents_of(maps: Mapping[str, Path]) -> dict[str, dict[Component, set[str]]
 
 
 def debian_packages(files: Iterable[str]) -> set[tuple[str, str]]:
-    """The installed Debian packages that these files are of, with their versions."""
+    """The Debian packages that these files are of, with their versions: installed, or built from Debian's sources here."""
+    sources = {(name, version) for name, _, version in (file.stem.partition("_") for file in ROOT.glob("build/*/*.dsc"))
+               if any(Path(archive).name == f"lib{name}.a" for archive in files)}
+    return sources or installed_packages(files)
+
+
+def installed_packages(files: Iterable[str]) -> set[tuple[str, str]]:
+    """Those that dpkg tells of."""
     owners = subprocess.run(["dpkg-query", "-S", *sorted(files)], stdout=subprocess.PIPE, text=True, check=True).stdout
     names = sorted({line.partition(":")[0] for line in owners.splitlines()})
     shown = subprocess.run(["dpkg-query", "-W", "-f", "${Package} ${Version}\n", *names], stdout=subprocess.PIPE, text=True,

@@ -63,6 +63,9 @@ project_version() {
   sed -nE 's/^project\(kiv VERSION ([0-9.]+) .*/\1/p' CMakeLists.txt
 }
 
+# What is built for Windows and released.
+RELEASED=(kiv kiv-session kiv-resolve)
+
 # release_files BUILD OUT: makes in the new folder OUT what a release consists of, with what this build has in bin/ and lib/
 # and with the addon of the binding for Node.js.
 release_files() {

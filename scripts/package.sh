@@ -3,7 +3,7 @@
 # docs/internals/releasing.md tells what each is for. The same files give the same archives.
 . "$(dirname "$0")/lib.sh"
 scripts/setup.sh build node
-build windows-x64 --target kiv kiv-session kiv-resolve
+build windows-x64 --target "${RELEASED[@]}"
 /usr/bin/python3 bindings/node/build.py --work build/bindings/node
 release_files build/windows-x64 build/release
 (cd build/release && ls -l)
