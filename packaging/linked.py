@@ -1,4 +1,4 @@
-"""Tells what of other libraries is in kiv's binaries, by what the linker has listed, and writes it down as SPDX 2.3 does."""
+"""Tells what of other libraries is in kiv's binaries, by what the linker has listed, as a document of SPDX 2.3."""
 
 from __future__ import annotations
 
@@ -44,8 +44,8 @@ COMPONENTS = (
     Component("winpthreads", "MIT AND BSD-3-Clause", LIBRARIES + r"lib(win)?pthread\.a$",
               ("winpthreads", "pthread.h of winpthreads")),
     Component("MinGW-w64 run-time library", "LicenseRef-MinGW-w64", LIBRARIES + r"((dll)?crt2u?\.o|lib\w+\.a)$",
-              ("MinGW-w64 run-time library", "gdtoa, in the MinGW-w64 run-time library", "qnan.c and strtodnrp.c, in gdtoa",
-               "strtok_r.c and dll_math.c, in MinGW-w64")),
+              ("MinGW-w64 run-time library", "gdtoa, in the MinGW-w64 run-time library",
+               "qnan.c and strtodnrp.c, in gdtoa", "strtok_r.c and dll_math.c, in MinGW-w64")),
     Component("BearSSL", "MIT", r"(^|/)libbearssl\.a$", ("BearSSL",)),
     Component("CLI11", "BSD-3-Clause", "/usr/include/CLI/CLI.hpp", ("CLI11",), PROGRAMS),
     Component("JSON for Modern C++", "MIT", "/usr/include/nlohmann/json.hpp", ("JSON for Modern C++",), PROGRAMS),
@@ -84,7 +84,7 @@ def contents_of(maps: Mapping[str, Path]) -> dict[str, dict[Component, set[str]]
 
 
 def debian_packages(files: Iterable[str]) -> set[tuple[str, str]]:
-    """The Debian packages that these files are of, with their versions: installed, or built from Debian's sources here."""
+    """The Debian packages that these files are of, with their versions: built here from sources, or installed."""
     sources = {(name, version) for name, _, version in (file.stem.partition("_") for file in ROOT.glob("build/*/*.dsc"))
                if any(Path(archive).name == f"lib{name}.a" for archive in files)}
     return sources or installed_packages(files)
@@ -94,8 +94,8 @@ def installed_packages(files: Iterable[str]) -> set[tuple[str, str]]:
     """Those that dpkg tells of."""
     owners = subprocess.run(["dpkg-query", "-S", *sorted(files)], stdout=subprocess.PIPE, text=True, check=True).stdout
     names = sorted({line.partition(":")[0] for line in owners.splitlines()})
-    shown = subprocess.run(["dpkg-query", "-W", "-f", "${Package} ${Version}\n", *names], stdout=subprocess.PIPE, text=True,
-                           check=True).stdout
+    shown = subprocess.run(["dpkg-query", "-W", "-f", "${Package} ${Version}\n", *names], stdout=subprocess.PIPE,
+                           text=True, check=True).stdout
     return {(name, version) for name, _, version in (line.partition(" ") for line in shown.splitlines())}
 
 
@@ -115,7 +115,9 @@ def spdx_id(name: str) -> str:
 
 def spdx(version: str, binaries: Mapping[str, bytes], maps: Mapping[str, Path]) -> bytes:
     """The document: each binary, and what it has of each component, by the Debian package that this was taken from."""
-    packages, relationships, taken = [], [], {}
+    packages: list[dict[str, object]] = []
+    relationships: list[tuple[str, str, str]] = []
+    taken: dict[str, dict[str, object]] = {}
     for name, data in sorted(binaries.items()):
         packages.append({"name": name, "SPDXID": spdx_id(name), "versionInfo": version, "packageFileName": name,
                          "checksums": [{"algorithm": "SHA256", "checksumValue": hashlib.sha256(data).hexdigest()}],
@@ -125,16 +127,17 @@ def spdx(version: str, binaries: Mapping[str, bytes], maps: Mapping[str, Path]) 
         for component, files in components.items():
             for package, debian_version in debian_packages(files):
                 identifier = spdx_id(f"{component.name}-{package}")
+                url = f"pkg:deb/debian/{package}@{debian_version.replace('+', '%2B')}"
                 taken[identifier] = {"name": component.name, "SPDXID": identifier, "versionInfo": debian_version,
-                                     "licenseDeclared": component.licence, "externalRefs": [
-                                         {"referenceCategory": "PACKAGE-MANAGER", "referenceType": "purl",
-                                          "referenceLocator": f"pkg:deb/debian/{package}@{debian_version.replace('+', '%2B')}"}]}
+                                     "licenseDeclared": component.licence,
+                                     "externalRefs": [{"referenceCategory": "PACKAGE-MANAGER", "referenceType": "purl",
+                                                       "referenceLocator": url}]}
                 relationships.append((spdx_id(binary), "STATIC_LINK", identifier))
     packages += [taken[identifier] for identifier in sorted(taken)]
     unsaid = {"downloadLocation": "NOASSERTION", "filesAnalyzed": False, "licenseConcluded": "NOASSERTION",
               "copyrightText": "NOASSERTION"}
     texts = notices((ROOT / "NOTICES.txt").read_text(encoding="utf-8"))
-    document = {
+    document: dict[str, object] = {
         "spdxVersion": "SPDX-2.3", "dataLicense": "CC0-1.0", "SPDXID": "SPDXRef-DOCUMENT", "name": f"kiv-{version}",
         # A name of its own for each set of binaries.
         "documentNamespace": uuid.uuid5(uuid.NAMESPACE_OID, json.dumps(packages)).urn,

@@ -14,7 +14,6 @@ import hashlib
 import string
 import sys
 from pathlib import Path
-from xml.sax.saxutils import quoteattr
 
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parent
@@ -57,8 +56,8 @@ def nuget(version: str, installed: Path) -> packages.Contents:
     kinds = {"rels": "application/vnd.openxmlformats-package.relationships+xml",
              "psmdcp": "application/vnd.openxmlformats-package.core-properties+xml"}
     endings = {**{name.rpartition(".")[2]: "application/octet" for name in contents}, **kinds}
-    contents["[Content_Types].xml"] = template("nuget/content-types.xml", defaults="\n".join(
-        f"  <Default Extension={quoteattr(ending)} ContentType={quoteattr(kind)} />" for ending, kind in sorted(endings.items())))
+    defaults = [f'  <Default Extension="{ending}" ContentType="{kind}" />' for ending, kind in sorted(endings.items())]
+    contents["[Content_Types].xml"] = template("nuget/content-types.xml", defaults="\n".join(defaults))
     return dict(sorted(contents.items()))
 
 

@@ -1,6 +1,6 @@
 """The recipe of kiv for Conan 2: both DLLs, built from the sources beside it."""
 
-from pathlib import Path
+import os
 
 from conan import ConanFile
 from conan.errors import ConanInvalidConfiguration
@@ -8,8 +8,8 @@ from conan.tools.cmake import CMake, CMakeToolchain, cmake_layout
 from conan.tools.files import copy, rmdir
 
 # What the project's own build and installation read.
-SOURCES = ("CMakeLists.txt", "*.md", "LICENSE", "NOTICES.txt", "cmake/*", "docs/*", "examples/*", "include/*", "session/*",
-           "src/*", "tools/*")
+SOURCES = ("CMakeLists.txt", "LICENSE", "NOTICES.txt", "README.md", "CHANGELOG.md", "CONTRIBUTING.md", "SECURITY.md",
+           "cmake/*", "docs/*", "examples/*", "include/*", "session/*", "src/*", "tools/*")
 
 
 class Kiv(ConanFile):
@@ -24,14 +24,15 @@ class Kiv(ConanFile):
     settings = "os", "arch", "compiler", "build_type"
 
     def export_sources(self):
+        project = os.path.dirname(os.path.dirname(self.recipe_folder))
         for pattern in SOURCES:
-            copy(self, pattern, Path(self.recipe_folder).parents[1], self.export_sources_folder)
+            copy(self, pattern, project, self.export_sources_folder)
 
     def layout(self):
         cmake_layout(self)
 
     def validate(self):
-        if (self.settings.os, self.settings.arch) != ("Windows", "x86_64"):
+        if self.settings.os != "Windows" or self.settings.arch != "x86_64":
             raise ConanInvalidConfiguration("kiv is a library for 64-bit Windows")
 
     def generate(self):
@@ -47,12 +48,11 @@ class Kiv(ConanFile):
 
     def package(self):
         CMake(self).install()
-        package = Path(self.package_folder)
         for name in ("LICENSE", "NOTICES.txt"):
-            copy(self, name, self.source_folder, package / "licenses")
+            copy(self, name, self.source_folder, os.path.join(self.package_folder, "licenses"))
         # Conan writes what finds the package itself.
         for folder in ("lib/cmake", "lib/pkgconfig", "share"):
-            rmdir(self, package / folder)
+            rmdir(self, os.path.join(self.package_folder, folder))
 
     def package_info(self):
         self.cpp_info.set_property("cmake_file_name", "kiv")

@@ -1,6 +1,6 @@
 """Builds a program with the package, and runs it where it can run."""
 
-from pathlib import Path
+import os
 
 from conan import ConanFile
 from conan.tools.build import can_run
@@ -24,4 +24,4 @@ class KivTest(ConanFile):
 
     def test(self):
         if can_run(self):
-            self.run(str(Path(self.cpp.build.bindir) / "test_package"), env="conanrun")
+            self.run(os.path.join(self.cpp.build.bindir, "test_package"), env="conanrun")

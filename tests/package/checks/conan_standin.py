@@ -1,4 +1,4 @@
-"""Stands in for Conan 2 where that is not installed: what recipes import of it, as far as kiv's recipe uses it.
+"""Stands in for Conan 2: what recipes import of it, as far as kiv's recipe uses it.
 
 Recipes run as they are. CMake is really configured, and really installs; what it would build is taken from a build that
 is there. A name that Conan does not have, and a file that is missing, is an error.
@@ -6,7 +6,6 @@ is there. A name that Conan does not have, and a file that is missing, is an err
 
 from __future__ import annotations
 
-import fnmatch
 import importlib.util
 import shutil
 import subprocess
@@ -118,37 +117,39 @@ class CMake:
         # Tells of inputs that are missing.
         subprocess.run(["ninja", "-C", self.recipe.build_folder, "-n"], stdout=subprocess.DEVNULL, check=True)
         for folder in ("bin", "lib"):
-            shutil.copytree(self.recipe.ground.built / folder, Path(self.recipe.build_folder, folder), dirs_exist_ok=True,
-                            ignore=shutil.ignore_patterns("*tests.exe"))
+            shutil.copytree(self.recipe.ground.built / folder, Path(self.recipe.build_folder, folder),
+                            ignore=shutil.ignore_patterns("*.exe"), dirs_exist_ok=True)
 
     def install(self) -> None:
         cmake("--install", self.recipe.build_folder, "--prefix", self.recipe.package_folder)
 
 
 def cmake(*arguments: object) -> str:
-    done = subprocess.run(["cmake", *map(str, arguments)], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+    done = subprocess.run(["cmake", *map(str, arguments)], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                          check=False)
     if done.returncode:
         raise RuntimeError(done.stdout)
     return done.stdout
 
 
-def copy(_: ConanFile, pattern: str, src: object, dst: object) -> None:
-    """Copies what a pattern chooses, with the folders below `src`; a star stands for slashes too."""
-    source = Path(str(src))
-    first = pattern.partition("/")[0]
-    found = [file for top in source.glob(first) for file in ([top] if top.is_file() else top.rglob("*"))
-             if file.is_file() and fnmatch.fnmatchcase(str(file.relative_to(source)), pattern)]
+def copy(_: ConanFile, pattern: str, src: str, dst: str) -> None:
+    """Copies a file, or a whole folder where the pattern ends with a star, which stands for slashes too."""
+    source = Path(src)
+    top = source / pattern.removesuffix("/*")
+    if "*" in str(top):
+        raise ValueError(f"{pattern} also takes files of folders like build/")
+    found = [file for file in top.rglob("*") if file.is_file()] if pattern.endswith("/*") else [top]
     if not found:
         raise FileNotFoundError(f"nothing is {pattern} in {source}")
     for file in found:
-        place = Path(str(dst)) / file.relative_to(source)
+        place = Path(dst) / file.relative_to(source)
         place.parent.mkdir(parents=True, exist_ok=True)
         shutil.copy2(file, place)
 
 
-def rmdir(_: ConanFile, path: object) -> None:
+def rmdir(_: ConanFile, path: str) -> None:
     # (Conan itself does not mind one that is missing.)
-    shutil.rmtree(str(path))
+    shutil.rmtree(path)
 
 
 def install(ground: Ground) -> None:
@@ -188,6 +189,8 @@ def write_config(recipe: ConanFile, folder: Path) -> None:
         missing = [library for library in libraries if not Path(library).exists()]
         if missing:
             raise FileNotFoundError(", ".join(missing))
-        lines.append(f"add_library({target} INTERFACE IMPORTED)\ntarget_link_libraries({target} INTERFACE {' '.join(libraries)})\n"
-                     f"target_include_directories({target} INTERFACE {recipe.package_folder}/include)\n")
-    (folder / f"{recipe.cpp_info.properties['cmake_file_name']}-config.cmake").write_text("".join(lines), encoding="utf-8")
+        lines += [f"add_library({target} INTERFACE IMPORTED)",
+                  f"target_link_libraries({target} INTERFACE {' '.join(libraries)})",
+                  f"target_include_directories({target} INTERFACE {recipe.package_folder}/include)"]
+    config = folder / f"{recipe.cpp_info.properties['cmake_file_name']}-config.cmake"
+    config.write_text("\n".join(lines), encoding="utf-8")

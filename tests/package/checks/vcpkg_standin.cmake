@@ -1,6 +1,6 @@
-# Stands in for vcpkg where that is not to be had: runs a port with functions of its own in place of vcpkg's.
+# Stands in for vcpkg: runs a port with functions of its own in place of vcpkg's.
 #
-#   cmake -DPORT=folder -DSOURCE=folder -DBUILT=folder -DWORK=folder -DTOOLCHAIN=file -DFEATURES=list -P vcpkg.cmake
+#   cmake -DPORT=folder -DSOURCE=folder -DBUILT=folder -DWORK=folder -DTOOLCHAIN=file -DFEATURES=list -P vcpkg_standin.cmake
 #
 # The port runs as it is. CMake is really configured, and really installs; what it would build is taken from BUILT. An
 # unknown function, argument or option of the project is an error.
@@ -19,7 +19,7 @@ set(CURRENT_PACKAGES_DIR ${WORK}/packages/kiv)
 macro(parse options one_value many_values)
   cmake_parse_arguments(given "${options}" "${one_value}" "${many_values}" ${ARGN})
   if(given_UNPARSED_ARGUMENTS OR given_KEYWORDS_MISSING_VALUES)
-    message(FATAL_ERROR "${CMAKE_CURRENT_FUNCTION} does not take ${given_UNPARSED_ARGUMENTS} ${given_KEYWORDS_MISSING_VALUES}")
+    message(FATAL_ERROR "${CMAKE_CURRENT_FUNCTION} does not take these arguments: ${ARGN}")
   endif()
 endmacro()
 
