@@ -14,7 +14,7 @@ build    | compilers, build system, and what the tool and the tests are built fr
 package  | makes the archive that is released | zip
 wine     | runs programs for Windows | wine wine64
 consumer | builds programs against the archives | pkgconf unzip python3-pip
-e2e      | Wine with TLS and NTLM, servers and proxies on loopback, and what the scenarios are written in | wine wine64 winbind python3 python3-jsonschema openssl tinyproxy-bin squid lighttpd lighttpd-mod-openssl
+e2e      | Wine with TLS and NTLM, servers and proxies on loopback, and what the scenarios are written in | wine wine64 winbind python3 python3-jsonschema openssl tinyproxy-bin squid-openssl lighttpd lighttpd-mod-openssl
 go       | builds the Go module and its tests | golang-go
 rust     | builds the Rust crate and its tests, natively and for Windows | rustc cargo libstd-rust-dev-windows rustfmt rust-clippy gcc-mingw-w64-x86-64-win32
 browser  | looks at the reports of kiv-resolve as a reader does | chromium chromium-driver python3-selenium fonts-dejavu-core

@@ -18,7 +18,7 @@ from dataclasses import dataclass, replace
 from pathlib import Path
 
 from harness.catalogue import Catalogue
-from harness.inspector import der_of
+from harness.certificates import der_of
 from harness.processes import Interrupted, Processes
 from harness.scenario import Scenario, complaints, script_section, transcript
 from harness.servers import Server
