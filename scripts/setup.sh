@@ -15,6 +15,7 @@ package  | makes the archive that is released | zip
 wine     | runs programs for Windows | wine wine64
 consumer | builds programs against the archives | pkgconf unzip python3-pip
 e2e      | Wine with TLS and NTLM, servers and proxies on loopback, and what the scenarios are written in | wine wine64 winbind python3 python3-jsonschema openssl tinyproxy-bin squid-openssl lighttpd lighttpd-mod-openssl
+lab      | names and addresses in the network of lab.sh | dnsmasq-base iproute2
 go       | builds the Go module and its tests | golang-go
 rust     | builds the Rust crate and its tests, natively and for Windows | rustc cargo libstd-rust-dev-windows rustfmt rust-clippy gcc-mingw-w64-x86-64-win32
 browser  | looks at the reports of kiv-resolve as a reader does | chromium chromium-driver python3-selenium fonts-dejavu-core
@@ -27,7 +28,7 @@ python   | the compiler of a stand-in for the DLL, a check of its types, and the
 bench    | libraries to compare with, a counter of instructions, and a plotter | pkgconf libbenchmark-dev libcurl4-openssl-dev libglib2.0-dev valgrind gnuplot-nox
 second   | a clean Debian 13 (second_ground.sh) | debootstrap git
 '
-for_tests=(build package wine consumer e2e go rust node python browser fuzz coverage docs lint)
+for_tests=(build package wine consumer e2e lab go rust node python browser fuzz coverage docs lint)
 
 fail() {
   echo "setup.sh: $1" >&2
