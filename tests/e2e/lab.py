@@ -112,7 +112,7 @@ def opened(binaries: Path, bridge: Path, work: Path) -> Iterator[Lab]:
     """Sets up the network and the user, and takes them down however the run ends."""
     work = work.resolve()
     with supervised(work) as (processes, cleaning):
-        enter(work)
+        enter(work, cleaning)
         proxy = found(work / "servers", processes, cleaning)
         user = WineUser(work, processes)
         cleaning.callback(user.stop)

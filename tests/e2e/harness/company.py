@@ -81,7 +81,7 @@ class CompanyProxy(Squid):
         return None if line.startswith("-") else line
 
 
-def enter(folder: Path) -> None:
+def enter(folder: Path, cleaning: contextlib.ExitStack) -> None:
     """Makes this process's namespaces the company's: addresses, the computer's name, and how names are looked up."""
     if [name for _, name in socket.if_nameindex()] != ["lo"]:
         raise SystemExit("this is not a network namespace of its own: scripts/lab.sh makes one")
@@ -96,6 +96,7 @@ def enter(folder: Path) -> None:
         # A machine that has no such file needs none; but none of them does without the first.
         if name == "resolv.conf" or Path("/etc", name).exists():
             subprocess.run(["mount", "--bind", str(folder / name), f"/etc/{name}"], check=True)
+            cleaning.callback(subprocess.run, ["umount", f"/etc/{name}"], check=False)
 
 
 def found(folder: Path, processes: Processes, cleaning: contextlib.ExitStack) -> CompanyProxy:
