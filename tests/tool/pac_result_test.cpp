@@ -128,7 +128,7 @@ TEST(PacResult, NoFormShowsARedactedName) {
     EXPECT_THAT(text, Not(HasSubstr(L"2001:db8")));
   }
   EXPECT_EQ(answerText(result.rows.front().now), L"host-1:1;[address-1]:2");
-  EXPECT_EQ(readingText(result.rows.front().now), L"http://host-1:1, http://[address-1]:2");
+  EXPECT_EQ(readingText(result.rows.front().now), L"http://host-1:1");
 }
 
 TEST(PacPage, HasEachAnswerAndTheVerdict) {

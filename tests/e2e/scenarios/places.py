@@ -72,9 +72,7 @@ SCENARIOS = [
             RegistryValue(CONNECTIONS_KEY, "Planted VPN", Settings(manual="planted:8080")), warns=False,
             files=("sources.txt", "log.jsonl")),
     sources("limited", "--max-time 1", Settings(script_url="http://127.0.0.1:{silent}/script.pac")),
-    # The script does not answer, what is asked after it does.
-    sources("each_limited", f"{URL} --attempt-time 0.5",
-            Settings(manual="127.0.0.1:{tinyproxy}", script_url="http://127.0.0.1:{silent}/script.pac")),
+    sources("each_limited", "--attempt-time 0.5", Settings(script_url="http://127.0.0.1:{silent}/script.pac")),
     Scenario("places_of_no_url", "sources localhost", USAGE_ERROR),
     Scenario("places_max_time_word", "sources --max-time soon", USAGE_ERROR),
     Scenario("places_trace_of_no_url", "sources --trace C:/e2e/log.jsonl", USAGE_ERROR),
