@@ -69,7 +69,7 @@ SCENARIOS = [
     Scenario("exec_without_program", f"exec {URL}", WHATEVER, exit_code=125),
     Scenario("exec_wrong_url", "exec ftp://x -- cmd", WHATEVER, exit_code=125),
     Scenario("exec_redact", f"exec {URL} --redact -- cmd", WHATEVER, exit_code=125),
-    Scenario("exec_json", f"exec {URL} --json -- cmd", WHATEVER, exit_code=125),
+    Scenario("exec_json", f"exec {URL} --json -- cmd", USAGE_ERROR, exit_code=125),
     run("files", "--trace C:/e2e/log.jsonl --report C:/e2e/report.html", 'cmd /c "exit 3"', exit_code=3,
         files=("log.jsonl", "report.html")),
     Scenario("exec_help", "exec --help", WHATEVER),
