@@ -13,9 +13,11 @@
 namespace kiv::tool {
 namespace {
 
-// Those of the first resolution that tested any: where nothing was tested, no proxy is to be asked for its time.
-std::vector<Candidate> testedCandidates(const std::vector<Resolution>& resolutions) {
+// The one that works, or all of the first resolution that tested any: where nothing was tested, no proxy is to be asked
+// for its time.
+std::vector<Candidate> candidatesToAsk(const std::vector<Resolution>& resolutions) {
   for (const Resolution& resolution : resolutions) {
+    if (const auto winner = resolution.winner()) return {resolution.candidates[*winner]};
     std::vector<Candidate> tested = resolution.candidates;
     std::erase_if(tested, [](const Candidate& candidate) { return candidate.requests.empty(); });
     if (!tested.empty()) return tested;
@@ -28,7 +30,7 @@ std::vector<Candidate> testedCandidates(const std::vector<Resolution>& resolutio
 void writeReport(OutputFiles& files, const RequestOptions& options, std::vector<Resolution> resolutions) {
   if (!files.report()) return;
   findInspection(resolutions);
-  Sources sources = readSources(testedCandidates(resolutions), TimeLimits(options.maxTime, options.attemptTime));
+  Sources sources = readSources(candidatesToAsk(resolutions), TimeLimits(options.maxTime, options.attemptTime));
   if (options.redaction) sources = redacted(std::move(sources), *options.redaction);
   files.report()->write(
       reportFor(files.report()->path(), resolutions, sourcesSheets(sources), options.redaction.get()));
