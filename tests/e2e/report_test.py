@@ -148,8 +148,8 @@ def next_steps_are_said_first(look: Look) -> None:
 
 def sections_come_in_order(look: Look) -> None:
     assert look.browser.texts("article > section > h2") == [
-        "What to try next", "Who, where and when", "Route", "Warnings about settings",
-        "What applies to this account", "Places with settings", "Other places", "The user's proxy settings", "Bypass list", "Discovery",
+        "What to try next", "Who, where and when", "Route", "Warnings about settings", "What applies to this account",
+        "Places with settings", "Other places", "The user's proxy settings", "Bypass list", "Discovery",
         "Candidates in test order", "Phases", "Authentication", "Certificates", "Redirects", "Log"]
     assert look.browser.texts("main > section > h2") == ["Versions", "What was removed"]
     assert all(section.text.count("\n") > 0 for section in look.browser.all("section")), "each says something"
