@@ -1,0 +1,12 @@
+// All checks, in the order in which they run and are shown.
+#include "checks/checks.h"
+
+namespace selfcheck {
+
+std::vector<Group> allChecks() {
+  return {
+      onlyWindowsChecks(),
+  };
+}
+
+}  // namespace selfcheck

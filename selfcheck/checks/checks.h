@@ -1,0 +1,15 @@
+// All checks, in the order in which they run and are shown.
+#pragma once
+
+#include <vector>
+
+#include "checks/check.h"
+
+namespace selfcheck {
+
+// Each is a file of this folder.
+Group onlyWindowsChecks();
+
+std::vector<Group> allChecks();
+
+}  // namespace selfcheck
