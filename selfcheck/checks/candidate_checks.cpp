@@ -259,6 +259,7 @@ Finding answersProxyOnce(Ground& ground) {
     request.preferred = proxyOf(ground, Server::BasicProxy);
     request.proxy_cred = [&](const ProxyConfig&) { return ++asking.times, asking.answer; };
     const ProxyConfig found = kiv::resolve_with_client(request);
+    if (ground.asked(Server::BasicProxy).empty()) return {Verdict::Fail, "The proxy was not asked."};
     const std::string which = right ? "right" : "wrong";
     expected.that(asking.times == 1, "With the " + which + " password, the application was not asked for it once");
     expected.that(endsWith(ground.asked(Server::BasicProxy), right ? kOk : 407),

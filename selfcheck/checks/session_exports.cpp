@@ -75,7 +75,7 @@ class Question {
   Question() : session_(sessionWithout()), decision_(decisionOf(session_)), auth_(session_.authenticate(decision_)) {
     // Whoever has looked for events once is asked.
     session_.next(std::chrono::milliseconds(0));
-    opened_ = next();
+    next();
     event_ = nextOf(session_.handle(), KIV_EVENT_CHALLENGE);
     challenge_ = Challenge(KivEvent_Challenge(event_.get()));
   }
@@ -84,16 +84,13 @@ class Question {
     const wchar_t* header = nullptr;
     return KivAuth_Next(auth_.handle(), kQuestion, &header);
   }
-  KivStatus opened() const { return opened_; }
   KivEvent* event() const { return event_.get(); }
   KivChallenge* challenge() const { return challenge_.handle(); }
-  void release() { challenge_ = Challenge(); }
 
  private:
   Session session_;
   Decision decision_;
   ProxyAuth auth_;
-  KivStatus opened_ = KIV_STATUS_BAD_ARGUMENT;
   Event event_;
   Challenge challenge_;
 };
@@ -176,8 +173,9 @@ constexpr Function kFunctions[] = {
     {"KivChallenge_Attempt", [](Scene& scene) { return KivChallenge_Attempt(scene.question.challenge()) == 1; }},
     {"KivChallenge_Decline",
      [](Scene&) {
-       Question question;
-       return KivChallenge_Decline(question.challenge()) == KIV_STATUS_OK && question.next() == KIV_STATUS_UNSUPPORTED;
+       const Question question;
+       return KivChallenge_Decline(question.challenge()) == KIV_STATUS_OK &&
+              KivChallenge_Answer(question.challenge(), L"user", L"password") == KIV_STATUS_TOO_LATE;
      }},
     {"KivChallenge_IsWithdrawn",
      [](Scene& scene) { return KivChallenge_IsWithdrawn(scene.question.challenge()) == 0; }},
@@ -186,9 +184,9 @@ constexpr Function kFunctions[] = {
     {"KivChallenge_Realm", [](Scene& scene) { return is(KivChallenge_Realm(scene.question.challenge()), L"gate"); }},
     {"KivChallenge_Release",
      [](Scene&) {
-       Question question;
-       question.release();
-       return question.opened() == KIV_STATUS_NOT_YET && question.next() == KIV_STATUS_UNSUPPORTED;
+       const Question question;
+       KivChallenge_Release(KivEvent_Challenge(question.event()));
+       return KivChallenge_Answer(question.challenge(), L"user", L"password") == KIV_STATUS_OK;
      }},
     {"KivChallenge_Scheme",
      [](Scene& scene) { return KivChallenge_Scheme(scene.question.challenge()) == KIV_SCHEME_BASIC; }},
