@@ -3,11 +3,36 @@
 
 #include "ground/gates.h"
 #include "ground/http_request.h"
+#include "ground/tls_stream.h"
 
 namespace selfcheck {
 namespace {
 
 constexpr const char* kTunnelOpened = "HTTP/1.1 200 Connection established\r\n\r\n";
+
+// The bytes of a connection whose first were read already.
+class ContinuedStream : public Stream {
+ public:
+  ContinuedStream(std::string first, Stream& below) : first_(std::move(first)), below_(below) {}
+
+  std::size_t read(std::span<char> buffer) override {
+    if (first_.empty()) return below_.read(buffer);
+    const std::size_t size = first_.copy(buffer.data(), buffer.size());
+    first_.erase(0, size);
+    return size;
+  }
+  bool write(std::string_view bytes) override { return below_.write(bytes); }
+
+ private:
+  std::string first_;
+  Stream& below_;
+};
+
+// Of a host behind a proxy.
+Certificate certificateOf(std::string_view host) {
+  if (host.starts_with("expired.")) return Certificate::Expired;
+  return host.starts_with("other-name.") ? Certificate::OtherName : Certificate::Untrusted;
+}
 
 class Conversation {
  public:
@@ -19,6 +44,13 @@ class Conversation {
     }
   }
 
+  void asSecureSite(Stream& stream, Certificate certificate) {
+    const auto secure = openTls(stream, certificate);
+    if (!secure) return;
+    HttpReader reader(*secure);
+    asSite(*secure, reader);
+  }
+
   void asProxy(SocketStream& stream) {
     const auto gate = gateOf(server_);
     HttpReader reader(stream);
@@ -28,7 +60,7 @@ class Conversation {
         if (refusal->closes) return stream.close();
       } else if (request->method == "CONNECT") {
         note(*request, kCredentials, 200);
-        if (stream.write(kTunnelOpened)) asSite(stream, reader);
+        if (stream.write(kTunnelOpened)) behindTunnel(stream, reader, certificateOf(request->target));
         return;
       } else if (!send(stream, *request, kCredentials, siteAnswer(*request, supplies_.scripts))) {
         return;
@@ -50,6 +82,12 @@ class Conversation {
 
  private:
   static constexpr const char* kCredentials = "Proxy-Authorization";
+
+  void behindTunnel(Stream& stream, HttpReader& reader, Certificate certificate) {
+    if (!reader.beginsWithTls()) return asSite(stream, reader);
+    ContinuedStream whole(reader.rest(), stream);
+    asSecureSite(whole, certificate);
+  }
 
   void note(const HttpRequest& request, const char* credentials, int status) {
     supplies_.journal.add(server_, {request.method, request.target,
@@ -74,6 +112,12 @@ void converse(Server server, SocketStream& connection, Supplies& supplies) {
       HttpReader reader(connection);
       return conversation.asSite(connection, reader);
     }
+    case Server::ExpiredSite:
+      return conversation.asSecureSite(connection, Certificate::Expired);
+    case Server::OtherNameSite:
+      return conversation.asSecureSite(connection, Certificate::OtherName);
+    case Server::UntrustedSite:
+      return conversation.asSecureSite(connection, Certificate::Untrusted);
     case Server::SilentProxy:
       return conversation.silent(connection);
     case Server::ResettingProxy:

@@ -6,13 +6,14 @@
 #include "common/console.h"
 #include "ground/conversation.h"
 #include "ground/listeners.h"
+#include "ground/tls_stream.h"
 
 namespace selfcheck {
 namespace {
 
 std::size_t numberOf(Server server) { return static_cast<std::size_t>(server); }
 
-bool hasTls(Server server) { return server >= Server::ExpiredSite; }
+bool wantsTls(Server server) { return server >= Server::ExpiredSite; }
 
 struct Ports {
   std::uint16_t v4 = 0;
@@ -54,7 +55,7 @@ Ground::Ground() : implementation_(std::make_unique<Implementation>()) {}
 Ground::~Ground() = default;
 
 std::string Ground::missing(Server server) const {
-  if (hasTls(server)) return "this build has no TLS";
+  if (wantsTls(server)) return hasTls() ? "" : "this build has no TLS";
   return server == Server::NtlmProxy ? "this build checks no NTLM" : "";
 }
 
@@ -68,7 +69,7 @@ std::wstring Ground::address6(Server server) const {
 }
 
 std::wstring Ground::url(std::string_view path, Server site) const {
-  return (hasTls(site) ? L"https://" : L"http://") + address(site) + kiv::tool::toWide(path);
+  return (wantsTls(site) ? L"https://" : L"http://") + address(site) + kiv::tool::toWide(path);
 }
 
 std::wstring Ground::scriptUrl(std::string script) {
