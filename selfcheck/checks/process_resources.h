@@ -14,8 +14,8 @@ struct Resources {
   static Resources now();
 };
 
-// By how much each grows at least in a round, which is repeated: what is kept for a while, or freed late, does not grow in
-// every round; what is lost does.
+// By how much each grows at least in a round, which is repeated: what is kept for a while, or freed late, does not grow
+// in every round; what is lost does.
 Resources leastGrowth(const std::function<void()>& round);
 
 }  // namespace selfcheck

@@ -33,10 +33,11 @@ WinHttpRequest::WinHttpRequest(const std::wstring& host, std::uint16_t port, con
 DWORD WinHttpRequest::send() {
   DWORD status = 0;
   DWORD size = sizeof(status);
-  const bool answered = WinHttpSendRequest(handle(), WINHTTP_NO_ADDITIONAL_HEADERS, 0, WINHTTP_NO_REQUEST_DATA, 0, 0, 0) &&
-                        WinHttpReceiveResponse(handle(), nullptr) &&
-                        WinHttpQueryHeaders(handle(), WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER,
-                                            WINHTTP_HEADER_NAME_BY_INDEX, &status, &size, WINHTTP_NO_HEADER_INDEX);
+  const bool answered =
+      WinHttpSendRequest(handle(), WINHTTP_NO_ADDITIONAL_HEADERS, 0, WINHTTP_NO_REQUEST_DATA, 0, 0, 0) &&
+      WinHttpReceiveResponse(handle(), nullptr) &&
+      WinHttpQueryHeaders(handle(), WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER, WINHTTP_HEADER_NAME_BY_INDEX,
+                          &status, &size, WINHTTP_NO_HEADER_INDEX);
   error_ = answered ? ERROR_SUCCESS : GetLastError();
   return status;
 }

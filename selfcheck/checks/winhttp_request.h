@@ -9,8 +9,8 @@ namespace selfcheck {
 
 class WinHttpRequest {
  public:
-  // A GET request for `object`, sent as it is written, to a port of `host`; through `proxy` unless that is empty. Throws
-  // kiv::session::SystemError.
+  // A GET request for `object`, sent as it is written, to a port of `host`; through `proxy` unless that is empty.
+  // Throws kiv::session::SystemError.
   WinHttpRequest(const std::wstring& host, std::uint16_t port, const std::wstring& object,
                  const std::wstring& proxy = {});
 
