@@ -56,14 +56,9 @@ kiv::SessionOptions ownCandidatesOnly() {
   return options;
 }
 
-kiv::Session sessionFor(const Ground& ground) {
+Finding repeatsDecisions(Ground& ground) {
   kiv::Session session(kAgent, ownCandidatesOnly());
   session.set_preferred_proxy(L"http://" + ground.address(Server::OpenProxy));
-  return session;
-}
-
-Finding repeatsDecisions(Ground& ground) {
-  kiv::Session session = sessionFor(ground);
   return judge(
       ground,
       [&] {
@@ -73,16 +68,9 @@ Finding repeatsDecisions(Ground& ground) {
       "Handles, private memory and threads do not grow with 200 decisions.");
 }
 
-Finding repeatsSessions(Ground& ground) {
-  return judge(
-      ground, [&] { return sessionFor(ground).resolve(kTarget).is_proxy(); },
-      "Handles, private memory and threads do not grow with 200 sessions.");
-}
-
 constexpr Check kChecks[] = {
     {"resources-of-resolutions", "Does anything grow with resolutions of kiv.dll?", repeatsResolutions},
     {"resources-of-decisions", "Does anything grow with decisions of a session?", repeatsDecisions},
-    {"resources-of-sessions", "Does anything grow with sessions?", repeatsSessions},
 };
 
 }  // namespace
