@@ -6,6 +6,7 @@
 #include "common/console.h"
 #include "ground/conversation.h"
 #include "ground/listeners.h"
+#include "ground/ntlm_login.h"
 #include "ground/tls_stream.h"
 
 namespace selfcheck {
@@ -55,8 +56,8 @@ Ground::Ground() : implementation_(std::make_unique<Implementation>()) {}
 Ground::~Ground() = default;
 
 std::string Ground::missing(Server server) const {
-  if (wantsTls(server)) return hasTls() ? "" : "this build has no TLS";
-  return server == Server::NtlmProxy ? "this build checks no NTLM" : "";
+  if (wantsTls(server)) return hasTls() ? "" : "the servers of this build have no TLS";
+  return server == Server::NtlmProxy ? ntlmMissing() : "";
 }
 
 std::uint16_t Ground::port(Server server) const { return implementation_->ports(server).v4; }

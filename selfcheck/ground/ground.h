@@ -58,7 +58,7 @@ class Ground {
   Ground& operator=(const Ground&) = delete;
   ~Ground();
 
-  // Why a server cannot do what it is for, such as "this build has no TLS"; empty if it can. Asked first by a check,
+  // Why a server cannot do what it is for, such as "the servers of this build have no TLS"; empty if it can. Asked first by a check,
   // which then reports that it was skipped.
   std::string missing(Server server) const;
 
