@@ -189,9 +189,7 @@ int run(ArgumentList arguments) {
 }  // namespace
 
 // Whatever ends it early, of itself or of the system.
-int guarded(ArgumentList arguments) try {
-  return run(arguments);
-} catch (const kiv::session::SystemError& error) {
+int guarded(ArgumentList arguments) try { return run(arguments); } catch (const kiv::session::SystemError& error) {
   complain(L"cannot continue: " + systemText(error.code));
   return kOutOfResources;
 } catch (const std::exception& failure) {

@@ -30,7 +30,7 @@ Registration registerForAddressChanges() {
   if (!registration) return Registration::Silent;
   const Patience patience;
   return WaitForSingleObject(reported.get(), patience.left()) == WAIT_OBJECT_0 ? Registration::Reported
-                                                                                : Registration::Silent;
+                                                                               : Registration::Silent;
 }
 
 }  // namespace selfcheck

@@ -16,8 +16,8 @@ enum class Verdict {
   Skipped,  // could not be asked here; the text says why
 };
 
-/// The text says what was seen. It holds nothing that differs between two runs on one Windows (ports, times, addresses of
-/// memory) and no name of a user, a machine or a network: results are compared with a baseline, and sent to others.
+/// The text says what was seen. It holds nothing that differs between two runs on one Windows (ports, times, addresses
+/// of memory) and no name of a user, a machine or a network: results are compared with a baseline, and sent to others.
 struct Finding {
   Verdict verdict = Verdict::Fail;
   std::string text;

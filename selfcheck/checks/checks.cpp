@@ -6,6 +6,9 @@ namespace selfcheck {
 std::vector<Group> allChecks() {
   return {
       onlyWindowsChecks(),
+      exportChecks(),
+      candidateChecks(),
+      sessionChecks(),
   };
 }
 

@@ -9,6 +9,9 @@ namespace selfcheck {
 
 // Each is a file of this folder.
 Group onlyWindowsChecks();
+Group exportChecks();
+Group candidateChecks();
+Group sessionChecks();
 
 std::vector<Group> allChecks();
 

@@ -43,7 +43,8 @@ void limit(HINTERNET request) {
 Closing closingOf(const Context& context) {
   if (WaitForSingleObject(context.closed.get(), kSoon) == WAIT_OBJECT_0) return Closing::Aborted;
   const Patience patience;
-  return WaitForSingleObject(context.closed.get(), patience.left()) == WAIT_OBJECT_0 ? Closing::Late : Closing::Unending;
+  return WaitForSingleObject(context.closed.get(), patience.left()) == WAIT_OBJECT_0 ? Closing::Late
+                                                                                     : Closing::Unending;
 }
 
 }  // namespace
@@ -54,14 +55,14 @@ Closing closeWaitingRequest(const Ground& ground) {
   const UniqueInternet session =
       owned(WinHttpOpen(L"kiv-selfcheck", WINHTTP_ACCESS_TYPE_NO_PROXY, nullptr, nullptr, WINHTTP_FLAG_ASYNC));
   const UniqueInternet connection = owned(WinHttpConnect(session.get(), L"127.0.0.1", ground.port(Server::Site), 0));
-  UniqueInternet request = owned(
-      WinHttpOpenRequest(connection.get(), L"GET", L"/silent", nullptr, WINHTTP_NO_REFERER, nullptr, 0));
+  UniqueInternet request =
+      owned(WinHttpOpenRequest(connection.get(), L"GET", L"/silent", nullptr, WINHTTP_NO_REFERER, nullptr, 0));
   WinHttpSetStatusCallback(request.get(), onStatus, WINHTTP_CALLBACK_FLAG_HANDLES, 0);
   DWORD_PTR value = reinterpret_cast<DWORD_PTR>(context.get());
   WinHttpSetOption(request.get(), WINHTTP_OPTION_CONTEXT_VALUE, &value, sizeof value);
   limit(request.get());
-  const bool sent = WinHttpSendRequest(request.get(), nullptr, 0, nullptr, 0, 0, value) &&
-                    ground.waitUntilAsked(Server::Site, 1);
+  const bool sent =
+      WinHttpSendRequest(request.get(), nullptr, 0, nullptr, 0, 0, value) && ground.waitUntilAsked(Server::Site, 1);
   request = UniqueInternet();
   const Closing closing = closingOf(*context);
   if (closing == Closing::Unending) static_cast<void>(context.release());  // WinHTTP still has its address

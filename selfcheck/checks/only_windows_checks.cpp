@@ -7,7 +7,7 @@
 #include "checks/address_changes.h"
 #include "checks/checks.h"
 #include "checks/closed_request.h"
-#include "checks/winhttp_request.h"
+#include "checks/secure_request.h"
 #include "ground/ground.h"
 
 namespace selfcheck {
@@ -15,8 +15,8 @@ namespace {
 
 constexpr const wchar_t* kAgent = L"kiv-selfcheck";
 constexpr const wchar_t* kSecureTarget = L"https://target.test/";
-constexpr DWORD kAnyProblem = SECURITY_FLAG_IGNORE_UNKNOWN_CA | SECURITY_FLAG_IGNORE_CERT_DATE_INVALID |
-                              SECURITY_FLAG_IGNORE_CERT_CN_INVALID;
+constexpr DWORD kAnyProblem =
+    SECURITY_FLAG_IGNORE_UNKNOWN_CA | SECURITY_FLAG_IGNORE_CERT_DATE_INVALID | SECURITY_FLAG_IGNORE_CERT_CN_INVALID;
 
 // The status of a request of kiv.dll's client through a proxy of the ground; certificates are not looked at.
 int statusThrough(const Ground& ground, Server proxy, const wchar_t* url, const kiv::Credential& credential = {}) {
@@ -27,8 +27,8 @@ int statusThrough(const Ground& ground, Server proxy, const wchar_t* url, const 
 
 std::size_t countOf(const Ground& ground, Server server, const char* method, const char* scheme) {
   const std::vector<Asked> asked = ground.asked(server);
-  return static_cast<std::size_t>(std::ranges::count_if(
-      asked, [&](const Asked& each) { return each.method == method && each.scheme == scheme; }));
+  return static_cast<std::size_t>(
+      std::ranges::count_if(asked, [&](const Asked& each) { return each.method == method && each.scheme == scheme; }));
 }
 
 // What a proxy saw of a request that should have had the answer 200.
@@ -137,8 +137,8 @@ constexpr Problem kUntrusted = {Server::UntrustedSite, L"https://untrusted.test/
                                 WINHTTP_CALLBACK_STATUS_FLAG_INVALID_CA,
                                 kAnyProblem & ~SECURITY_FLAG_IGNORE_UNKNOWN_CA};
 
-Finding refusesFor(const Problem& problem, const WinHttpRequest& request) {
-  const WinHttpAnswer answer = send(request);
+Finding refusesFor(const Problem& problem, const SecureRequest& request) {
+  const SecureAnswer answer = send(request);
   if (answer.status != 0) return {Verdict::Fail, "The certificate was accepted."};
   if (!answer.saidProblems) {
     return {Verdict::Fail, "The request failed with " + std::to_string(answer.error) + ", without a flag."};
@@ -161,7 +161,8 @@ template <const Problem& problem>
 Finding refusesBehindProxy(Ground& ground) {
   const std::string missing = ground.missing(problem.site);
   if (!missing.empty()) return {Verdict::Skipped, missing + "."};
-  const Finding finding = refusesFor(problem, {problem.urlBehindProxy, ground.address(Server::OpenProxy), problem.ignored});
+  const Finding finding =
+      refusesFor(problem, {problem.urlBehindProxy, ground.address(Server::OpenProxy), problem.ignored});
   if (ground.asked(Server::OpenProxy).empty()) return {Verdict::Fail, "The proxy did not receive the request."};
   return finding;
 }

@@ -1,64 +1,45 @@
-// One request straight through WinHTTP, for checks of what kiv relies on.
+// A request of WinHTTP's, without kiv: for what the system itself does.
 #include "checks/winhttp_request.h"
 
 #include "loop/system_error.h"
-#include "support/owners.h"
 
 namespace selfcheck {
 namespace {
 
 using kiv::session::throwLastError;
-using kiv::support::UniqueInternet;
 
-UniqueInternet owned(HINTERNET handle) {
-  if (!handle) throwLastError();
-  return UniqueInternet(handle);
-}
+constexpr const wchar_t* kAgent = L"kiv-selfcheck";
 
-void CALLBACK onStatus(HINTERNET /*handle*/, DWORD_PTR context, DWORD status, LPVOID information, DWORD /*size*/) {
-  if (status != WINHTTP_CALLBACK_STATUS_SECURE_FAILURE || !context) return;
-  auto& answer = *reinterpret_cast<WinHttpAnswer*>(context);
-  answer.saidProblems = true;
-  answer.certificateProblems |= *static_cast<const DWORD*>(information);
-}
-
-UniqueInternet sessionWith(const std::wstring& proxy) {
-  const DWORD access = proxy.empty() ? WINHTTP_ACCESS_TYPE_NO_PROXY : WINHTTP_ACCESS_TYPE_NAMED_PROXY;
-  return owned(WinHttpOpen(L"kiv-selfcheck", access, proxy.empty() ? nullptr : proxy.c_str(), nullptr, 0));
-}
-
-DWORD statusOf(HINTERNET request) {
-  DWORD status = 0;
-  DWORD size = sizeof status;
-  WinHttpQueryHeaders(request, WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER, nullptr, &status, &size, nullptr);
-  return status;
+HINTERNET openSession(const std::wstring& proxy) {
+  const bool direct = proxy.empty();
+  return WinHttpOpen(kAgent, direct ? WINHTTP_ACCESS_TYPE_NO_PROXY : WINHTTP_ACCESS_TYPE_NAMED_PROXY,
+                     direct ? WINHTTP_NO_PROXY_NAME : proxy.c_str(), WINHTTP_NO_PROXY_BYPASS, 0);
 }
 
 }  // namespace
 
-WinHttpAnswer send(const WinHttpRequest& wanted) {
-  URL_COMPONENTS parts{};
-  parts.dwStructSize = sizeof parts;
-  parts.dwHostNameLength = parts.dwUrlPathLength = static_cast<DWORD>(-1);
-  if (!WinHttpCrackUrl(wanted.url.c_str(), 0, 0, &parts)) throwLastError();
-  const std::wstring host(parts.lpszHostName, parts.dwHostNameLength);
-  const DWORD flags = parts.nScheme == INTERNET_SCHEME_HTTPS ? WINHTTP_FLAG_SECURE : 0;
+WinHttpRequest::WinHttpRequest(const std::wstring& host, std::uint16_t port, const std::wstring& object,
+                               const std::wstring& proxy)
+    : session_(openSession(proxy)) {
+  if (!session_) throwLastError();
+  connection_ = kiv::support::UniqueInternet(WinHttpConnect(session_.get(), host.c_str(), port, 0));
+  if (!connection_) throwLastError();
+  request_ = kiv::support::UniqueInternet(WinHttpOpenRequest(connection_.get(), L"GET", object.c_str(), nullptr,
+                                                             WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES,
+                                                             WINHTTP_FLAG_ESCAPE_DISABLE));
+  if (!request_) throwLastError();
+}
 
-  WinHttpAnswer answer;
-  const UniqueInternet session = sessionWith(wanted.proxy);
-  WinHttpSetStatusCallback(session.get(), onStatus, WINHTTP_CALLBACK_FLAG_SECURE_FAILURE, 0);
-  const UniqueInternet connection = owned(WinHttpConnect(session.get(), host.c_str(), parts.nPort, 0));
-  const UniqueInternet request = owned(
-      WinHttpOpenRequest(connection.get(), L"HEAD", parts.lpszUrlPath, nullptr, WINHTTP_NO_REFERER, nullptr, flags));
-  DWORD ignored = wanted.ignoredProblems;
-  if (ignored) WinHttpSetOption(request.get(), WINHTTP_OPTION_SECURITY_FLAGS, &ignored, sizeof ignored);
-  if (WinHttpSendRequest(request.get(), nullptr, 0, nullptr, 0, 0, reinterpret_cast<DWORD_PTR>(&answer)) &&
-      WinHttpReceiveResponse(request.get(), nullptr)) {
-    answer.status = statusOf(request.get());
-  } else {
-    answer.error = GetLastError();
-  }
-  return answer;
+DWORD WinHttpRequest::send() {
+  DWORD status = 0;
+  DWORD size = sizeof(status);
+  const bool answered =
+      WinHttpSendRequest(handle(), WINHTTP_NO_ADDITIONAL_HEADERS, 0, WINHTTP_NO_REQUEST_DATA, 0, 0, 0) &&
+      WinHttpReceiveResponse(handle(), nullptr) &&
+      WinHttpQueryHeaders(handle(), WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER, WINHTTP_HEADER_NAME_BY_INDEX,
+                          &status, &size, WINHTTP_NO_HEADER_INDEX);
+  error_ = answered ? ERROR_SUCCESS : GetLastError();
+  return status;
 }
 
 }  // namespace selfcheck

@@ -1,25 +1,30 @@
-// One request straight through WinHTTP, for checks of what kiv relies on.
+// A request of WinHTTP's, without kiv: for what the system itself does.
 #pragma once
 
 #include <string>
 
-#include "support/platform.h"
+#include "support/owners.h"
 
 namespace selfcheck {
 
-struct WinHttpRequest {
-  std::wstring url;
-  std::wstring proxy{};            // of the session; empty for none
-  DWORD ignoredProblems = 0;       // SECURITY_FLAG_IGNORE_... of the server's certificate
-};
+class WinHttpRequest {
+ public:
+  // A GET request for `object`, sent as it is written, to a port of `host`; through `proxy` unless that is empty.
+  // Throws kiv::session::SystemError.
+  WinHttpRequest(const std::wstring& host, std::uint16_t port, const std::wstring& object,
+                 const std::wstring& proxy = {});
 
-struct WinHttpAnswer {
-  DWORD status = 0;                // 0 if the request failed
-  DWORD error = 0;                 // of the failure
-  DWORD certificateProblems = 0;   // WINHTTP_CALLBACK_STATUS_FLAG_..., where the system said so
-  bool saidProblems = false;
-};
+  HINTERNET handle() const { return request_.get(); }
+  // Sends it, and waits for the head of the answer. The status; 0 if the system gave an error instead.
+  DWORD send();
+  // Of the last send().
+  DWORD error() const { return error_; }
 
-WinHttpAnswer send(const WinHttpRequest& request);
+ private:
+  kiv::support::UniqueInternet session_;
+  kiv::support::UniqueInternet connection_;
+  kiv::support::UniqueInternet request_;
+  DWORD error_ = ERROR_SUCCESS;
+};
 
 }  // namespace selfcheck

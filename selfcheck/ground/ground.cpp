@@ -25,7 +25,8 @@ struct Ports {
 
 class Ground::Implementation {
  public:
-  Implementation() : listeners_([this](std::size_t server, SOCKET socket, HANDLE stop) { serve(server, socket, stop); }) {
+  Implementation()
+      : listeners_([this](std::size_t server, SOCKET socket, HANDLE stop) { serve(server, socket, stop); }) {
     for (std::size_t server = 0; server < kServerCount; ++server) {
       const bool dead = server == numberOf(Server::DeadProxy);
       ports_[server].v4 = listeners_.add(server, AF_INET, dead);

@@ -8,7 +8,8 @@
 namespace selfcheck {
 
 Baseline::Baseline(const std::string& document) try {
-  for (const auto& group : nlohmann::json::parse(document).at("groups")) {
+  const auto results = nlohmann::json::parse(document);
+  for (const auto& group : results.at("groups")) {
     for (const auto& check : group.at("checks")) {
       const auto verdict = verdictOf(check.at("verdict").get<std::string>());
       if (!verdict) throw std::invalid_argument("it has an unknown verdict");
@@ -27,7 +28,9 @@ std::optional<Finding> Baseline::of(std::string_view check) const {
 std::vector<std::string> Baseline::missingIn(const Results& results) const {
   std::vector<std::string> missing;
   for (const auto& [name, finding] : findings_) {
-    const auto has = [&](const ResultGroup& group) { return std::ranges::count(group.results, name, &Result::name) > 0; };
+    const auto has = [&](const ResultGroup& group) {
+      return std::ranges::count(group.results, name, &Result::name) > 0;
+    };
     if (std::ranges::none_of(results.groups, has)) missing.push_back(name);
   }
   return missing;

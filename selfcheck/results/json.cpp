@@ -36,14 +36,11 @@ Json countsOf(const Results& results) {
 std::string jsonText(const Results& results) {
   Json groups = Json::array();
   for (const ResultGroup& group : results.groups) groups.push_back(groupOf(group, results.compared));
-  const Json document = {{"program", "kiv-selfcheck"},
-                         {"version", KIV_VERSION},
-                         {"windows", results.windows},
-                         {"wine", results.wine.empty() ? Json(nullptr) : Json(results.wine)},
-                         {"compared", results.compared},
-                         {"counts", countsOf(results)},
-                         {"notChecked", results.notChecked},
-                         {"groups", groups}};
+  const Json document = {
+      {"program", "kiv-selfcheck"},       {"version", KIV_VERSION},
+      {"windows", results.windows},       {"wine", results.wine.empty() ? Json(nullptr) : Json(results.wine)},
+      {"compared", results.compared},     {"counts", countsOf(results)},
+      {"notChecked", results.notChecked}, {"groups", groups}};
   return document.dump(2) + "\n";
 }
 

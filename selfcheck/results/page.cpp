@@ -30,7 +30,8 @@ std::wstring counted(std::size_t count, const wchar_t* what) { return std::to_ws
 
 std::wstring countsText(const Results& results) {
   return counted(countOf(results, Verdict::Pass), L"passed, ") + counted(countOf(results, Verdict::Fail), L"failed, ") +
-         counted(countOf(results, Verdict::Fact), L"facts, ") + counted(countOf(results, Verdict::Skipped), L"skipped.");
+         counted(countOf(results, Verdict::Fact), L"facts, ") +
+         counted(countOf(results, Verdict::Skipped), L"skipped.");
 }
 
 const wchar_t* badgeText(const Results& results) {
@@ -80,17 +81,19 @@ Markup notCheckedSection(const Results& results) {
   if (results.notChecked.empty()) return {};
   Markup names;
   for (const std::string& name : results.notChecked) names += element("li", toWide(name));
-  return element("section", element("h2", L"In the baseline, and not checked") + element("ul", {{"class", L"steps"}}, names));
+  return element("section",
+                 element("h2", L"In the baseline, and not checked") + element("ul", {{"class", L"steps"}}, names));
 }
 
 Markup headOf(const Results& results) {
   return element(
-      "head", emptyElement("meta", {{"charset", L"utf-8"}}) +
-                  emptyElement("meta", {{"http-equiv", L"Content-Security-Policy"}, {"content", kPolicy}}) +
-                  emptyElement("meta", {{"name", L"viewport"}, {"content", L"width=device-width, initial-scale=1"}}) +
-                  emptyElement("meta", {{"name", L"color-scheme"}, {"content", L"light dark"}}) +
-                  element("title", std::wstring(badgeText(results)) + L": " + systemText(results) + L" - kiv-selfcheck") +
-                  kiv::tool::styleElement(kiv::tool::kReportStyle));
+      "head",
+      emptyElement("meta", {{"charset", L"utf-8"}}) +
+          emptyElement("meta", {{"http-equiv", L"Content-Security-Policy"}, {"content", kPolicy}}) +
+          emptyElement("meta", {{"name", L"viewport"}, {"content", L"width=device-width, initial-scale=1"}}) +
+          emptyElement("meta", {{"name", L"color-scheme"}, {"content", L"light dark"}}) +
+          element("title", std::wstring(badgeText(results)) + L": " + systemText(results) + L" - kiv-selfcheck") +
+          kiv::tool::styleElement(kiv::tool::kReportStyle));
 }
 
 }  // namespace

@@ -27,7 +27,7 @@ struct Results {
   std::string windows;  // its version: "10.0.26100"
   std::string wine;     // the version of Wine, where it is that; empty on Windows
   std::vector<ResultGroup> groups{};
-  bool compared = false;                 // with a baseline
+  bool compared = false;                  // with a baseline
   std::vector<std::string> notChecked{};  // what the baseline has, and this program no longer
 };
 
