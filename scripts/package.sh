@@ -4,7 +4,7 @@
 # The same files give the same archives.
 . "$(dirname "$0")/lib.sh"
 scripts/setup.sh build package node
-build windows-x64 --target kiv kiv-session kiv-resolve
+build windows-x64 --target kiv kiv-session kiv-resolve kiv-selfcheck
 version=$(project_version)
 name=kiv-$version-windows-x64
 rm -rf build/package "build/$name.zip"
