@@ -5,10 +5,8 @@ namespace selfcheck {
 
 std::vector<Group> allChecks() {
   return {
-      onlyWindowsChecks(),
-      exportChecks(),
-      candidateChecks(),
-      sessionChecks(),
+      onlyWindowsChecks(), exportChecks(), candidateChecks(), sessionChecks(),
+      resourceChecks(),    requestFacts(), systemFacts(),
   };
 }
 

@@ -12,6 +12,9 @@ Group onlyWindowsChecks();
 Group exportChecks();
 Group candidateChecks();
 Group sessionChecks();
+Group resourceChecks();
+Group requestFacts();
+Group systemFacts();
 
 std::vector<Group> allChecks();
 

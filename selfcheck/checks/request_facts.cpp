@@ -17,7 +17,7 @@ using kiv::tool::toUtf8;
 constexpr const wchar_t* kHost = L"target.test";
 constexpr std::uint16_t kPort = 80;
 
-std::string errorText(DWORD error) { return "error " + std::to_string(error); }
+std::string errorText(DWORD error) { return std::string("error ").append(std::to_string(error)); }
 
 std::string sentText(DWORD status, DWORD error) {
   return status != 0 ? "the request got " + std::to_string(status) : "the request failed with " + errorText(error);
@@ -57,10 +57,12 @@ Finding factOfObjectNames(Ground& ground) {
     WinHttpRequest request(L"127.0.0.1", ground.port(Server::Site), name);
     const DWORD status = request.send();
     const std::vector<Asked> asked = ground.asked(Server::Site);
-    text += text.empty() ? "" : " ";
-    text += "\"" + toUtf8(name) + "\": ";
-    text += asked.empty() ? sentText(status, request.error()) : "asks for \"" + asked.front().target + "\"";
-    text += ".";
+    text.append(text.empty() ? "\"" : " \"").append(toUtf8(name)).append("\": ");
+    if (asked.empty()) {
+      text.append(sentText(status, request.error())).append(".");
+    } else {
+      text.append("asks for \"").append(asked.front().target).append("\".");
+    }
   }
   return {Verdict::Fact, text};
 }

@@ -30,8 +30,8 @@ using kiv::support::UniqueGlobalText;
 using kiv::support::UniqueInternet;
 using kiv::tool::toUtf8;
 
-std::string errorText(DWORD error) { return "error " + std::to_string(error); }
-std::string quoted(std::wstring_view text) { return "\"" + toUtf8(text) + "\""; }
+std::string errorText(DWORD error) { return std::string("error ").append(std::to_string(error)); }
+std::string quoted(std::wstring_view text) { return std::string("\"").append(toUtf8(text)).append("\""); }
 
 void append(std::string& text, const std::string& sentence) { text.append(text.empty() ? "" : " ").append(sentence); }
 
@@ -101,6 +101,9 @@ Finding factOfApartments(Ground& ground) {
 
 // ---- Credentials from a prompt
 
+// CRED_PACK_GENERIC_CREDENTIALS, which MinGW's headers lack.
+constexpr DWORD kGenericCredentials = 0x4;
+
 // What a prompt would give for made-up credentials.
 std::vector<BYTE> packed(DWORD flags) {
   std::wstring user = L"domain\\user";
@@ -132,7 +135,7 @@ Finding factOfUnpacking(Ground& /*ground*/) {
     const char* name;
     DWORD flags;
   };
-  constexpr Packing kPackings[] = {{"Packed as generic credentials", CRED_PACK_GENERIC_CREDENTIALS},
+  constexpr Packing kPackings[] = {{"Packed as generic credentials", kGenericCredentials},
                                    {"Packed as protected credentials", CRED_PACK_PROTECTED_CREDENTIALS}};
   std::string text;
   for (const auto& [name, flags] : kPackings) {
