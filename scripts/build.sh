@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds kiv.dll, kiv-session.dll and kiv-resolve.exe in build/windows-x64/bin, and the import libraries in
+# Builds kiv.dll, kiv-session.dll, kiv-resolve.exe and kiv-selfcheck.exe in build/windows-x64/bin, and the import libraries in
 # build/windows-x64/lib.
 . "$(dirname "$0")/lib.sh"
 scripts/setup.sh build

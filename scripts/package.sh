@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds build/kiv-VERSION-windows-x64.zip: headers, kiv.dll and kiv-session.dll with their import libraries, kiv-resolve,
-# and documentation. And beside it the packages of the bindings, which bindings/packages.py lists.
+# kiv-selfcheck, and documentation. And beside it the packages of the bindings, which bindings/packages.py lists.
 # The same files give the same archives.
 . "$(dirname "$0")/lib.sh"
 scripts/setup.sh build package node
