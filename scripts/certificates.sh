@@ -40,14 +40,17 @@ ours='DNS:localhost, DNS:*.test, IP:127.0.0.1, IP:::1'
 certificate expired "$ours" 20190101000000Z 20200101000000Z
 certificate other_name 'DNS:elsewhere.invalid' 20200101000000Z 20491231235959Z
 certificate untrusted "$ours" 20200101000000Z 20491231235959Z
-openssl ec -in key.pem -text -noout 2>/dev/null | sed -n '/^priv/,/^pub/ s/^ *\([0-9a-f:]*\)$/\1/p' | tr -d ':\n' |
-  xxd -r -p >key.der
 
-# array NAME FILE: a line of bytes for clang-format to lay out.
+# array NAME: the bytes whose digits it reads, for clang-format to lay out.
 array() {
-  printf 'constexpr std::array<unsigned char, %s> %s = {' "$(wc -c <"$2")" "$1"
-  xxd -p "$2" | tr -d '\n' | sed 's/../0x&, /g'
+  local digits
+  digits=$(tr -cd '0-9a-f')
+  printf 'constexpr std::array<unsigned char, %s> %s = {' $((${#digits} / 2)) "$1"
+  sed 's/../0x&, /g' <<<"$digits"
   printf '};\n\n'
+}
+digits_of() {
+  od -An -v -tx1 "$1"
 }
 {
   cat <<'END'
@@ -60,10 +63,10 @@ namespace selfcheck {
 namespace {
 
 END
-  array kKey key.der
-  array kExpired expired.der
-  array kOtherName other_name.der
-  array kUntrusted untrusted.der
+  openssl ec -in key.pem -text -noout 2>/dev/null | sed -n '/^priv/,/^pub/ s/^ *\([0-9a-f:]*\)$/\1/p' | array kKey
+  digits_of expired.der | array kExpired
+  digits_of other_name.der | array kOtherName
+  digits_of untrusted.der | array kUntrusted
   cat <<'END'
 }  // namespace
 

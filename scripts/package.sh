@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # Builds build/kiv-VERSION-windows-x64.zip: headers, kiv.dll and kiv-session.dll with their import libraries, kiv-resolve,
-# and documentation. And beside it the packages of the bindings, which bindings/packages.py lists.
+# kiv-selfcheck, and documentation. And beside it the packages of the bindings, which bindings/packages.py lists.
 # The same files give the same archives.
 . "$(dirname "$0")/lib.sh"
 scripts/setup.sh build package node
-build windows-x64 --target kiv kiv-session kiv-resolve
+build windows-x64 --target kiv kiv-session kiv-resolve kiv-selfcheck
 version=$(project_version)
 name=kiv-$version-windows-x64
 rm -rf build/package "build/$name.zip"

@@ -10,7 +10,7 @@ set -euo pipefail
 # Group, purpose, packages. The toolchain for Windows is two compilers, one for the DLLs and one for all else. Wine's NTLM
 # is winbind's program ntlm_auth, and its TLS a library that winbind brings, under another name in every release.
 groups='
-build    | compilers, build system, and what the tool and the tests are built from | cmake ninja-build g++ g++-mingw-w64-x86-64-win32 g++-mingw-w64-x86-64-posix clang lld llvm python3 libcli11-dev nlohmann-json3-dev googletest
+build    | compilers, build system, and what the tool and the tests are built from | cmake ninja-build g++ g++-mingw-w64-x86-64-win32 g++-mingw-w64-x86-64-posix clang lld llvm python3 xz-utils libcli11-dev nlohmann-json3-dev googletest
 package  | makes the archive that is released | zip
 wine     | runs programs for Windows | wine wine64
 consumer | builds programs against the archives | pkgconf unzip python3-pip

@@ -6,6 +6,7 @@
 #include "common/console.h"
 #include "ground/conversation.h"
 #include "ground/listeners.h"
+#include "ground/ntlm_login.h"
 #include "ground/tls_stream.h"
 
 namespace selfcheck {
@@ -24,7 +25,8 @@ struct Ports {
 
 class Ground::Implementation {
  public:
-  Implementation() : listeners_([this](std::size_t server, SOCKET socket, HANDLE stop) { serve(server, socket, stop); }) {
+  Implementation()
+      : listeners_([this](std::size_t server, SOCKET socket, HANDLE stop) { serve(server, socket, stop); }) {
     for (std::size_t server = 0; server < kServerCount; ++server) {
       const bool dead = server == numberOf(Server::DeadProxy);
       ports_[server].v4 = listeners_.add(server, AF_INET, dead);
@@ -55,8 +57,8 @@ Ground::Ground() : implementation_(std::make_unique<Implementation>()) {}
 Ground::~Ground() = default;
 
 std::string Ground::missing(Server server) const {
-  if (wantsTls(server)) return hasTls() ? "" : "this build has no TLS";
-  return server == Server::NtlmProxy ? "this build checks no NTLM" : "";
+  if (wantsTls(server)) return hasTls() ? "" : "the servers of this build have no TLS";
+  return server == Server::NtlmProxy ? ntlmMissing() : "";
 }
 
 std::uint16_t Ground::port(Server server) const { return implementation_->ports(server).v4; }

@@ -28,9 +28,9 @@ constexpr std::size_t kServerCount = 11;
 constexpr const wchar_t* kUser = L"selfcheck";
 constexpr const wchar_t* kPassword = L"only for loopback";
 
-// A made-up name that only a proxy can answer, because programs may ask no proxy about loopback. Any other name that ends
-// with .test will do. Behind CONNECT the proxies speak TLS to whoever begins with it, with the certificate that the first
-// label names: expired.test, other-name.test; all else has the untrusted one, for *.test.
+// A made-up name that only a proxy can answer, because programs may ask no proxy about loopback. Any other name that
+// ends with .test will do. Behind CONNECT the proxies speak TLS to whoever begins with it, with the certificate that
+// the first label names: expired.test, other-name.test; all else has the untrusted one, for *.test.
 constexpr const wchar_t* kTarget = L"http://target.test/";
 
 // What a server read: one request of a client.
@@ -58,8 +58,8 @@ class Ground {
   Ground& operator=(const Ground&) = delete;
   ~Ground();
 
-  // Why a server cannot do what it is for, such as "this build has no TLS"; empty if it can. Asked first by a check,
-  // which then reports that it was skipped.
+  // Why a server cannot do what it is for, such as "the servers of this build have no TLS"; empty if it can. Asked
+  // first by a check, which then reports that it was skipped.
   std::string missing(Server server) const;
 
   std::uint16_t port(Server server) const;
@@ -70,7 +70,8 @@ class Ground {
   // "http://127.0.0.1:PORT/path" of the site, or https of a site with TLS.
   std::wstring url(std::string_view path, Server site = Server::Site) const;
 
-  // The URL of a PAC script, which the site serves from now on. Each has a path of its own: WinHTTP keeps scripts by URL.
+  // The URL of a PAC script, which the site serves from now on. Each has a path of its own: WinHTTP keeps scripts by
+  // URL.
   std::wstring scriptUrl(std::string script);
 
   // What the server was asked since the last forget(), in the order in which requests were complete. Inside a tunnel

@@ -76,7 +76,8 @@ std::uint16_t Listeners::add(std::size_t listener, int family, bool dead) {
   UniqueSocket socket(::socket(family, SOCK_STREAM, IPPROTO_TCP));
   if (!socket) return 0;
   const BOOL exclusive = TRUE;
-  setsockopt(socket.get(), SOL_SOCKET, SO_EXCLUSIVEADDRUSE, reinterpret_cast<const char*>(&exclusive), sizeof exclusive);
+  setsockopt(socket.get(), SOL_SOCKET, SO_EXCLUSIVEADDRUSE, reinterpret_cast<const char*>(&exclusive),
+             sizeof exclusive);
   Loopback loopback = loopbackOf(family);
   auto* const address = reinterpret_cast<sockaddr*>(&loopback.address);
   if (bind(socket.get(), address, loopback.size) != 0) return 0;

@@ -40,8 +40,8 @@ class Listeners {
   Listeners& operator=(const Listeners&) = delete;
   ~Listeners();
 
-  // A port of 127.0.0.1 or ::1 that the system chooses and that no other program can take; 0 if there is none. Of a dead
-  // listener nobody accepts anything: to connect is refused.
+  // A port of 127.0.0.1 or ::1 that the system chooses and that no other program can take; 0 if there is none. Of a
+  // dead listener nobody accepts anything: to connect is refused.
   std::uint16_t add(std::size_t listener, int family, bool dead);
   // To be called once, behind the last add().
   void start();

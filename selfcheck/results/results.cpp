@@ -42,7 +42,8 @@ std::size_t countOf(const Results& results, Verdict verdict) {
 }
 
 std::size_t unexpectedCount(const Results& results) {
-  return countIf(results, [&](const Result& result) { return isUnexpected(result, results.compared); });
+  return results.notChecked.size() +
+         countIf(results, [&](const Result& result) { return isUnexpected(result, results.compared); });
 }
 
 }  // namespace selfcheck

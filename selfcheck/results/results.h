@@ -24,8 +24,11 @@ struct ResultGroup {
 };
 
 struct Results {
-  std::vector<ResultGroup> groups;
-  bool compared = false;  // with a baseline
+  std::string windows;  // its version: "10.0.26100"
+  std::string wine;     // the version of Wine, where it is that; empty on Windows
+  std::vector<ResultGroup> groups{};
+  bool compared = false;                  // with a baseline
+  std::vector<std::string> notChecked{};  // what the baseline has, and this program no longer
 };
 
 // "pass", "fail", "fact", "skipped": in every output.
@@ -36,6 +39,7 @@ std::optional<Verdict> verdictOf(std::string_view id);
 bool isUnexpected(const Result& result, bool compared);
 bool isAsExpected(const Results& results);
 std::size_t countOf(const Results& results, Verdict verdict);
+// What is not checked any more counts too.
 std::size_t unexpectedCount(const Results& results);
 
 }  // namespace selfcheck

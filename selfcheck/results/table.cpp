@@ -27,12 +27,15 @@ std::string lineText(const Result& result, bool compared) {
 }
 
 std::string summaryText(const Results& results) {
-  std::string text = counted(countOf(results, Verdict::Pass), "passed, ") +
-                     counted(countOf(results, Verdict::Fail), "failed, ") +
-                     counted(countOf(results, Verdict::Fact), "facts, ") +
-                     counted(countOf(results, Verdict::Skipped), "skipped");
+  std::string notChecked;
+  for (const std::string& name : results.notChecked) {
+    notChecked += labelled("", "UNEXPECTED: the baseline has a check that this program lacks: " + name);
+  }
+  std::string text =
+      counted(countOf(results, Verdict::Pass), "passed, ") + counted(countOf(results, Verdict::Fail), "failed, ") +
+      counted(countOf(results, Verdict::Fact), "facts, ") + counted(countOf(results, Verdict::Skipped), "skipped");
   if (results.compared) text += "; " + counted(unexpectedCount(results), "not as in the baseline");
-  return "\n" + text + "\n";
+  return notChecked + "\n" + text + "\n";
 }
 
 }  // namespace selfcheck
