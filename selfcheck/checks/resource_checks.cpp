@@ -16,7 +16,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr const wchar_t* kAgent = L"kiv-selfcheck";
-constexpr std::size_t kTimes = 50;
+constexpr std::size_t kTimes = 20;
 
 // Whether something is lost each time, or nearly so.
 Finding judge(Ground& ground, const std::function<bool()>& once, std::string_view pass) {
@@ -45,7 +45,7 @@ Finding repeatsResolutions(Ground& ground) {
   request.filter = [](const kiv::ProxyConfig& candidate) { return candidate.is_direct(); };
   return judge(
       ground, [&] { return kiv::resolve_with_client(request).is_direct(); },
-      "Handles, private memory and threads do not grow with 200 resolutions.");
+      "Handles, private memory and threads do not grow with 100 resolutions.");
 }
 
 kiv::SessionOptions ownCandidatesOnly() {
@@ -65,7 +65,7 @@ Finding repeatsDecisions(Ground& ground) {
         session.forget();
         return session.resolve(kTarget).is_proxy();
       },
-      "Handles, private memory and threads do not grow with 200 decisions.");
+      "Handles, private memory and threads do not grow with 100 decisions.");
 }
 
 constexpr Check kChecks[] = {
