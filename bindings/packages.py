@@ -3,7 +3,7 @@
 
     packages.py --version VERSION --dll kiv-session.dll --addon kiv_session.node --out FOLDER
 
-The same files give the same packages. Fails if a binding says that it has another version.
+The same files give the same packages. Fails if a package says that it has another version.
 """
 
 from __future__ import annotations
@@ -79,8 +79,10 @@ PACKAGES = (
             {"dll": "kiv/kiv-session.dll"}, wheel),
 )
 
-# Where a binding says which version it has.
+# Where a package says which version it has.
 VERSIONS = {
+    "packaging/vcpkg/kiv/vcpkg.json": r'"version": "(.+?)"',
+    "packaging/conan/conanfile.py": r'^    version = "(.+)"',
     "bindings/node/package.json": r'"(?:version|kiv-win32-x64)": "(.+?)"',
     "bindings/node/win32-x64/package.json": r'"version": "(.+?)"',
     "bindings/go/session.go": r'^const Version = "(.+)"',

@@ -54,6 +54,7 @@ function(kiv_link_for_applications target)
     -Wl,--exclude-all-symbols
     -Wl,--no-insert-timestamp
     -Wl,--disable-auto-image-base)
+  kiv_list_parts(${target})
   set_target_properties(${target} PROPERTIES PREFIX "" IMPORT_PREFIX "lib" IMPORT_SUFFIX ".dll.a")
 endfunction()
 

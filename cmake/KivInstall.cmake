@@ -1,7 +1,6 @@
 # What `cmake --install` lays out; every path in it is relative, so that the folder can be moved.
 include(CMakePackageConfigHelpers)
 
-set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 set(made ${PROJECT_BINARY_DIR}/package)
 configure_file(cmake/kivConfig.cmake.in ${made}/kivConfig.cmake @ONLY)
 write_basic_package_version_file(${made}/kivConfigVersion.cmake COMPATIBILITY SameMajorVersion)
@@ -23,7 +22,8 @@ endfunction()
 kiv_install_dll(kiv::kiv kiv)
 kiv_install_dll(kiv::session kiv-session)
 if(TARGET kiv-resolve)
-  install(TARGETS kiv-resolve RUNTIME DESTINATION bin)
+  install(TARGETS kiv-resolve kiv-selfcheck RUNTIME DESTINATION bin)
+  install(FILES selfcheck/kiv-selfcheck.wsb DESTINATION bin)
 endif()
 install(DIRECTORY include/kiv DESTINATION include)
 install(FILES ${made}/kivConfig.cmake ${made}/kivConfigVersion.cmake DESTINATION lib/cmake/kiv)

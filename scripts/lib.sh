@@ -63,6 +63,23 @@ project_version() {
   sed -nE 's/^project\(kiv VERSION ([0-9.]+) .*/\1/p' CMakeLists.txt
 }
 
+# What is built for Windows and released.
+RELEASED=(kiv kiv-session kiv-resolve kiv-selfcheck)
+
+# release_files BUILD OUT: makes in the new folder OUT what a release consists of, with what this build has in bin/ and lib/
+# and with the addon of the binding for Node.js.
+release_files() {
+  local built=$1 out=$2 version addon=build/bindings/node/kiv_session.node
+  version=$(project_version)
+  rm -rf "$out" "$out-installed"
+  mkdir -p "$out"
+  cmake --install "$built" --prefix "$out-installed" >"$out.log" || { cat "$out.log" >&2; return 1; }
+  /usr/bin/python3 bindings/packages.py --version "$version" --dll "$out-installed/bin/kiv-session.dll" --addon "$addon" \
+    --out "$out" >>"$out.log" || return
+  /usr/bin/python3 packaging/release.py --version "$version" --installed "$out-installed" --addon "$addon" --maps "$built/lib" \
+    --out "$out"
+}
+
 # report PASSED FAILED: prints how many checks passed and failed, and writes it to the file that KIV_RESULTS names, for
 # run_tests.py. Fails if a check did, or if there were none.
 report() {

@@ -3,7 +3,7 @@
 # take the code (scripts/portability.sh).
 . "$(dirname "$0")/lib.sh"
 scripts/setup.sh build lint
-find bench examples include session src tests tools -regex '.*\.\(h\|hpp\|c\|cpp\)' -print0 | xargs -0 clang-format --dry-run -Werror
+find bench examples include packaging selfcheck session src tests tools -regex '.*\.\(h\|hpp\|c\|cpp\)' -print0 | xargs -0 clang-format --dry-run -Werror
 
 # clang-tidy reads the native build's commands: it knows that compiler, and the code is the same, but for the files that
 # only the DLL has.

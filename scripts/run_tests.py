@@ -6,7 +6,8 @@
 What runs in Wine mostly waits: meanwhile the presets that follow are built, and give way to it. (A build's line shows how
 long it was waited for.) Each test has a line as it ends; what one that fails has printed stands before that. A test
 counts its checks in a file below the preset's folder: {"passed": N, "failed": N}, or the JSON of GoogleTest. One that
-fails without a failed check, that counts none or leaves no file, such as a program that crashes, is one failed check.
+fails without a failed check, that counts none or leaves no file, such as a program that crashes, is one failed check. One
+that a machine cannot run writes why: {"passed": 0, "failed": 0, "skipped": "REASON"}.
 """
 
 from __future__ import annotations
@@ -23,6 +24,10 @@ ROOT = Path(__file__).resolve().parents[1]
 PRESETS = ("windows-x64", "native-asan", "native-tsan", "fuzz")
 
 Counts = tuple[int, int]
+
+
+class Skipped(Exception):
+    """A test cannot run on this machine."""
 
 
 def failure_of(command: Sequence[str]) -> str | None:
@@ -44,6 +49,8 @@ def read_counts(results: Path) -> Counts:
     if "testsuites" in counts:
         failed = counts["failures"] + counts["errors"]
         return counts["tests"] - counts["disabled"] - failed, failed
+    if "skipped" in counts:
+        raise Skipped(counts["skipped"])
     return counts["passed"], counts["failed"]
 
 
@@ -54,6 +61,9 @@ def run_test(preset: str, name: str) -> Counts:
     ended_well = succeeds(failure_of(["ctest", "--preset", preset, "-R", f"^{name}$"]))
     try:
         passed, failed = read_counts(results)
+    except Skipped as reason:
+        print(f"{name} was skipped: {reason}")
+        return 0, 0 if ended_well else 1
     except (OSError, ValueError, KeyError) as error:
         print(f"{name} has not told how many checks passed: {error!r}")
         return 0, 1

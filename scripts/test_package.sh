@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Packs, unpacks elsewhere, and builds and runs programs that have nothing but the package.
 . "$(dirname "$0")/lib.sh"
-scripts/setup.sh build package wine consumer
+scripts/setup.sh build wine consumer
 trap stop_wine EXIT
 
 version=$(project_version)
@@ -31,14 +31,6 @@ same_lines() {
   shift
   said=$("$@") || return
   diff <(printf '%s\n' "$expected") <(printf '%s\n' "$said" | tr -d '\r')
-}
-
-# With DLLs that are compiled and linked once more.
-is_reproducible() {
-  local first packages=(build/kiv-*)
-  first=$(sha256sum "${packages[@]}")
-  rm -rf build/windows-x64/dll "${packages[@]}"
-  scripts/package.sh && diff <(echo "$first") <(sha256sum build/kiv-*)
 }
 
 has_all_files() {
@@ -153,11 +145,10 @@ refuses() {
     tr -s '\n ' ' ' <"$said" | grep -F "$text"
 }
 
-rm -rf "$work" build/kiv-*
+rm -rf "$work"
 mkdir -p "$work/elsewhere"
 check 'The package is made' scripts/package.sh
-check 'Made again, it and the packages of the bindings are the same' is_reproducible
-check 'It unpacks' unzip -q "build/$name.zip" -d "$work/elsewhere"
+check 'It unpacks' unzip -q "build/release/$name.zip" -d "$work/elsewhere"
 check 'It holds what belongs in it' has_all_files
 check 'It holds no path of the machine that made it' holds_no_path_of_this_machine
 check 'kiv.dll and kiv.def name the functions of the headers' names_its_exports kiv exports.h

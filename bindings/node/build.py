@@ -40,8 +40,8 @@ def compile_addon(modules: Path, folder: Path) -> Path:
     """Makes the addon in a folder, with the headers that are among these packages."""
     headers = modules / "node-api-headers" / "include"
     addon = folder / "kiv_session.node"
-    subprocess.run([COMPILER, *OPTIONS, "-I", HERE.parents[1] / "include", "-I", headers, HERE / "addon.c", "-o", addon],
-                   check=True)
+    subprocess.run([COMPILER, *OPTIONS, "-I", HERE.parents[1] / "include", "-I", headers, HERE / "addon.c", "-o", addon,
+                    f"-Wl,-Map,{addon}.map"], check=True)
     return addon
 
 

@@ -1,5 +1,8 @@
 #!/usr/bin/env python3
-"""Compares the documents with the sources: log lines, the tool's advice, and the links, paths and tests that they name."""
+"""Compares the documents with the sources: log lines, the tool's advice, and the links, paths and tests that they name.
+
+What is promised of security names the tests that keep it.
+"""
 
 from __future__ import annotations
 
@@ -24,8 +27,14 @@ LINE = re.compile(r'L"((?:BEGIN|END|No|Proxy|Candidates|Invalid|ERROR_|Response|
 FAILURE = re.compile(r"WinHttp\w+\(.*\)")
 LINK = re.compile(r"\]\(([^)#:]*)(?:#([^)]*))?\)")
 # In backticks: a path that begins with a folder of the project, and the full name of a unit test.
-PATH = re.compile(r"`(?:\./)?((?:bench|cmake|docs|examples|include|scripts|session|src|tests|tools)/[\w./-]*)")
+PATH = re.compile(r"`(?:\./)?((?:bench|cmake|docs|examples|include|packaging|scripts|session|src|tests|tools)/[\w./-]*)")
 TEST = re.compile(r"`(\w+Test)\.(\w+)`")
+# A test by its file: `tests/unit/cred_test.cpp:CredTest.Name`, a function's name, or that of a scenario.
+TEST_IN_FILE = re.compile(r"`((?:scripts|tests)/[\w./-]+):([\w.]+)`")
+# Where security is promised, and how a promise's line begins; each names a test, or all targets of the fuzzer.
+PROMISES = (("SECURITY.md", "What counts", "- "), ("docs/reference/security.md", "Tests that keep these promises", "| "))
+KEPT = re.compile(rf"{TEST_IN_FILE.pattern}|`tests/fuzz/`")
+TABLE_HEAD = {"| promise | tests |", "| --- | --- |"}
 TEST_DEFINITION = re.compile(r"^TEST(?:_[FP])?\((\w+), (\w+)\)", re.M)
 
 
@@ -99,20 +108,40 @@ def missing_paths(document: Path) -> list[str]:
     return [f"{path} does not exist" for path in PATH.findall(document.read_text()) if not (ROOT / path).exists()]
 
 
+def is_test(file: str, name: str) -> bool:
+    """Whether a file has this test: one of GoogleTest by its full name, else a function or a scenario."""
+    source = (ROOT / file).read_text() if (ROOT / file).is_file() else ""
+    if "." in name:
+        return tuple(name.split(".")) in TEST_DEFINITION.findall(source)
+    return bool(re.search(rf'^(?:\w+ )*{name}\(|Scenario\("{name}"', source, re.M))
+
+
 def missing_tests(document: Path) -> list[str]:
-    """Unit tests that are named and do not exist."""
-    named = set(TEST.findall(document.read_text()))
-    if not named:
-        return []
-    defined = {test for source in ROOT.glob("tests/unit/**/*.cpp") for test in TEST_DEFINITION.findall(source.read_text())}
-    return [f"there is no test {suite}.{name}" for suite, name in sorted(named - defined)]
+    """Tests that are named and do not exist."""
+    text = document.read_text()
+    missing = [f"{file} has no test {name}" for file, name in TEST_IN_FILE.findall(text) if not is_test(file, name)]
+    if named := set(TEST.findall(text)):
+        sources = ROOT.glob("tests/unit/**/*.cpp")
+        defined = {test for source in sources for test in TEST_DEFINITION.findall(source.read_text())}
+        missing += [f"there is no test {suite}.{name}" for suite, name in sorted(named - defined)]
+    return missing
+
+
+def promises_without_a_test() -> list[str]:
+    """Lines that promise something of security and name no test."""
+    without = []
+    for page, heading, beginning in PROMISES:
+        section = (ROOT / page).read_text().partition(f"## {heading}\n")[2].partition("\n## ")[0]
+        promises = [line for line in section.splitlines() if line.startswith(beginning) and line not in TABLE_HEAD]
+        without += [f"{page} names no test: {line}" for line in promises or [heading] if not KEPT.search(line)]
+    return without
 
 
 def main() -> int:
     written, documented = written_lines(), documented_lines()
     findings = [[f"{LOG_PAGE} lacks: {line}" for line in sorted(written - documented)],
                 [f"{LOG_PAGE} has, and nothing writes: {line}" for line in sorted(documented - written)],
-                differing_advice()]
+                differing_advice(), promises_without_a_test()]
     for check in (broken_links, missing_paths, missing_tests):
         findings.append([f"{document.relative_to(ROOT)}: {problem}" for document in DOCUMENTS
                          for problem in check(document)])

@@ -1,6 +1,7 @@
 // The test executable's operator new and delete, and what is known about the blocks that went through them.
 #include "platform/memory_watch.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -61,6 +62,8 @@ struct Watch {
   std::unordered_map<void*, Block, std::hash<void*>, std::equal_to<>, PlainAllocator<std::pair<void* const, Block>>>
       blocks;
   std::uint64_t nextSequence = 0;
+  std::size_t bytes = 0;  // of all blocks
+  std::size_t mostBytes = 0;
   PlainVector<Pattern> patterns;
   PlainVector<Finding> findings;
 };
@@ -113,6 +116,8 @@ void track(void* block, std::size_t size) {
   Watch& state = watch();
   const std::lock_guard lock(state.mutex);
   state.blocks[block] = {size, state.nextSequence++};
+  state.bytes += size;
+  state.mostBytes = std::max(state.mostBytes, state.bytes);
   trackedBlocks.fetch_add(1, std::memory_order_relaxed);
 }
 
@@ -123,6 +128,7 @@ void untrack(void* block) noexcept {
   const auto found = state.blocks.find(block);
   if (found == state.blocks.end()) return;
   scan(state, block, found->second.size, state.findings);
+  state.bytes -= found->second.size;
   state.blocks.erase(found);
   trackedBlocks.fetch_sub(1, std::memory_order_relaxed);
 }
@@ -209,10 +215,11 @@ void addPattern(Watch& state, const char* encoding, Bytes bytes) {
 
 }  // namespace
 
-MemoryWatch::Scope::Scope() : first_(0) {
+MemoryWatch::Scope::Scope() : first_(0), before_(0) {
   Watch& state = watch();
   const std::lock_guard lock(state.mutex);
   first_ = state.nextSequence;
+  before_ = state.mostBytes = state.bytes;
   ++scopes;
 }
 
@@ -232,6 +239,12 @@ std::size_t MemoryWatch::Scope::liveBytes() const {
   std::size_t bytes = 0;
   for (const auto& [address, block] : state.blocks) bytes += block.sequence >= first_ ? block.size : 0;
   return bytes;
+}
+
+std::size_t MemoryWatch::Scope::mostBytes() const {
+  Watch& state = watch();
+  const std::lock_guard lock(state.mutex);
+  return state.mostBytes - std::min(state.mostBytes, before_);
 }
 
 MemoryWatch::SecretGuard::SecretGuard(std::wstring_view secret) {

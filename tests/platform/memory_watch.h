@@ -27,9 +27,13 @@ class MemoryWatch {
     std::size_t liveBlocks() const;
     // Counts the bytes of these.
     std::size_t liveBytes() const;
+    // The most bytes that all tracked blocks had at one time since the newest scope began, beyond those that they had
+    // when this one did.
+    std::size_t mostBytes() const;
 
    private:
     std::uint64_t first_;
+    std::size_t before_;
   };
 
   // Exempts the calling thread's allocations: they are not tracked, not counted and do not fail.

@@ -1,12 +1,21 @@
 // Two results side by side.
 #include "compare/comparison.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
 
+#include "common/console.h"
+#include "compare/comparison_page.h"
+
 namespace kiv::tool {
 namespace {
+
+using testing::AnyOf;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
 
 using Rows = std::vector<ComparedRow>;
 
@@ -15,7 +24,7 @@ std::string document(const std::string& more) {
 }
 
 Comparison comparisonOf(const std::string& left, const std::string& right) {
-  const auto compared = compareDocuments(document(left), document(right));
+  const auto compared = compareDocuments(document(left), document(right), nullptr);
   const auto* const problem = std::get_if<DocumentProblem>(&compared);
   EXPECT_EQ(problem, nullptr) << left << " " << right;
   return problem ? Comparison{} : std::get<Comparison>(compared);
@@ -76,7 +85,7 @@ TEST(Comparison, OtherTextsAreRefused) {
       {good, deep, L"A or B is nested too deeply"},
   };
   for (const auto& [left, right, problem] : kCases) {
-    const auto compared = compareDocuments(left, right);
+    const auto compared = compareDocuments(left, right, nullptr);
     ASSERT_TRUE(std::holds_alternative<DocumentProblem>(compared)) << problem;
     EXPECT_EQ(std::get<DocumentProblem>(compared).text, problem);
   }
@@ -89,6 +98,39 @@ TEST(ComparisonText, HasColumnsIfTheyFit) {
   EXPECT_EQ(comparisonText(comparison, 10),
             L"Where they are from\n  version\n    A  1.0.0\n    B  1.0.0\n"
             L"Differences: 1\n  proxy\n    A  a:1\n    B  gate:8080\n");
+}
+
+TEST(Comparison, SaysThatNamesOfRedactedFilesAreNotTheSame) {
+  const char* const kRedacted = R"("redacted": true)";
+  EXPECT_EQ(noteOn(comparisonOf(R"("a": 1)", R"("a": 1)")), L"");
+  EXPECT_THAT(noteOn(comparisonOf(kRedacted, kRedacted)), StartsWith(L"A and B were written with --redact"));
+  EXPECT_THAT(noteOn(comparisonOf(kRedacted, R"("a": 1)")), StartsWith(L"A was written with --redact"));
+  EXPECT_THAT(noteOn(comparisonOf(R"("a": 1)", kRedacted)), StartsWith(L"B was written with --redact"));
+  EXPECT_THAT(comparisonText(comparisonOf(kRedacted, kRedacted), 80), HasSubstr(L"\nNote: A and B"));
+  EXPECT_TRUE(comparisonOf(kRedacted, "\"redacted\": false").same());
+}
+
+TEST(Comparison, GivesANameOfBothDocumentsTheSameWord) {
+  const std::string left = document(
+      R"("machine": {"computer": "PlantedPC.corp", "account": "CORP\\planted", "sid": "S-1-5-planted"},
+         "places": [{"id": "vpn:Planted Office", "title": "connection Planted Office", "proxy": "planted.example:1"}],
+         "proxy": "gate.planted.example:8080", "late": "plantedpc")");
+  const std::string right = document(
+      R"("machine": {"computer": "OtherPlanted", "account": "planted", "sid": null},
+         "places": [{"id": "vpn:Planted Office", "proxy": "planted.example:2"}],
+         "proxy": "other.planted.example:8080", "late": "otherplanted")");
+  Redaction redaction;
+  const auto compared = compareDocuments(left, right, &redaction);
+  ASSERT_TRUE(std::holds_alternative<Comparison>(compared));
+  const auto& comparison = std::get<Comparison>(compared);
+  for (const std::string& text : {toUtf8(comparisonText(comparison, 80)), comparisonDocument(comparison),
+                                  comparisonPage(comparison, L"A and B", &redaction)}) {
+    EXPECT_THAT(text, Not(AnyOf(HasSubstr("lanted"), HasSubstr("LANTED")))) << text;
+  }
+  ASSERT_EQ(comparison.differences.size(), 3u);
+  EXPECT_EQ(comparison.differences[0].where, L"places / vpn:1 / proxy");
+  // The name is that of both, the port is not.
+  EXPECT_EQ(comparison.differences[0].left->substr(0, 7), comparison.differences[0].right->substr(0, 7));
 }
 
 TEST(ComparisonDocument, SaysWhatOnlyOneHas) {

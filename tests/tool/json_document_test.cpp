@@ -18,7 +18,7 @@ TEST(JsonDocument, SurrogatesWithoutTheirPairAreReplaced) {
   resolution.url = L"http://a\xD800z/";
   resolution.settings.manualList = L"\xDC00";
   resolution.candidates.push_back({.text = L"http://\xDFFF\xD83D:1"});
-  const json document = json::parse(jsonDocument(Task::Resolve, {resolution}));
+  const json document = json::parse(jsonDocument(Task::Resolve, false, {resolution}));
   const json& result = document.at("results").at(0);
   EXPECT_EQ(result.at("url"), std::string("http://a") + kReplacement + "z/");
   EXPECT_EQ(result.at("settings").at("manualList"), kReplacement);
@@ -28,23 +28,23 @@ TEST(JsonDocument, SurrogatesWithoutTheirPairAreReplaced) {
 TEST(JsonDocument, PairsAreOneCharacter) {
   Resolution resolution;
   resolution.url = L"http://\xD83D\xDE00/";
-  EXPECT_EQ(json::parse(jsonDocument(Task::Resolve, {resolution})).at("results").at(0).at("url"),
+  EXPECT_EQ(json::parse(jsonDocument(Task::Resolve, false, {resolution})).at("results").at(0).at("url"),
             "http://\xF0\x9F\x98\x80/");
 }
 
 TEST(JsonDocument, ExplainsAFailureWithTheNameOfItsError) {
   Resolution resolution;
   resolution.candidates.push_back({.text = L"http://a:1", .requests = {{.error = 12002}}});
-  const json document = json::parse(jsonDocument(Task::Resolve, {resolution}));
+  const json document = json::parse(jsonDocument(Task::Resolve, false, {resolution}));
   const json& candidate = document.at("results").at(0).at("candidates").at(0);
   EXPECT_EQ(candidate.at("explanation"), "timed out: ERROR_WINHTTP_TIMEOUT (12002)");
   EXPECT_EQ(candidate.at("requests").at(0).at("error"), 12002);
 }
 
 TEST(JsonDocument, TaskIsNamed) {
-  EXPECT_EQ(json::parse(jsonDocument(Task::Resolve, {})).at("task"), "resolve");
-  EXPECT_EQ(json::parse(jsonDocument(Task::ShowSettings, {})).at("task"), "settings");
-  EXPECT_EQ(json::parse(jsonDocument(Task::ListCandidates, {})).at("task"), "candidates");
+  EXPECT_EQ(json::parse(jsonDocument(Task::Resolve, false, {})).at("task"), "resolve");
+  EXPECT_EQ(json::parse(jsonDocument(Task::ShowSettings, false, {})).at("task"), "settings");
+  EXPECT_EQ(json::parse(jsonDocument(Task::ListCandidates, false, {})).at("task"), "candidates");
 }
 
 TEST(TraceLine, IsOneLineWhateverTheMessage) {
@@ -56,6 +56,11 @@ TEST(TraceLine, IsOneLineWhateverTheMessage) {
   EXPECT_EQ(record.at("message"), std::string("a\nb\xE2\x80\xA8\"\\") + kReplacement + "\x01");
   EXPECT_EQ(record.at("level"), "warn");
   EXPECT_EQ(record.at("time"), "1970-01-01T00:00:00.000Z");
+}
+
+TEST(JsonDocument, SaysThatNamesAreRemoved) {
+  EXPECT_EQ(json::parse(jsonDocument(Task::Resolve, true, {})).at("redacted"), true);
+  EXPECT_FALSE(json::parse(jsonDocument(Task::Resolve, false, {})).contains("redacted"));
 }
 
 }  // namespace

@@ -6,6 +6,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "common/console.h"
+#include "pac/pac_page.h"
+
 namespace kiv::tool {
 namespace {
 
@@ -17,7 +20,7 @@ using testing::Not;
 
 constexpr unsigned kBadScript = 12166;  // ERROR_WINHTTP_BAD_AUTO_PROXY_SCRIPT
 
-PacAnswer answering(const wchar_t* list) { return {.list = list}; }
+PacAnswer answering(const wchar_t* list) { return {.list = list, .candidates = candidatesIn(list)}; }
 PacAnswer failing(unsigned error) { return {.error = error}; }
 
 PacResult comparison() {
@@ -85,6 +88,13 @@ TEST(PacRemarks, TellWhatIsKnownOfTheScriptThatFails) {
   EXPECT_THAT(pacRemarks(result), HasSubstr(L"old.pac has no function FindProxyForURL"));
 }
 
+TEST(PacRemarks, BlameNoScriptForTheTime) {
+  PacResult result = comparison();
+  result.rows.front().now = failing(12002);  // ERROR_WINHTTP_TIMEOUT
+  EXPECT_THAT(pacRemarks(result), HasSubstr(L"failed: 1"));
+  EXPECT_THAT(pacRemarks(result), Not(HasSubstr(L"fails")));
+}
+
 TEST(PacRemarks, TellWhatDirectMeansWhereItIsAnswered) {
   EXPECT_THAT(pacRemarks(comparison()), HasSubstr(L"manual proxy list"));
   EXPECT_EQ(pacRemarks({.script = {}, .rows = {{L"http://a/", answering(L"p:1")}}}), L"");
@@ -93,7 +103,7 @@ TEST(PacRemarks, TellWhatDirectMeansWhereItIsAnswered) {
 TEST(PacDocument, HasBothAnswers) {
   PacResult result = comparison();
   result.rows.front().now = failing(kBadScript);
-  const json document = json::parse(pacDocument(result));
+  const json document = json::parse(pacDocument(result, false));
   EXPECT_EQ(document.at("task"), "pac");
   EXPECT_EQ(document.at("new").at("name"), "new.pac");
   EXPECT_EQ(document.at("old").at("bytes"), 7);
@@ -102,6 +112,30 @@ TEST(PacDocument, HasBothAnswers) {
   EXPECT_EQ(rows.at(0).at("new").at("error"), kBadScript);
   EXPECT_EQ(rows.at(1).at("old").at("candidates"), json({"http://p:1"}));
   EXPECT_EQ(rows.at(1).at("new").at("list"), nullptr);
+}
+
+TEST(PacResult, NoFormShowsARedactedName) {
+  PacResult result{
+      .script = {.name = L"http://planted.example/new.pac", .text = "FindProxyForURL"},
+      .against = PacScript{.name = L"old.pac", .text = "FindProxyForURL"},
+      .rows = {{L"http://planted/?planted", answering(L"planted.example:1;[2001:db8::1]:2"), failing(kBadScript)}}};
+  Redaction redaction;
+  redact(result, redaction);
+  const std::wstring page = toWide(pacPage(result, &redaction));
+  for (const std::wstring& text :
+       {pacTable(result, true), pacRemarks(result), page, toWide(pacDocument(result, true))}) {
+    EXPECT_THAT(text, Not(HasSubstr(L"planted")));
+    EXPECT_THAT(text, Not(HasSubstr(L"2001:db8")));
+  }
+  EXPECT_EQ(answerText(result.rows.front().now), L"host-1:1;[address-1]:2");
+  EXPECT_EQ(readingText(result.rows.front().now), L"http://host-1:1");
+}
+
+TEST(PacPage, HasEachAnswerAndTheVerdict) {
+  const std::wstring page = toWide(pacPage(comparison(), nullptr));
+  for (const wchar_t* const text : {L"1 URL differs", L"new.pac against old.pac", L"http://b/", L"DIRECT", L"7 bytes"})
+    EXPECT_THAT(page, HasSubstr(text));
+  EXPECT_THAT(page, Not(HasSubstr(L"<script")));
 }
 
 }  // namespace

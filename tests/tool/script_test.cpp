@@ -11,6 +11,8 @@ namespace {
 
 using testing::HasSubstr;
 
+const TimeLimits kNoLimits({}, {});
+
 TEST(MustBeScript, RefusesWhatCannotBeRead) {
   const std::pair<const wchar_t*, const char*> names[] = {
       {L"", "must name a file or a URL"},
@@ -26,13 +28,13 @@ TEST(MustBeScript, AcceptsFilesAndUrls) {
     EXPECT_EQ(mustBeScript(name), "") << name;
 }
 
-TEST(ReadScript, SaysWhyAFileCannotBeRead) { EXPECT_NE(readScript(L"C:/no/such/file.pac").problem, L""); }
+TEST(ReadScript, SaysWhyAFileCannotBeRead) { EXPECT_NE(readScript(L"C:/no/such/file.pac", kNoLimits).problem, L""); }
 
 TEST(ScriptServer, ServesTheScriptUnchangedAsOftenAsItIsAsked) {
   const std::string script("a\r\n\xEF\xBB\xBF\0z", 8);
   const ScriptServer server(script);
   for (int i = 0; i < 3; ++i) {
-    const PacScript fetched = readScript(server.url());
+    const PacScript fetched = readScript(server.url(), kNoLimits);
     EXPECT_EQ(fetched.problem, L"");
     EXPECT_EQ(fetched.text, script);
   }
@@ -43,7 +45,7 @@ TEST(ScriptServer, ServesNothingElse) {
   const std::wstring& url = server.url();
   const std::wstring root = url.substr(0, url.rfind(L'/') + 1);
   for (const std::wstring& other : {root, root + L"proxy.pac", url + L"x", url.substr(0, url.size() - 1)}) {
-    EXPECT_EQ(readScript(other).problem, L"the server answers with status 404") << other;
+    EXPECT_EQ(readScript(other, kNoLimits).problem, L"the server answers with status 404") << other;
   }
 }
 
@@ -58,7 +60,7 @@ TEST(ScriptServer, HasAnotherAddressEachTime) {
 
 TEST(ScriptServer, IsGoneWhenItIsDestroyed) {
   const std::wstring url = ScriptServer("").url();
-  EXPECT_THAT(readScript(url).problem, HasSubstr(L"ERROR_WINHTTP_CANNOT_CONNECT"));
+  EXPECT_THAT(readScript(url, kNoLimits).problem, HasSubstr(L"ERROR_WINHTTP_CANNOT_CONNECT"));
 }
 
 }  // namespace

@@ -139,13 +139,33 @@ TEST(SourceWarnings, ContradictionsAreNamed) {
       {"user-values", kA, "user-connection", kNone, {"forms-differ"}},
       {"user-values", kScript, "user-connection", kNone, {"forms-differ"}},
       {"winhttp-64", kA, "winhttp-32", kA, {}},
-      {"winhttp-64", kA, "winhttp-32", kNone, {"views-differ"}},
+      {"winhttp-64", kA, "winhttp-32", kB, {"views-differ"}},
+      {"winhttp-64", kA, "winhttp-32", kNone, {}},
       {"edge-user-policy", kA, "user-connection", kB, {}},  // nothing says that the connection applies
       {"wpad-dhcp", kScript, "wpad-dns", {.scriptUrl = L"http://q/"}, {"sources-differ"}},
       {"wpad-dhcp", kScript, "wpad-dns", kNone, {}},
   };
   for (const auto& [left, leftNames, right, rightNames, ids] : kCases)
     EXPECT_EQ(idsOf(with({found(left, leftNames), found(right, rightNames)})), ids) << left << " " << right;
+}
+
+TEST(SourceNotes, AProxyInOneViewAloneIsNormal) {
+  const Naming kNone;
+  const Naming kA = {.manualList = L"a:1"};
+  const Place kAbsent = {.id = "winhttp-32", .state = PlaceState::NotOnThisSystem};
+  const Place kEmpty = {.id = "winhttp-32", .state = PlaceState::NothingThere};
+  const auto problemWith = [](Place wide, Place narrow) {
+    const auto notes = notesAbout(with({std::move(wide), std::move(narrow)}));
+    return notes.empty() ? std::wstring() : notes.front().problem;
+  };
+  EXPECT_EQ(problemWith(found("winhttp-64", kA), kEmpty),
+            L"WinHTTP's proxy for the machine, a:1, is set for 64-bit programs only.");
+  EXPECT_EQ(problemWith(found("winhttp-64", kNone), found("winhttp-32", kA)),
+            L"WinHTTP's proxy for the machine, a:1, is set for 32-bit programs only.");
+  EXPECT_EQ(problemWith(found("winhttp-64", kA), found("winhttp-32", kA)), L"");
+  EXPECT_EQ(problemWith(found("winhttp-64", kNone), kEmpty), L"");
+  EXPECT_EQ(problemWith(found("winhttp-64", kA), kAbsent), L"");
+  EXPECT_NE(adviceFor("one-view-only"), L"");
 }
 
 TEST(SourceWarnings, WhatAppliesIsComparedWithOtherPlaces) {

@@ -1,4 +1,4 @@
-// Tests of how the time that hostile texts take grows with their size: no worse than is documented.
+// Tests of how the time and memory that hostile texts take grow with their size: no worse than is documented.
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
@@ -7,6 +7,7 @@
 #include <functional>
 #include <limits>
 
+#include "platform/memory_watch.h"
 #include "platform/platform_test.h"
 #include "unit/support/hostile_families.h"
 
@@ -60,7 +61,32 @@ class GrowthTest : public PlatformTest {
     } while (!holds() && ++repetitions < kMostRepetitions);
     EXPECT_TRUE(holds()) << family.name << ": from " << smallTime.seconds() << " s to " << largeTime.seconds() << " s";
   }
+
+  // Memory grows linearly, that of square time too. A container may have twice the room that it needs.
+  static void expectLinearMemory(const HostileFamily& family) {
+    const Sizes sizes = sizesFor(family.growth);
+    const auto bytesFor = [&family](std::size_t size) {
+      const std::function<void()> body = family.prepare(size);
+      const MemoryWatch::Scope scope;
+      body();
+      return scope.mostBytes();
+    };
+    const std::size_t small = bytesFor(sizes.small);
+    const std::size_t large = bytesFor(sizes.large);
+    EXPECT_LE(large, small * (sizes.large / sizes.small) * 2) << family.name << ": from " << small << " bytes";
+  }
 };
+
+// Fails the test that runs it if the check passes what it must not.
+void expectNoticed(const std::function<void()>& check) {
+  ::testing::TestPartResultArray results;
+  {
+    const ::testing::ScopedFakeTestPartResultReporter reporter(
+        ::testing::ScopedFakeTestPartResultReporter::INTERCEPT_ONLY_CURRENT_THREAD, &results);
+    check();
+  }
+  EXPECT_EQ(results.size(), 1);
+}
 
 TEST_F(GrowthTest, IsNoWorseThanDocumentedForAnyFamilyOfHostileTexts) {
   for (const HostileFamily& family : hostileFamilies()) expectGrowth(family);
@@ -73,13 +99,18 @@ TEST_F(GrowthTest, IsNoticedWhenItIsWorse) {
                                     for (volatile std::size_t i = 0; i < steps;) i = i + 1;
                                   };
                                 }};
-  ::testing::TestPartResultArray results;
-  {
-    const ::testing::ScopedFakeTestPartResultReporter reporter(
-        ::testing::ScopedFakeTestPartResultReporter::INTERCEPT_ONLY_CURRENT_THREAD, &results);
-    expectGrowth(square);
-  }
-  EXPECT_EQ(results.size(), 1);
+  expectNoticed([&] { expectGrowth(square); });
+}
+
+TEST_F(GrowthTest, AsksForNoMoreMemoryThanDocumentedForAnyFamilyOfHostileTexts) {
+  for (const HostileFamily& family : hostileFamilies()) expectLinearMemory(family);
+}
+
+TEST_F(GrowthTest, IsNoticedWhenItAsksForMoreMemory) {
+  const HostileFamily square = {"Square", Growth::Linear, [](std::size_t size) {
+                                  return [size] { const std::vector<char> block(size * size / 1024); };
+                                }};
+  expectNoticed([&] { expectLinearMemory(square); });
 }
 
 }  // namespace

@@ -25,6 +25,14 @@ int execCommand(ArgumentList arguments);
 int pacCommand(ArgumentList arguments);
 int watchCommand(ArgumentList arguments);
 
+// For --help: how to make the file of another account.
+inline constexpr std::string_view kAsAnotherAccount =
+    "For the file of a service's account, in an administrator's console:\n"
+    "  schtasks /create /tn kiv /ru \"NT AUTHORITY\\LocalService\" /sc once /st 00:00 ^\n"
+    "    /tr \"cmd /c C:\\kiv\\kiv-resolve.exe sources --json > C:\\kiv\\out\\it.json\"\n"
+    "  schtasks /run /tn kiv\n"
+    "  schtasks /delete /tn kiv /f     (when it has ended)\n";
+
 // Not a command by name: what --completion does, for all commands.
 int completionCommand(ArgumentList arguments);
 

@@ -1,16 +1,15 @@
 // kiv-resolve env URL --for SHELL: prints lines to paste, which make programs use the proxy that was found.
 #include <string>
 #include <utility>
-#include <variant>
 #include <vector>
 
 #include "commands/commands.h"
+#include "commands/resolution_report.h"
 #include "common/console.h"
 #include "common/exits.h"
 #include "common/output_files.h"
 #include "common/presentable.h"
 #include "environment/json_environment.h"
-#include "resolve/report.h"
 
 namespace kiv::tool {
 namespace {
@@ -44,12 +43,14 @@ constexpr Flag<Written> kFlags[] = {
 };
 constexpr ValueOption<Written> kFiles[] = {
     {"--trace", &Written::trace, "FILE", mustNameAFile, "Write the log to a file, as JSON lines"},
-    {"--report", &Written::report, "FILE", mustNameAFile, "Write an HTML report to a file"},
+    {"--report", &Written::report, "FILE", mustNameAFile, "Write a report with a probe: FILE.html, or FILE.txt"},
+};
+constexpr Refused kRefused[] = {
+    {"--redact", "the lines need the names that it removes"},
 };
 
-std::string contradictionIn(const Written& written, const WrittenRequest& request) {
+std::string contradictionIn(const Written& written) {
   if (!written.reader) return "--for is required";
-  if (request.redact) return "the lines need the names that --redact removes";
   return written.json && written.log ? "--json excludes --log" : "";
 }
 
@@ -90,15 +91,18 @@ EnvironmentResult resultOf(const Written& written, std::vector<Finding> findings
 int run(const Written& written, const RequestOptions& options, const Target& target) {
   OutputFiles files(written.trace, written.report);
   if (!files.check()) return kFileNotWritten;
-  const Detail detail = written.log ? Detail::Log : Detail::Nothing;
-  const EnvironmentResult result = resultOf(written, findRoutes(options, target, written.all, detail, files.trace()));
+  const EnvironmentResult result = resultOf(written, findRoutes(options, target,
+                                                                {.all = written.all,
+                                                                 .probe = files.report() != nullptr,
+                                                                 .detail = written.log ? Detail::Log : Detail::Nothing},
+                                                                files.trace()));
   if (written.json) {
     print(Stream::Output, toWide(jsonDocument(result)));
   } else {
     for (const std::wstring& remark : result.remarks) complain(presentable(remark));
     for (const std::wstring& line : result.lines.lines) print(Stream::Output, line + L"\n");
   }
-  if (files.report()) files.report()->write(reportFor(*written.report, resolutionsOf(result.findings), nullptr));
+  writeReport(files, options, resolutionsOf(result.findings));
   if (!files.check()) return kFileNotWritten;
   return result.lines.lines.empty() ? kNoneFound : kDone;
 }
@@ -115,6 +119,7 @@ int envCommand(ArgumentList arguments) {
   addRequestOptions(commandLine, request);
   commandLine.add(kFlags, written);
   commandLine.add(kFiles, written);
+  commandLine.refuse(kRefused);
   commandLine.footer(
       "Standard output: the lines. Standard error: what they cannot say: entries of the\n"
       "bypass list that were changed or dropped, and which programs can log on if the\n"
@@ -122,12 +127,10 @@ int envCommand(ArgumentList arguments) {
       "Exit codes: 0 the lines were printed, 2 no route was found, or it cannot be\n"
       "            written for this shell or program, 64 wrong usage,\n"
       "            71 out of resources, 74 a file could not be written.");
-  if (const auto exit = commandLine.parse(arguments, [&] { return contradictionIn(written, request); })) {
-    return leave(*exit);
-  }
-  const auto options = readRequestOptions(request);
-  if (const auto* const problem = std::get_if<std::string>(&options)) return leave(commandLine.badUsage(*problem));
-  return run(written, std::get<RequestOptions>(options), readTarget(*written.url));
+  if (const auto exit = commandLine.parse(arguments, [&] { return contradictionIn(written); })) return leave(*exit);
+  const auto options = readRequestOptions(commandLine, request);
+  if (!options) return kBadUsage;
+  return run(written, *options, readTarget(*written.url));
 }
 
 }  // namespace kiv::tool

@@ -4,10 +4,10 @@
 #include <optional>
 #include <string>
 #include <utility>
-#include <variant>
 #include <vector>
 
 #include "commands/commands.h"
+#include "commands/resolution_report.h"
 #include "common/console.h"
 #include "common/exits.h"
 #include "common/output_files.h"
@@ -16,7 +16,6 @@
 #include "environment/finding.h"
 #include "environment/lines.h"
 #include "environment/program.h"
-#include "resolve/report.h"
 
 namespace kiv::tool {
 namespace {
@@ -46,7 +45,11 @@ constexpr Flag<Written> kFlags[] = {
 };
 constexpr ValueOption<Written> kFiles[] = {
     {"--trace", &Written::trace, "FILE", mustNameAFile, "Write the log to a file, as JSON lines"},
-    {"--report", &Written::report, "FILE", mustNameAFile, "Write an HTML report to a file"},
+    {"--report", &Written::report, "FILE", mustNameAFile, "Write a report with a probe: FILE.html, or FILE.txt"},
+};
+constexpr Refused kRefused[] = {
+    {"--redact", "the program needs the names that it removes"},
+    {"--json", "standard output is the program's; --trace FILE writes what happens as JSON lines"},
 };
 
 struct Split {
@@ -126,10 +129,12 @@ int run(const Written& written, const RequestOptions& options, const Target& tar
   {
     OutputFiles files(written.trace, written.report);
     if (!files.check()) return kOwnFailure;
-    const Detail detail = written.log ? Detail::Log : Detail::Nothing;
-    auto findings = findRoutes(options, target, written.all, detail, files.trace());
+    auto findings = findRoutes(
+        options, target,
+        {.all = written.all, .probe = files.report() != nullptr, .detail = written.log ? Detail::Log : Detail::Nothing},
+        files.trace());
     variables = variablesOf(written, findings);
-    if (files.report()) files.report()->write(reportFor(*written.report, resolutionsOf(findings), nullptr));
+    writeReport(files, options, resolutionsOf(findings));
     if (!files.check()) return kOwnFailure;
   }
   return variables ? start(command, presentable(path), std::move(*variables)) : kOwnFailure;
@@ -144,6 +149,7 @@ int execute(ArgumentList arguments) {
   addRequestOptions(commandLine, request);
   commandLine.add(kFlags, written);
   commandLine.add(kFiles, written);
+  commandLine.refuse(kRefused);
   commandLine.footer(
       "kiv-resolve exec URL -- PROGRAM [ARGUMENT...] sets http_proxy or https_proxy and\n"
       "no_proxy in the program's environment, or removes the proxies for DIRECT.\n"
@@ -151,16 +157,11 @@ int execute(ArgumentList arguments) {
       "Exit codes: the program's; 125 kiv-resolve failed: wrong usage, no route;\n"
       "            126 the program cannot be run, 127 it was not found.");
   const auto missing = [&]() -> std::string {
-    if (request.redact) return "the program needs the names that --redact removes";
     return split.program.empty() ? "-- PROGRAM is required, behind the options" : "";
   };
   if (const auto exit = commandLine.parse(split.own, missing)) return leave(*exit) == kDone ? kDone : kOwnFailure;
-  const auto options = readRequestOptions(request);
-  if (const auto* const problem = std::get_if<std::string>(&options)) {
-    leave(commandLine.badUsage(*problem));
-    return kOwnFailure;
-  }
-  return run(written, std::get<RequestOptions>(options), readTarget(*written.url), split.program);
+  const auto options = readRequestOptions(commandLine, request);
+  return options ? run(written, *options, readTarget(*written.url), split.program) : kOwnFailure;
 }
 
 }  // namespace

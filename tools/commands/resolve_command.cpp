@@ -1,16 +1,15 @@
 // kiv-resolve [resolve] URL: diagnoses how the current user reaches a URL.
 #include <algorithm>
 #include <string>
-#include <variant>
 #include <vector>
 
 #include "commands/commands.h"
+#include "commands/resolution_report.h"
 #include "common/console.h"
 #include "common/exits.h"
 #include "common/output_files.h"
 #include "resolve/choices.h"
 #include "resolve/json_document.h"
-#include "resolve/report.h"
 #include "resolve/request_options.h"
 #include "resolve/resolution_probe.h"
 #include "resolve/resolution_run.h"
@@ -116,8 +115,9 @@ int run(const Written& written, const RequestOptions& options, const std::vector
     if (resolution.outcome.kind == OutcomeKind::NotCarriedOut) complain(kNotCompleted);
     if (!written.json) print(Stream::Output, outputOf(written, resolution));
   }
-  if (written.json) print(Stream::Output, toWide(jsonDocument(taskOf(written), resolutions)));
-  if (files.report()) files.report()->write(reportFor(*written.report, resolutions, options.redaction.get()));
+  if (written.json)
+    print(Stream::Output, toWide(jsonDocument(taskOf(written), options.redaction != nullptr, resolutions)));
+  writeReport(files, options, resolutions);
   return files.check() ? worst : kFileNotWritten;
 }
 
@@ -140,6 +140,7 @@ int resolveCommand(ArgumentList arguments) {
                           "Finds the proxy that works for a URL, or a direct connection, and shows why.");
   commandLine.add(kTargets, written);
   addRequestOptions(commandLine, request);
+  addRedaction(commandLine, request);
   commandLine.add(kOutputFlags, written);
   commandLine.add(kOutputFiles, written);
   commandLine.version("kiv-resolve " KIV_VERSION);
@@ -157,11 +158,11 @@ int resolveCommand(ArgumentList arguments) {
                      "Exit codes: 0 a route was found, 2 none was found (for at least one URL),\n"
                      "            64 wrong usage, 71 out of resources, 74 a file could not be written.");
   if (const auto exit = commandLine.parse(arguments, [&] { return contradictionIn(written); })) return leave(*exit);
-  const auto targets = readTargets(*written.url);
-  if (const auto* const problem = std::get_if<std::string>(&targets)) return leave(commandLine.badUsage(*problem));
-  const auto options = readRequestOptions(request);
-  if (const auto* const problem = std::get_if<std::string>(&options)) return leave(commandLine.badUsage(*problem));
-  return run(written, std::get<RequestOptions>(options), std::get<std::vector<Target>>(targets));
+  const auto targets = readTargets(commandLine, *written.url);
+  if (!targets) return kBadUsage;
+  const auto options = readRequestOptions(commandLine, request);
+  if (!options) return kBadUsage;
+  return run(written, *options, *targets);
 }
 
 }  // namespace kiv::tool

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <variant>
 
 #include "commands/commands.h"
 #include "common/console.h"
@@ -56,6 +55,10 @@ constexpr ValueOption<Written> kFiles[] = {
     {"--trace", &Written::trace, "FILE", mustNameAFile, "Write the log to a file, as JSON lines"},
 };
 
+constexpr Refused kRefused[] = {
+    {"--report", "watch has no end to report; kiv-resolve URL --report writes a report"},
+};
+
 enum class Wake : std::uint8_t { Interrupted, Notified, Elapsed };
 
 Wake await(const Interruption& interruption, const ChangeNotifications& changes, DWORD patience) {
@@ -106,9 +109,11 @@ int watchCommand(ArgumentList arguments) {
                           "Resolves a URL again at each change of settings or network, and prints a line each time.");
   commandLine.add(kTargets, written);
   addRequestOptions(commandLine, request);
+  addRedaction(commandLine, request);
   commandLine.add(kIntervals, written);
   commandLine.add(kFlags, written);
   commandLine.add(kFiles, written);
+  commandLine.refuse(kRefused);
   commandLine.footer(
       "Each line has the time (UTC), why the URL was resolved (start, settings, network,\n"
       "time), the outcome, and what differs from the line before: how long the former\n"
@@ -119,9 +124,9 @@ int watchCommand(ArgumentList arguments) {
       "Exit codes: 0 ended by Ctrl-C, 2 changes cannot be noticed, 64 wrong usage,\n"
       "            71 out of resources, 74 the output could not be written.");
   if (const auto exit = commandLine.parse(arguments)) return leave(*exit);
-  const auto options = readRequestOptions(request);
-  if (const auto* const problem = std::get_if<std::string>(&options)) return leave(commandLine.badUsage(*problem));
-  return run(written, std::get<RequestOptions>(options));
+  const auto options = readRequestOptions(commandLine, request);
+  if (!options) return kBadUsage;
+  return run(written, *options);
 }
 
 }  // namespace kiv::tool

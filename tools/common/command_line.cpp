@@ -55,6 +55,7 @@ void CommandLine::footer(const std::string& text) { app_->footer(text); }
 std::optional<Exit> CommandLine::parse(ArgumentList arguments) {
   if (arguments.size() == 1 && arguments.front() == kListOptions) return Exit{0, listed_};
   arguments_.emplace(arguments, [this](std::string_view option) { return std::ranges::count(withValue_, option) > 0; });
+  if (const std::string problem = refusal(); !problem.empty()) return badUsage(problem);
   std::vector<std::string> forParser = arguments_->forParser();
   std::ranges::reverse(forParser);  // as CLI11 takes them
   try {
@@ -73,6 +74,14 @@ std::optional<Exit> CommandLine::parse(ArgumentList arguments) {
 
 Exit CommandLine::badUsage(const std::string& problem) const {
   return {kBadUsage, command_ + ": " + problem + " (see --help)\n"};
+}
+
+std::string CommandLine::refusal() const {
+  for (const std::string& argument : arguments_->forParser()) {
+    const auto found = std::ranges::find(refused_, argument.substr(0, argument.find('=')), &Refused::name);
+    if (found != refused_.end()) return std::string(found->name) + ": " + found->why;
+  }
+  return {};
 }
 
 // CLI11 would quote the placeholders of values. An unknown option may have its value in the same argument.

@@ -43,6 +43,12 @@ struct Flag {
   const char* help;
 };
 
+// An option of other commands that means nothing to this one, and why: --help does not have it.
+struct Refused {
+  std::string_view name;
+  const char* why;
+};
+
 // What to do when there is nothing to run: print a text and end with a code.
 struct Exit {
   int code = 0;
@@ -75,6 +81,8 @@ class CommandLine {
   void add(const Flag<Written> (&flags)[count], Written& written) {
     for (const auto& flag : flags) declare(flag.name, flag.help, written.*flag.value);
   }
+  // The table must outlive this object.
+  void refuse(std::span<const Refused> options) { refused_ = options; }
   // Declares --version.
   void version(const char* text);
   void footer(const std::string& text);
@@ -96,6 +104,7 @@ class CommandLine {
   void declare(std::string_view name, const char* type, Check check, const char* help, Value& value);
   void declare(const char* name, const char* help, bool& value);
   void list(std::string_view name, std::string_view type, std::string_view help);
+  std::string refusal() const;
   std::string unexpected() const;
 
   std::string command_;
@@ -103,6 +112,7 @@ class CommandLine {
   std::string listed_;                  // what kListOptions prints
   std::vector<std::string> withValue_;  // the options that take one
   std::vector<std::string> places_;     // the values by their places
+  std::span<const Refused> refused_;
   std::optional<Arguments> arguments_;  // while CLI11 parses them
 };
 

@@ -14,6 +14,7 @@ class OutputFile {
   explicit OutputFile(std::wstring path);
 
   void write(std::string_view utf8);
+  const std::wstring& path() const { return path_; }
   // What failed, for users, with the file's name; empty if nothing did.
   const std::wstring& problem() const { return problem_; }
 

@@ -8,6 +8,7 @@
 
 #include "common/console.h"
 #include "common/presentable.h"
+#include "compare/redacted_documents.h"
 
 namespace kiv::tool {
 namespace {
@@ -18,8 +19,9 @@ using Json = nlohmann::ordered_json;
 constexpr int kDeepest = 16;
 
 // What differs from run to run, or is the same in every document.
-constexpr std::string_view kNotCompared[] = {"program",  "task",   "time",   "began",        "milliseconds", "title",
-                                             "programs", "number", "advice", "secondsAhead", "failure"};
+constexpr std::string_view kNotCompared[] = {"program",      "task",         "time",     "began",
+                                             "milliseconds", "title",        "programs", "number",
+                                             "advice",       "secondsAhead", "failure",  "redacted"};
 // The first of these that an object has names it among its neighbours.
 constexpr std::string_view kNames[] = {"id", "url", "number", "name"};
 constexpr std::string_view kOrigins[] = {"version", "machine"};
@@ -28,6 +30,11 @@ struct Entry {
   std::wstring where;
   std::wstring text;
 };
+
+// Of results in which the names of two machines, or of two runs, are not the same words.
+constexpr const wchar_t* kRedactedNote =
+    L"host-1 of one can be another host than host-1 of the other, because each file has its own numbers. "
+    L" Compare files that were written without it, with kiv-resolve compare --redact.";
 
 bool isOneOf(std::string_view text, std::span<const std::string_view> texts) {
   return std::ranges::find(texts, text) != texts.end();
@@ -131,6 +138,8 @@ std::optional<Json> documentIn(std::string_view text) {
   return isOurs ? std::optional(std::move(json)) : std::nullopt;
 }
 
+bool isRedacted(const Json& document) { return document.value("redacted", Json()) == true; }
+
 std::wstring shown(const std::optional<std::wstring>& text) { return text.value_or(L"-"); }
 
 void addLines(const std::vector<ComparedRow>& rows, std::size_t width, std::wstring& text) {
@@ -166,25 +175,42 @@ Json rowsOf(const std::vector<ComparedRow>& rows) {
 
 }  // namespace
 
-std::variant<Comparison, DocumentProblem> compareDocuments(std::string_view left, std::string_view right) {
-  const auto leftDocument = documentIn(left);
-  const auto rightDocument = documentIn(right);
+std::variant<Comparison, DocumentProblem> compareDocuments(std::string_view left, std::string_view right,
+                                                           Redaction* redaction) {
+  auto leftDocument = documentIn(left);
+  auto rightDocument = documentIn(right);
   if (!leftDocument) return DocumentProblem{L"A is not a JSON document of kiv-resolve"};
   if (!rightDocument) return DocumentProblem{L"B is not a JSON document of kiv-resolve"};
   if (leftDocument->at("task") != rightDocument->at("task"))
     return DocumentProblem{L"A and B are of different commands"};
+  if (Flattened(*leftDocument).tooDeep() || Flattened(*rightDocument).tooDeep())
+    return DocumentProblem{L"A or B is nested too deeply"};
+  if (redaction) redact(*leftDocument, *rightDocument, *redaction);
   const Flattened flatLeft(*leftDocument);
   const Flattened flatRight(*rightDocument);
-  if (flatLeft.tooDeep() || flatRight.tooDeep()) return DocumentProblem{L"A or B is nested too deeply"};
-  Comparison comparison = {aligned(flatLeft.origins(), flatRight.origins()),
-                           aligned(flatLeft.entries(), flatRight.entries())};
+  Comparison comparison = {.origin = aligned(flatLeft.origins(), flatRight.origins()),
+                           .differences = aligned(flatLeft.entries(), flatRight.entries()),
+                           .leftIsRedacted = isRedacted(*leftDocument),
+                           .rightIsRedacted = isRedacted(*rightDocument)};
   std::erase_if(comparison.differences, [](const ComparedRow& row) { return row.left == row.right; });
   return comparison;
+}
+
+std::wstring noteOn(const Comparison& comparison) {
+  const bool left = comparison.leftIsRedacted;
+  const bool right = comparison.rightIsRedacted;
+  if (left && right) return std::wstring(L"A and B were written with --redact: ") + kRedactedNote;
+  if (!left && !right) return {};
+  return std::wstring(left ? L"A" : L"B") +
+         L" was written with --redact, and the other file was not: all names differ. Compare files that were written "
+         L"without it, with kiv-resolve compare --redact.";
 }
 
 std::wstring comparisonText(const Comparison& comparison, std::size_t width) {
   std::wstring text = L"Where they are from\n";
   addLines(comparison.origin, width, text);
+  const std::wstring note = noteOn(comparison);
+  if (!note.empty()) text += L"Note: " + note + L"\n";
   if (comparison.same()) return text + L"No differences\n";
   text += L"Differences: " + std::to_wstring(comparison.differences.size()) + L"\n";
   addLines(comparison.differences, width, text);
@@ -192,10 +218,12 @@ std::wstring comparisonText(const Comparison& comparison, std::size_t width) {
 }
 
 std::string comparisonDocument(const Comparison& comparison) {
+  const std::wstring note = noteOn(comparison);
   const Json json = {{"program", "kiv-resolve"},
                      {"version", KIV_VERSION},
                      {"task", "compare"},
                      {"same", comparison.same()},
+                     {"note", note.empty() ? Json(nullptr) : Json(toUtf8(note))},
                      {"origin", rowsOf(comparison.origin)},
                      {"differences", rowsOf(comparison.differences)}};
   return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";

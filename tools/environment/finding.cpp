@@ -3,14 +3,14 @@
 
 #include <algorithm>
 
+#include "common/time_limits.h"
 #include "environment/log_on.h"
+#include "resolve/resolution_probe.h"
 #include "resolve/resolution_run.h"
 #include "resolve/wording.h"
 
 namespace kiv::tool {
 namespace {
-
-constexpr std::chrono::seconds kLimit{10};
 
 Finding find(const RequestOptions& options, const Target& target, Display& display, OutputFile* trace) {
   Finding finding{.resolution = resolve(options, Task::Resolve, target, display, trace), .route = {.url = target.url}};
@@ -33,7 +33,10 @@ void ask(Finding& finding, const RequestOptions& options) {
   if (!finding.route.proxy || !finding.route.proxy->isHttp()) return;
   const std::string question = questionFor(finding.route.url, options.userAgent);
   if (question.empty()) return;
-  finding.answer = askProxy(*finding.route.proxy, question, kLimit);
+  constexpr milliseconds kMost{10'000};
+  const milliseconds limit = timeLeft(options, finding.resolution.duration, kMost);
+  finding.answer = TimeLimits({}, limit).within(
+      ProxyAnswer(), [proxy = *finding.route.proxy, question, limit] { return askProxy(proxy, question, limit); });
   // If WinHTTP logged on as the user, the library needed no credentials, but other programs do.
   if (finding.answer->status == 407 && finding.cred.is_none()) finding.cred = options.proxyCred;
 }
@@ -49,12 +52,17 @@ std::wstring withOtherScheme(std::wstring_view url) {
   return std::wstring(target.is_https() ? L"http://" : L"https://").append(target.host()).append(path);
 }
 
-std::vector<Finding> findRoutes(const RequestOptions& options, const Target& target, bool all, Detail detail,
+std::vector<Finding> findRoutes(const RequestOptions& options, const Target& target, const Search& search,
                                 OutputFile* trace) {
-  Display display(detail);
+  std::vector<Target> targets = {target};
+  if (search.all) targets.push_back({withOtherScheme(target.url), target.cred});
+  Display display(search.detail);
   std::vector<Finding> findings;
-  findings.push_back(find(options, target, display, trace));
-  if (all) findings.push_back(find(options, {withOtherScheme(target.url), target.cred}, display, trace));
+  for (const Target& each : targets) {
+    findings.push_back(find(options, each, display, trace));
+    Resolution& resolution = findings.back().resolution;
+    if (search.probe) resolution.probe = probed(options, each, resolution, display);
+  }
   for (Finding& finding : findings) ask(finding, options);
   return findings;
 }

@@ -26,9 +26,14 @@ struct Finding {
 // The URL with the other scheme, whose port is the scheme's own.
 std::wstring withOtherScheme(std::wstring_view url);
 
-// Resolves the target, and with `all` the URL of the other scheme, and asks the proxies. `trace` is null if none is
-// wanted.
-std::vector<Finding> findRoutes(const RequestOptions& options, const Target& target, bool all, Detail detail,
+struct Search {
+  bool all = false;    // also the URL of the other scheme
+  bool probe = false;  // for a report
+  Detail detail = Detail::Nothing;
+};
+
+// Resolves the target, and asks the proxies. `trace` is null if none is wanted.
+std::vector<Finding> findRoutes(const RequestOptions& options, const Target& target, const Search& search,
                                 OutputFile* trace);
 
 std::vector<Resolution> resolutionsOf(const std::vector<Finding>& findings);

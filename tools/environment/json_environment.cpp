@@ -56,7 +56,7 @@ Json answersOf(const std::vector<Finding>& findings) {
 std::string jsonDocument(const EnvironmentResult& result) {
   std::vector<Resolution> resolutions;
   for (const Finding& finding : result.findings) resolutions.push_back(finding.resolution);
-  Json document = documentOf("env", resolutions);
+  Json document = documentOf("env", false, resolutions);
   document["environment"] = {{"for", toUtf8(nameOf(result.reader))},  {"lines", textsOf(result.lines.lines)},
                              {"variables", variablesOf(result)},      {"exceptions", exceptionsOf(result.exceptions)},
                              {"answers", answersOf(result.findings)}, {"remarks", textsOf(result.remarks)}};

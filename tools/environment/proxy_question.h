@@ -24,7 +24,7 @@ std::string questionFor(std::wstring_view url, std::wstring_view userAgent);
 ProxyAnswer readAnswer(std::string_view head);
 
 // Asks over a socket of its own. Returns after `limit` at the latest, but for the time that Windows takes to look up
-// the proxy's name, which it usually remembers from the resolution.
+// the proxy's name.
 ProxyAnswer askProxy(const ProxyServer& proxy, const std::string& question, std::chrono::milliseconds limit);
 
 }  // namespace kiv::tool

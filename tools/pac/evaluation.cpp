@@ -20,31 +20,41 @@ std::wstring candidateText(const impl::ProxyListEntry& entry) {
   return candidate.is_none() ? L"not a valid proxy" : presentable(candidate.display_string());
 }
 
-}  // namespace
-
-ScriptRunner::ScriptRunner()
-    : session_(WinHttpOpen(L"kiv-resolve/" KIV_VERSION, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME,
-                           WINHTTP_NO_PROXY_BYPASS, 0)) {
-  if (!session_) throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), "WinHTTP");
-}
-
-PacAnswer ScriptRunner::ask(const std::wstring& scriptUrl, const std::wstring& url) const {
+PacAnswer answerTo(HINTERNET session, const std::wstring& scriptUrl, const std::wstring& url) {
   WINHTTP_AUTOPROXY_OPTIONS options{};
   options.dwFlags = WINHTTP_AUTOPROXY_CONFIG_URL;
   options.lpszAutoConfigUrl = scriptUrl.c_str();
   WINHTTP_PROXY_INFO info{};
-  const auto began = std::chrono::steady_clock::now();
-  const bool answered = WinHttpGetProxyForUrl(session_.get(), url.c_str(), &options, &info);
+  const bool answered = WinHttpGetProxyForUrl(session, url.c_str(), &options, &info);
   const DWORD error = answered ? ERROR_SUCCESS : GetLastError();
   const Text proxy(info.lpszProxy);
   const Text bypass(info.lpszProxyBypass);
   PacAnswer answer;
-  answer.duration = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - began);
   if (!answered) {
     answer.error = error;
   } else if (info.dwAccessType == WINHTTP_ACCESS_TYPE_NAMED_PROXY && proxy) {
     answer.list = presentable(proxy.get());
+    answer.candidates = candidatesIn(answer.list);
   }
+  return answer;
+}
+
+}  // namespace
+
+ScriptRunner::ScriptRunner(TimeLimits limits)
+    : session_(std::make_shared<support::UniqueInternet>(
+          WinHttpOpen(L"kiv-resolve/" KIV_VERSION, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME,
+                      WINHTTP_NO_PROXY_BYPASS, 0))),
+      limits_(limits) {
+  if (!*session_) throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), "WinHTTP");
+}
+
+PacAnswer ScriptRunner::ask(const std::wstring& scriptUrl, const std::wstring& url) const {
+  const auto began = std::chrono::steady_clock::now();
+  PacAnswer answer = limits_.within(PacAnswer{.error = ERROR_WINHTTP_TIMEOUT}, [session = session_, scriptUrl, url] {
+    return answerTo(session->get(), scriptUrl, url);
+  });
+  answer.duration = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - began);
   return answer;
 }
 

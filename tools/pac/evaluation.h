@@ -2,18 +2,21 @@
 #pragma once
 
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "common/time_limits.h"
 #include "support/owners.h"
 
 namespace kiv::tool {
 
 struct PacAnswer {
-  std::optional<unsigned> error{};  // of WinHTTP, which then returned nothing
-  std::wstring list{};              // as WinHTTP returns it; empty: no proxy
+  std::optional<unsigned> error{};         // of WinHTTP, which then returned nothing
+  std::wstring list{};                     // as WinHTTP returns it; empty: no proxy
+  std::vector<std::wstring> candidates{};  // that kiv.dll makes of the list, in order
   std::chrono::milliseconds duration{};
 
   // A duration makes no difference.
@@ -23,13 +26,16 @@ struct PacAnswer {
 class ScriptRunner {
  public:
   // Throws std::system_error if there is no WinHTTP session.
-  ScriptRunner();
+  explicit ScriptRunner(TimeLimits limits);
 
-  // Sends nothing to `url`. WinHTTP downloads the script and runs it, and functions of the script can ask DNS.
+  // Sends nothing to `url`. WinHTTP downloads the script and runs it, and functions of the script can ask DNS. Without
+  // an answer in time the error is ERROR_WINHTTP_TIMEOUT.
   PacAnswer ask(const std::wstring& scriptUrl, const std::wstring& url) const;
 
  private:
-  support::UniqueInternet session_;
+  // A question that is given up goes on with it.
+  std::shared_ptr<const support::UniqueInternet> session_;
+  TimeLimits limits_;
 };
 
 // The candidates that kiv.dll makes of such a list, in order.

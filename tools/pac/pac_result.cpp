@@ -7,12 +7,15 @@
 
 #include "common/console.h"
 #include "resolve/failures.h"
+#include "support/owners.h"
 
 namespace kiv::tool {
 namespace {
 
 using Json = nlohmann::ordered_json;
 using Line = std::vector<std::wstring>;
+
+constexpr unsigned kTooLate = ERROR_WINHTTP_TIMEOUT;
 
 struct VerdictWords {
   const char* id;
@@ -23,20 +26,6 @@ struct VerdictWords {
 constexpr std::array<VerdictWords, 3> kVerdicts = {{{"same", L"same"}, {"differs", L"differs"}, {"failed", L"failed"}}};
 
 const VerdictWords& wordsFor(PacVerdict verdict) { return kVerdicts[static_cast<std::size_t>(verdict)]; }
-
-// As WinHTTP returns it.
-std::wstring answerText(const PacAnswer& answer) {
-  if (answer.error) return L"failed: " + errorText(*answer.error);
-  return answer.list.empty() ? L"DIRECT" : answer.list;
-}
-
-// As kiv reads it.
-std::wstring readingText(const PacAnswer& answer) {
-  if (answer.error) return L"-";
-  std::wstring text;
-  for (const std::wstring& candidate : candidatesIn(answer.list)) text += (text.empty() ? L"" : L", ") + candidate;
-  return text.empty() ? L"DIRECT" : text;
-}
 
 std::wstring aligned(const std::vector<Line>& lines) {
   std::vector<std::size_t> widths(lines.front().size());
@@ -57,10 +46,11 @@ Line lineOf(const PacRow& row) {
   return {wordsFor(row.verdict()).text, row.url, answerText(*row.before), answerText(row.now)};
 }
 
+// Whether the script is to blame for an error.
 bool fails(const PacResult& result, bool before) {
-  return std::ranges::any_of(result.rows, [&](const PacRow& row) {
-    return before ? row.before && row.before->error : row.now.error.has_value();
-  });
+  const auto isBad = [](const PacAnswer& answer) { return answer.error.value_or(kTooLate) != kTooLate; };
+  return std::ranges::any_of(
+      result.rows, [&](const PacRow& row) { return before ? row.before && isBad(*row.before) : isBad(row.now); });
 }
 
 bool isDirectSomewhere(const PacResult& result) {
@@ -94,7 +84,7 @@ Json answerOf(const PacAnswer& answer) {
             {"milliseconds", answer.duration.count()}};
   }
   Json candidates = Json::array();
-  for (const std::wstring& candidate : candidatesIn(answer.list)) candidates.push_back(toUtf8(candidate));
+  for (const std::wstring& candidate : answer.candidates) candidates.push_back(toUtf8(candidate));
   return {{"list", answer.list.empty() ? Json(nullptr) : Json(toUtf8(answer.list))},
           {"candidates", candidates},
           {"milliseconds", answer.duration.count()}};
@@ -118,6 +108,34 @@ std::size_t PacResult::count(PacVerdict verdict) const {
   return static_cast<std::size_t>(std::ranges::count(rows, verdict, &PacRow::verdict));
 }
 
+std::wstring_view textOf(PacVerdict verdict) { return wordsFor(verdict).text; }
+
+std::wstring answerText(const PacAnswer& answer) {
+  if (answer.error) return L"failed: " + errorText(*answer.error);
+  return answer.list.empty() ? L"DIRECT" : answer.list;
+}
+
+std::wstring readingText(const PacAnswer& answer) {
+  if (answer.error) return L"-";
+  std::wstring text;
+  for (const std::wstring& candidate : answer.candidates) text += (text.empty() ? L"" : L", ") + candidate;
+  return text.empty() ? L"DIRECT" : text;
+}
+
+void redact(PacResult& result, Redaction& redaction) {
+  const auto redactAnswer = [&](PacAnswer& answer) {
+    answer.list = redaction(answer.list);
+    for (std::wstring& candidate : answer.candidates) candidate = redaction(candidate);
+  };
+  result.script.name = redaction(result.script.name);
+  if (result.against) result.against->name = redaction(result.against->name);
+  for (PacRow& row : result.rows) {
+    row.url = redaction(row.url);
+    redactAnswer(row.now);
+    if (row.before) redactAnswer(*row.before);
+  }
+}
+
 std::wstring pacTable(const PacResult& result, bool wanted) {
   std::vector<Line> lines;
   lines.push_back(result.against ? Line{L"", L"URL", L"OLD", L"NEW"} : Line{L"URL", L"Windows returns", L"kiv tests"});
@@ -138,10 +156,11 @@ std::wstring pacRemarks(const PacResult& result) {
   return text;
 }
 
-std::string pacDocument(const PacResult& result) {
+std::string pacDocument(const PacResult& result, bool redacted) {
   Json rows = Json::array();
   for (const PacRow& row : result.rows) rows.push_back(rowOf(row));
   Json json = {{"program", "kiv-resolve"}, {"version", KIV_VERSION}, {"task", "pac"}};
+  if (redacted) json["redacted"] = true;
   if (result.against) json["old"] = scriptOf(*result.against);
   json["new"] = scriptOf(result.script);
   json["results"] = rows;

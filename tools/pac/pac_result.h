@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "common/redaction.h"
 #include "pac/evaluation.h"
 #include "pac/script.h"
 
@@ -29,12 +30,18 @@ struct PacResult {
   std::size_t count(PacVerdict verdict) const;
 };
 
+std::wstring_view textOf(PacVerdict verdict);       // "differs"
+std::wstring answerText(const PacAnswer& answer);   // as WinHTTP returns it
+std::wstring readingText(const PacAnswer& answer);  // as kiv reads it
+
+void redact(PacResult& result, Redaction& redaction);
+
 // A line for each URL, below headings. With two scripts, only where they differ or fail, unless all are `wanted`; empty
 // if there is no such line.
 std::wstring pacTable(const PacResult& result, bool wanted);
 // What is to be known beside the table: how many URLs differ, what DIRECT means to kiv, why a script fails.
 std::wstring pacRemarks(const PacResult& result);
 // The document that docs/kiv-resolve.schema.json describes as pacDocument.
-std::string pacDocument(const PacResult& result);
+std::string pacDocument(const PacResult& result, bool redacted);
 
 }  // namespace kiv::tool

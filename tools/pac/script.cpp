@@ -112,11 +112,12 @@ std::string mustBeScript(std::wstring_view name) {
   return problem;
 }
 
-PacScript readScript(std::wstring_view name) {
-  PacScript script{.name = presentable(name), .text = {}, .problem = {}};
-  const std::wstring given(name);
-  script.problem = isUrl(name) ? fetch(given, script.text) : readFile(given, script.text);
-  return script;
+PacScript readScript(std::wstring_view name, const TimeLimits& limits) {
+  const PacScript tooLate{.name = presentable(name), .text = {}, .problem = errorText(ERROR_WINHTTP_TIMEOUT)};
+  return limits.within(tooLate, [script = PacScript{.name = tooLate.name}, given = std::wstring(name)]() mutable {
+    script.problem = isUrl(given) ? fetch(given, script.text) : readFile(given, script.text);
+    return script;
+  });
 }
 
 }  // namespace kiv::tool

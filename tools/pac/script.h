@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "common/time_limits.h"
+
 namespace kiv::tool {
 
 struct PacScript {
@@ -16,6 +18,6 @@ struct PacScript {
 std::string mustBeScript(std::wstring_view name);
 
 // Fetches directly, as Windows fetches scripts, and without credentials. Scripts above one MiB are refused.
-PacScript readScript(std::wstring_view name);
+PacScript readScript(std::wstring_view name, const TimeLimits& limits);
 
 }  // namespace kiv::tool

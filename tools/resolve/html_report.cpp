@@ -7,36 +7,20 @@
 #include "common/console.h"
 #include "common/markup.h"
 #include "resolve/advice.h"
-#include "resolve/probe_words.h"
+#include "resolve/report_page.h"
 #include "resolve/report_sheets.h"
-#include "resolve/report_style.h"
 #include "resolve/route_picture.h"
 #include "resolve/wording.h"
 
 namespace kiv::tool {
 namespace {
 
-// If text escaped the escaping, a browser would neither run nor load it.
-constexpr const wchar_t* kPolicy =
-    L"default-src 'none'; style-src 'unsafe-inline'; base-uri 'none'; form-action 'none'";
-
 // Classes of the style, in the order of the kinds of outcomes.
 constexpr std::array<const wchar_t*, 6> kOutcomeClasses = {L"good", L"good", L"bad", L"off", L"bad", L"bad"};
-
-constexpr std::array<const wchar_t*, 6> kPhaseClasses = {L"name-phase", L"connection-phase", L"tunnel-phase",
-                                                         L"tls-phase",  L"sending-phase",    L"first-byte-phase"};
 
 constexpr std::array<const wchar_t*, 4> kLevelTexts = {L"Errors", L"Warnings", L"Info", L"Debug"};
 
 const wchar_t* classOf(const Outcome& outcome) { return kOutcomeClasses[static_cast<std::size_t>(outcome.kind)]; }
-
-Markup classed(std::string_view name, const std::wstring& kind, const Markup& content) {
-  return element(name, {{"class", kind}}, content);
-}
-
-Markup section(const wchar_t* kind, const wchar_t* heading, const Markup& content) {
-  return classed("section", kind, element("h2", heading) + content);
-}
 
 // Text with code between backticks.
 Markup withCode(std::wstring_view text) {
@@ -154,66 +138,17 @@ Markup candidatesSection(const Resolution& resolution) {
   return section(L"candidates", L"Candidates in test order", scale + classed("ol", L"rows", rows));
 }
 
-Markup fact(const wchar_t* name, const std::wstring& value) {
-  const bool none = value.empty();
-  return element("dt", name) + classed("dd", none ? L"none" : L"value", none ? std::wstring(L"none") : value);
-}
-
 Markup settingsSection(const Resolution& resolution) {
   const UserSettings& user = resolution.settings;
   const std::wstring source = resolution.bypass.given ? L" (from --bypass)" : L"";
-  return section(L"settings",
-                 user.found ? L"The user's proxy settings" : L"The user's proxy settings (none are stored)",
-                 element("dl", fact(L"Automatic detection (WPAD)", user.automaticDetection ? L"on" : L"off") +
-                                   fact(L"PAC script", user.scriptUrl) + fact(L"Manual proxy list", user.manualList) +
-                                   fact(L"Bypass list", user.bypassList) +
-                                   fact(L"Bypass list used", resolution.bypass.list + source) +
-                                   fact(L"Discovery", (resolution.discoveryFailed ? L"failed after " : L"took ") +
-                                                          durationText(resolution.discoveryDuration))));
-}
-
-// The time line of a probe's phases.
-Markup phasesBar(const std::vector<Phase>& phases) {
-  if (phases.empty()) return {};
-  constexpr long long kWidth = 1000;
-  constexpr long long kLeast = 4;  // so that a phase without duration can be seen
-  const long long length = std::max<long long>((phases.back().began + phases.back().duration).count(), 1);
-  Markup parts;
-  for (const Phase& phase : phases) {
-    const long long width = std::max(kLeast, kWidth * phase.duration.count() / length);
-    const long long x = std::min(kWidth * phase.began.count() / length, kWidth - width);
-    parts += element("rect",
-                     {{"class", phase.completed ? kPhaseClasses[static_cast<std::size_t>(phase.kind)] : L"failure"},
-                      {"x", std::to_wstring(x)},
-                      {"width", std::to_wstring(width)},
-                      {"height", L"10"}},
-                     element("title", wordsOf(kPhaseWords, phase.kind).text));
-  }
-  return element("svg", {{"class", L"bar"}, {"viewBox", L"0 0 1000 10"}, {"preserveAspectRatio", L"none"}}, parts);
-}
-
-Markup groupOf(const FactGroup& group) {
-  Markup facts;
-  for (const Fact& each : group.facts) facts += fact(each.name.c_str(), each.value);
-  return (group.title.empty() ? Markup() : element("h3", group.title)) + phasesBar(group.phases) + element("dl", facts);
-}
-
-Markup legend() {
-  Markup items;
-  for (std::size_t i = 0; i < kPhaseClasses.size(); ++i) {
-    items += classed("li", kPhaseClasses[i], kPhaseWords[i].text);
-  }
-  return classed("ol", L"legend", items + classed("li", L"failure", L"failed"));
-}
-
-Markup sheetSection(const Sheet& sheet) {
-  if (sheet.isEmpty()) return {};
-  Markup content = sheet.note.empty() ? Markup() : classed("p", L"note", sheet.note);
-  const bool hasTimeLine =
-      std::ranges::any_of(sheet.groups, [](const FactGroup& group) { return !group.phases.empty(); });
-  if (hasTimeLine) content += legend();
-  for (const FactGroup& group : sheet.groups) content += groupOf(group);
-  return section(sheet.kind, sheet.heading, content);
+  return section(
+      L"settings", user.found ? L"The user's proxy settings" : L"The user's proxy settings (none are stored)",
+      element("dl", factMarkup(L"Automatic detection (WPAD)", user.automaticDetection ? L"on" : L"off") +
+                        factMarkup(L"PAC script", user.scriptUrl) + factMarkup(L"Manual proxy list", user.manualList) +
+                        factMarkup(L"Bypass list", user.bypassList) +
+                        factMarkup(L"Bypass list used", resolution.bypass.list + source) +
+                        factMarkup(L"Discovery", (resolution.discoveryFailed ? L"failed after " : L"took ") +
+                                                     durationText(resolution.discoveryDuration))));
 }
 
 Markup filterOf(const std::wstring& group, LogLevel level) {
@@ -244,19 +179,16 @@ Markup logSection(const Resolution& resolution, const std::wstring& group) {
 
 std::wstring idOfArticle(std::size_t number) { return L"url-" + std::to_wstring(number); }
 
-Markup probeSections(const Resolution& resolution) {
-  Markup sections;
-  for (const Sheet& sheet : probeSheets(resolution)) sections += sheetSection(sheet);
-  return sections;
-}
-
-Markup article(std::size_t number, const Resolution& resolution, const ThisRun& run) {
+// `sources` is empty if they are told elsewhere.
+Markup article(std::size_t number, const Resolution& resolution, const ThisRun& run,
+               const std::vector<Sheet>& sources) {
   const std::wstring id = idOfArticle(number);
   return element("article", {{"id", id}},
                  outcomeSection(resolution) + sheetSection(whoSheet(resolution, run)) +
-                     section(L"taken", L"Route", routePicture(resolution)) + settingsSection(resolution) +
-                     sheetSection(bypassSheet(resolution)) + sheetSection(discoverySheet(resolution)) +
-                     candidatesSection(resolution) + probeSections(resolution) + logSection(resolution, id + L"-"));
+                     section(L"taken", L"Route", routePicture(resolution)) + sheetSections(sources) +
+                     settingsSection(resolution) + sheetSection(bypassSheet(resolution)) +
+                     sheetSection(discoverySheet(resolution)) + candidatesSection(resolution) +
+                     sheetSections(probeSheets(resolution)) + logSection(resolution, id + L"-"));
 }
 
 Markup overview(const std::vector<Resolution>& resolutions) {
@@ -278,25 +210,18 @@ std::wstring titleOf(const std::vector<Resolution>& resolutions) {
   return std::wstring(outcomeText(resolutions[0].outcome.kind)) + L": " + resolutions[0].url + L" - kiv-resolve";
 }
 
-Markup headOf(const std::vector<Resolution>& resolutions) {
-  return element(
-      "head", emptyElement("meta", {{"charset", L"utf-8"}}) +
-                  emptyElement("meta", {{"http-equiv", L"Content-Security-Policy"}, {"content", kPolicy}}) +
-                  emptyElement("meta", {{"name", L"viewport"}, {"content", L"width=device-width, initial-scale=1"}}) +
-                  emptyElement("meta", {{"name", L"color-scheme"}, {"content", L"light dark"}}) +
-                  element("title", titleOf(resolutions)) + styleElement(kReportStyle));
-}
-
 }  // namespace
 
-std::string htmlReport(const std::vector<Resolution>& resolutions, Redaction* redaction) {
+std::string htmlReport(const std::vector<Resolution>& resolutions, const std::vector<Sheet>& sources,
+                       Redaction* redaction) {
   const ThisRun run = shownRun(redaction);
+  const bool single = resolutions.size() == 1;
   Markup articles;
-  for (std::size_t i = 0; i < resolutions.size(); ++i) articles += article(i, resolutions[i], run);
+  for (std::size_t i = 0; i < resolutions.size(); ++i)
+    articles += article(i, resolutions[i], run, single ? sources : std::vector<Sheet>());
+  if (!single) articles += sheetSections(sources);
   articles += sheetSection(versionsSheet(run)) + sheetSection(removedSheet(redaction));
-  const Markup foot = element("footer", L"kiv-resolve " + toWide(KIV_VERSION));
-  const Markup body = element("body", element("main", overview(resolutions) + articles) + foot);
-  return "<!DOCTYPE html>\n" + element("html", {{"lang", L"en"}}, headOf(resolutions) + body).html() + "\n";
+  return pageOf(titleOf(resolutions), overview(resolutions) + articles);
 }
 
 }  // namespace kiv::tool

@@ -5,11 +5,12 @@
 #include <vector>
 
 #include "common/redaction.h"
-#include "resolve/resolution.h"
+#include "resolve/report_sheets.h"
 
 namespace kiv::tool {
 
 // `redaction` is null if names are shown.
-std::string htmlReport(const std::vector<Resolution>& resolutions, Redaction* redaction);
+std::string htmlReport(const std::vector<Resolution>& resolutions, const std::vector<Sheet>& sources,
+                       Redaction* redaction);
 
 }  // namespace kiv::tool

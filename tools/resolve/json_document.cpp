@@ -83,16 +83,19 @@ std::string dumped(const Json& json, int indent) {
 
 }  // namespace
 
-Json documentOf(std::string_view task, const std::vector<Resolution>& resolutions) {
+Json documentOf(std::string_view task, bool redacted, const std::vector<Resolution>& resolutions) {
   Json results = Json::array();
   for (const Resolution& resolution : resolutions) results.push_back(resultOf(resolution));
-  return {{"program", "kiv-resolve"}, {"version", KIV_VERSION}, {"task", task}, {"results", results}};
+  Json document = {{"program", "kiv-resolve"}, {"version", KIV_VERSION}, {"task", task}};
+  if (redacted) document["redacted"] = true;
+  document["results"] = std::move(results);
+  return document;
 }
 
 std::string textOf(const Json& document) { return dumped(document, 2); }
 
-std::string jsonDocument(Task task, const std::vector<Resolution>& resolutions) {
-  return textOf(documentOf(kTaskIds[static_cast<std::size_t>(task)], resolutions));
+std::string jsonDocument(Task task, bool redacted, const std::vector<Resolution>& resolutions) {
+  return textOf(documentOf(kTaskIds[static_cast<std::size_t>(task)], redacted, resolutions));
 }
 
 std::string traceLine(const Resolution& resolution, const Record& record) {

@@ -12,10 +12,10 @@
 namespace kiv::tool {
 
 // A document of a command, to which it may add members of its own, and its text.
-nlohmann::ordered_json documentOf(std::string_view task, const std::vector<Resolution>& resolutions);
+nlohmann::ordered_json documentOf(std::string_view task, bool redacted, const std::vector<Resolution>& resolutions);
 std::string textOf(const nlohmann::ordered_json& document);
 
-std::string jsonDocument(Task task, const std::vector<Resolution>& resolutions);
+std::string jsonDocument(Task task, bool redacted, const std::vector<Resolution>& resolutions);
 
 // A log record as one line: its time, level, URL and message.
 std::string traceLine(const Resolution& resolution, const Record& record);

@@ -6,8 +6,11 @@
 
 namespace kiv::tool {
 
-std::string reportFor(std::wstring_view file, const std::vector<Resolution>& resolutions, Redaction* redaction) {
-  return file.ends_with(L".txt") ? textReport(resolutions, redaction) : htmlReport(resolutions, redaction);
+bool isTextReport(std::wstring_view file) { return file.ends_with(L".txt"); }
+
+std::string reportFor(std::wstring_view file, const std::vector<Resolution>& resolutions,
+                      const std::vector<Sheet>& sources, Redaction* redaction) {
+  return isTextReport(file) ? textReport(resolutions, sources, redaction) : htmlReport(resolutions, sources, redaction);
 }
 
 }  // namespace kiv::tool

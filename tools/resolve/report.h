@@ -6,11 +6,15 @@
 #include <vector>
 
 #include "common/redaction.h"
-#include "resolve/resolution.h"
+#include "resolve/report_sheets.h"
 
 namespace kiv::tool {
 
-// Plain text for FILE.txt, else HTML. `redaction` is null if names are shown.
-std::string reportFor(std::wstring_view file, const std::vector<Resolution>& resolutions, Redaction* redaction);
+// Whether a file of that name gets plain text instead of HTML.
+bool isTextReport(std::wstring_view file);
+
+// `sources` says what the settings of this machine are. `redaction` is null if names are shown.
+std::string reportFor(std::wstring_view file, const std::vector<Resolution>& resolutions,
+                      const std::vector<Sheet>& sources, Redaction* redaction);
 
 }  // namespace kiv::tool

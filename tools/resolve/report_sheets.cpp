@@ -169,14 +169,20 @@ ThisRun shownRun(Redaction* redaction) {
   return run;
 }
 
-Sheet whoSheet(const Resolution& resolution, const ThisRun& run) {
+Sheet whoSheet(const ThisRun& run, WallTime when) {
   return {L"who",
           L"Who, where and when",
           {{L"",
             {{L"User", run.account + (run.elevated.value_or(false) ? L" (elevated)" : L"")},
+             {L"Session", run.session ? std::to_wstring(*run.session) : L""},
              {L"Computer", run.computer},
-             {L"Began", timeText(resolution.began)},
-             {L"Took", durationText(resolution.duration)}}}}};
+             {L"Time", timeText(when)}}}}};
+}
+
+Sheet whoSheet(const Resolution& resolution, const ThisRun& run) {
+  Sheet sheet = whoSheet(run, resolution.began);
+  sheet.groups.front().facts.push_back({L"Took", durationText(resolution.duration)});
+  return sheet;
 }
 
 Sheet bypassSheet(const Resolution& resolution) {
@@ -193,7 +199,8 @@ Sheet discoverySheet(const Resolution& resolution) {
   Sheet sheet{L"discovery",
               L"Discovery",
               {{L"",
-                {{L"Finding candidates", (resolution.discoveryFailed ? L"failed after " : L"took ") +
+                {{L"Automatic detection (WPAD)", resolution.settings.automaticDetection ? L"on" : L"off"},
+                 {L"Finding candidates", (resolution.discoveryFailed ? L"failed after " : L"took ") +
                                              durationText(resolution.discoveryDuration)}}}}};
   if (!resolution.probe) return sheet;
   if (resolution.probe->script) {

@@ -33,6 +33,8 @@ struct Sheet {
 // `redaction` is null if names are shown.
 ThisRun shownRun(Redaction* redaction);
 
+// With a run as shownRun returns it.
+Sheet whoSheet(const ThisRun& run, WallTime when);
 Sheet whoSheet(const Resolution& resolution, const ThisRun& run);
 Sheet bypassSheet(const Resolution& resolution);
 Sheet discoverySheet(const Resolution& resolution);

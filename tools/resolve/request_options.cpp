@@ -1,9 +1,12 @@
 // The options of every command that resolves: which URLs, with which candidates, credentials and requests.
 #include "resolve/request_options.h"
 
+#include <algorithm>
 #include <charconv>
+#include <variant>
 
 #include "common/console.h"
+#include "common/exits.h"
 #include "common/this_run.h"
 #include "resolve/credential_sources.h"
 
@@ -60,6 +63,8 @@ constexpr ValueOption<WrittenRequest> kValues[] = {
 constexpr Flag<WrittenRequest> kFlags[] = {
     {"--ignore-cert-errors", &WrittenRequest::ignoreCertErrors, "Accept any certificate of the server"},
     {"--prompt", &WrittenRequest::prompt, "Ask for missing credentials in a dialog"},
+};
+constexpr Flag<WrittenRequest> kRedaction[] = {
     {"--redact", &WrittenRequest::redact, "Show host-1, user-1, address-1 instead of names; no queries and cookies"},
 };
 
@@ -77,6 +82,12 @@ std::string readCredential(const std::string& option, Value written, Value place
 
 }  // namespace
 
+std::chrono::milliseconds timeLeft(const RequestOptions& options, std::chrono::milliseconds spent,
+                                   std::chrono::milliseconds most) {
+  const auto limit = std::min(most, options.attemptTime.value_or(most));
+  return options.maxTime ? std::clamp(*options.maxTime - spent, std::chrono::milliseconds::zero(), limit) : limit;
+}
+
 std::string mustBeUrl(std::wstring_view text) { return problemOfUrl(text); }
 
 std::string mustBeUrlOrInput(std::wstring_view text) { return text == kFromInput ? std::string() : mustBeUrl(text); }
@@ -90,7 +101,9 @@ void addRequestOptions(CommandLine& commandLine, WrittenRequest& written) {
   commandLine.add(kFlags, written);
 }
 
-std::variant<RequestOptions, std::string> readRequestOptions(const WrittenRequest& written) {
+void addRedaction(CommandLine& commandLine, WrittenRequest& written) { commandLine.add(kRedaction, written); }
+
+std::optional<RequestOptions> readRequestOptions(const CommandLine& commandLine, const WrittenRequest& written) {
   RequestOptions options{
       .userAgent = std::wstring(written.userAgent.value_or(L"kiv-resolve/" KIV_VERSION)),
       .bypass = written.bypass ? std::optional<std::wstring>(*written.bypass) : std::nullopt,
@@ -109,15 +122,23 @@ std::variant<RequestOptions, std::string> readRequestOptions(const WrittenReques
   if (problem.empty()) {
     problem = readCredential("--server-cred", written.serverCred, written.serverCredFrom, options.serverCred);
   }
-  if (!problem.empty()) return problem;
-  return options;
+  if (problem.empty()) return options;
+  leave(commandLine.badUsage(problem));
+  return std::nullopt;
 }
 
-std::variant<std::vector<Target>, std::string> readTargets(std::wstring_view url) {
-  if (url == kFromInput) return readTargetList(viewOf(readInput()));
-  std::vector<Target> targets;
-  targets.push_back(readTarget(url));
-  return targets;
+std::optional<std::vector<Target>> readTargets(const CommandLine& commandLine, std::wstring_view url) {
+  if (url != kFromInput) {
+    std::vector<Target> targets;
+    targets.push_back(readTarget(url));
+    return targets;
+  }
+  auto targets = readTargetList(viewOf(readInput()));
+  if (const auto* const problem = std::get_if<std::string>(&targets)) {
+    leave(commandLine.badUsage(*problem));
+    return std::nullopt;
+  }
+  return std::get<std::vector<Target>>(std::move(targets));
 }
 
 }  // namespace kiv::tool

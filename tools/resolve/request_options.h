@@ -5,7 +5,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <variant>
 #include <vector>
 
 #include "common/command_line.h"
@@ -48,6 +47,11 @@ struct RequestOptions {
   std::shared_ptr<Redaction> redaction;                  // null if texts are shown with names
 };
 
+// How long a question may take that follows the resolution of a URL: `most`, --attempt-time, or what the time that was
+// `spent` leaves of --max-time. Zero if nothing is left.
+std::chrono::milliseconds timeLeft(const RequestOptions& options, std::chrono::milliseconds spent,
+                                   std::chrono::milliseconds most);
+
 std::string mustBeUrl(std::wstring_view text);
 // Also "-", which stands for the URLs in standard input.
 std::string mustBeUrlOrInput(std::wstring_view text);
@@ -55,13 +59,15 @@ std::string mustBeSeconds(std::wstring_view text);
 
 constexpr std::wstring_view kFromInput = L"-";
 
+// All but --redact, which does not suit every command that resolves.
 void addRequestOptions(CommandLine& commandLine, WrittenRequest& written);
+void addRedaction(CommandLine& commandLine, WrittenRequest& written);
 
-// Or what is wrong with options together, or with what they name. Asks at the console for passwords that are to be
-// typed.
-std::variant<RequestOptions, std::string> readRequestOptions(const WrittenRequest& written);
+// Nothing, after a complaint, if something is wrong with options together, or with what they name. Asks at the console
+// for passwords that are to be typed.
+std::optional<RequestOptions> readRequestOptions(const CommandLine& commandLine, const WrittenRequest& written);
 
-// The URL, or those in standard input; or what is wrong with these.
-std::variant<std::vector<Target>, std::string> readTargets(std::wstring_view url);
+// The URL, or those in standard input. Nothing, after a complaint, if something is wrong with these.
+std::optional<std::vector<Target>> readTargets(const CommandLine& commandLine, std::wstring_view url);
 
 }  // namespace kiv::tool

@@ -13,13 +13,10 @@
 namespace kiv::tool {
 namespace {
 
-// For all that is done with one route, and with the PAC script.
-constexpr milliseconds kProbeLimit{15000};
-
 class ResolutionProbe {
  public:
-  ResolutionProbe(const RequestOptions& options, const Target& target, Display& display)
-      : options_(options), target_(target), display_(display) {}
+  ResolutionProbe(const RequestOptions& options, const Target& target, milliseconds spent, Display& display)
+      : options_(options), target_(target), display_(display), spent_(spent), began_(Clock::now()) {}
 
   // The winner has the credentials that worked. A direct connection that needed no test is probed too: it is the route.
   ProbeFindings findingsOn(const Resolution& resolution) {
@@ -40,11 +37,22 @@ class ResolutionProbe {
   }
 
  private:
+  using Clock = std::chrono::steady_clock;
+
+  // For all that is done with one route, or with the PAC script.
+  milliseconds limit() const {
+    constexpr milliseconds kMost{15'000};
+    return timeLeft(options_, spent_ + std::chrono::duration_cast<milliseconds>(Clock::now() - began_), kMost);
+  }
+
   std::wstring shown(std::wstring_view text) const {
     return options_.redaction ? (*options_.redaction)(presentable(text)) : presentable(text);
   }
 
   RouteFindings findingsOn(const ProxyConfig& route, bool answersChallenges) {
+    const milliseconds left = limit();
+    if (left == milliseconds::zero())
+      return {.route = presentable(route.display_string()), .notProbed = L"the time is up (--max-time)"};
     display_.probeBegins(L"Probing " + shown(route.display_string()));
     RouteFindings findings =
         probeRoute({.url = target_.url,
@@ -55,18 +63,20 @@ class ResolutionProbe {
                     .serverCred = options_.serverCred.is_none() ? target_.cred : options_.serverCred,
                     .answersChallenges = answersChallenges,
                     .ignoreCertErrors = options_.ignoreCertErrors,
-                    .limit = kProbeLimit});
+                    .limit = left});
     display_.underwayEnds();
     return findings;
   }
 
   std::optional<ScriptFindings> findingsOnScript() {
+    const milliseconds left = limit();
+    if (left == milliseconds::zero()) return std::nullopt;
     display_.probeBegins(L"Fetching the PAC script");
     const UserSettings settings = readUserSettings();
     auto findings = probeScript({.detect = settings.automaticDetection,
                                  .scriptUrl = settings.scriptUrl,
                                  .userAgent = options_.userAgent,
-                                 .limit = kProbeLimit});
+                                 .limit = left});
     display_.underwayEnds();
     return findings;
   }
@@ -74,6 +84,8 @@ class ResolutionProbe {
   const RequestOptions& options_;
   const Target& target_;
   Display& display_;
+  const milliseconds spent_;  // by the resolution
+  const Clock::time_point began_;
 };
 
 void redact(std::vector<std::wstring>& texts, Redaction& redaction) {
@@ -105,7 +117,7 @@ void redact(RouteFindings& route, Redaction& redaction) {
 
 ProbeFindings probed(const RequestOptions& options, const Target& target, const Resolution& resolution,
                      Display& display) {
-  ProbeFindings findings = ResolutionProbe(options, target, display).findingsOn(resolution);
+  ProbeFindings findings = ResolutionProbe(options, target, resolution.duration, display).findingsOn(resolution);
   if (!options.redaction) return findings;
   for (RouteFindings& route : findings.routes) redact(route, *options.redaction);
   if (findings.script) findings.script->url = (*options.redaction)(findings.script->url);

@@ -2,13 +2,12 @@
 #include "resolve/resolution_run.h"
 
 #include <chrono>
-#include <future>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 
 #include "common/presentable.h"
+#include "common/time_limits.h"
 #include "resolve/bypass_entry.h"
 #include "resolve/json_document.h"
 #include "resolve/log_facts.h"
@@ -290,16 +289,10 @@ Resolution resolve(const RequestOptions& options, Task task, const Target& targe
   const auto run = std::make_shared<ResolutionRun>(options, task, target, display, trace);
   run->begin();
   const kiv::Request request = ResolutionRun::requestOf(run);
-  if (!options.maxTime) {
+  const bool ended = TimeLimits(options.maxTime, {}).within(false, [run, request] {
     run->run(request);
-    return run->end(false);
-  }
-  // Nothing can end the library's discovery or a request, so when the time is up they go on unheard, on their thread.
-  std::packaged_task<void()> work([run, request] { run->run(request); });
-  std::future<void> done = work.get_future();
-  std::thread(std::move(work)).detach();
-  const bool ended = done.wait_for(*options.maxTime) == std::future_status::ready;
-  if (ended) done.get();
+    return true;
+  });
   return run->end(!ended);
 }
 

@@ -75,24 +75,33 @@ std::wstring logText(const Resolution& resolution) {
   return headed(L"Log", body);
 }
 
-std::wstring reportOn(const Resolution& resolution, const ThisRun& run, const Redaction* redaction) {
+std::wstring sheetsText(const std::vector<Sheet>& sheets) {
+  std::wstring text;
+  for (const Sheet& sheet : sheets) text += sheet.isEmpty() ? L"" : sheetText(sheet);
+  return text;
+}
+
+// `sources` is empty if they are told elsewhere.
+std::wstring reportOn(const Resolution& resolution, const ThisRun& run, const std::vector<Sheet>& sources) {
   const std::wstring route = resolution.outcome.text.empty() ? L"" : resolution.outcome.text + L" ";
-  std::wstring text = std::wstring(outcomeText(resolution.outcome.kind)) + L": " + route + L"to " + resolution.url +
-                      L"\n" + wrapped(L"", reasonText(resolution)) + adviceText(resolution) +
-                      sheetText(whoSheet(resolution, run)) + L"\n" + settingsText(resolution) +
-                      sheetText(bypassSheet(resolution)) + sheetText(discoverySheet(resolution)) +
-                      headed(L"Candidates in test order", summaryText(resolution, false));
-  for (const Sheet& sheet : probeSheets(resolution)) text += sheetText(sheet);
-  return text + logText(resolution) + sheetText(versionsSheet(run)) + sheetText(removedSheet(redaction));
+  return std::wstring(outcomeText(resolution.outcome.kind)) + L": " + route + L"to " + resolution.url + L"\n" +
+         wrapped(L"", reasonText(resolution)) + adviceText(resolution) + sheetText(whoSheet(resolution, run)) +
+         sheetsText(sources) + L"\n" + settingsText(resolution) + sheetText(bypassSheet(resolution)) +
+         sheetText(discoverySheet(resolution)) + headed(L"Candidates in test order", summaryText(resolution, false)) +
+         sheetsText(probeSheets(resolution)) + logText(resolution);
 }
 
 }  // namespace
 
-std::string textReport(const std::vector<Resolution>& resolutions, Redaction* redaction) {
+std::string textReport(const std::vector<Resolution>& resolutions, const std::vector<Sheet>& sources,
+                       Redaction* redaction) {
   const ThisRun run = shownRun(redaction);
+  const bool single = resolutions.size() == 1;
   std::wstring text = L"kiv-resolve report\n";
-  for (const Resolution& resolution : resolutions) text += L"\n" + reportOn(resolution, run, redaction);
-  return toUtf8(text);
+  for (const Resolution& resolution : resolutions)
+    text += L"\n" + reportOn(resolution, run, single ? sources : std::vector<Sheet>());
+  if (!single) text += sheetsText(sources);
+  return toUtf8(text + sheetText(versionsSheet(run)) + sheetText(removedSheet(redaction)));
 }
 
 std::wstring probeText(const Resolution& resolution) {

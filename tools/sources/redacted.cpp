@@ -31,12 +31,6 @@ void redact(ListInPlaces& list, Redaction& redaction) {
   }
 }
 
-void redact(Resolution& resolution, Redaction& redaction) {
-  redact(resolution.url, redaction);
-  redact(resolution.bypass.list, redaction);
-  for (Candidate& candidate : resolution.candidates) redact(candidate.text, redaction);
-}
-
 // The name of a VPN connection is the user's own text. Its place gets a number instead, everywhere.
 void numberConnections(Sources& sources) {
   int count = 0;
@@ -65,9 +59,10 @@ Sources redacted(Sources sources, Redaction& redaction) {
   for (Place& call : sources.calls) redact(call, redaction);
   for (ScriptAnswer& script : sources.scripts) redact(script.url, redaction);
   for (ListInPlaces& list : sources.lists) redact(list, redaction);
-  if (sources.resolution) redact(*sources.resolution, redaction);
   if (sources.clock) redact(sources.clock->proxy, redaction);
-  for (SourceWarning& warning : sources.warnings) redact(warning.problem, redaction);
+  for (auto* const warnings : {&sources.warnings, &sources.notes}) {
+    for (SourceWarning& warning : *warnings) redact(warning.problem, redaction);
+  }
   return sources;
 }
 

@@ -6,6 +6,7 @@
 
 namespace kiv::tool {
 
+// The resolution is as its options said.
 Sources redacted(Sources sources, Redaction& redaction);
 
 }  // namespace kiv::tool

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <chrono>
 
-#include "resolve/resolution_run.h"
+#include "common/presentable.h"
 #include "sources/calls.h"
 #include "sources/limited_network.h"
 #include "sources/places.h"
@@ -39,25 +39,21 @@ std::int64_t now() {
 
 // Asks HTTP proxies as if they were web servers: they answer for themselves then, and nothing is sent to the URL. The
 // first that tells the time counts.
-std::optional<ProxyClock> readClock(const Resolution& resolution, const Network& network) {
+std::optional<ProxyClock> readClock(const std::vector<Candidate>& candidates, const Network& network) {
   constexpr int kMostProxies = 3;
   std::optional<ProxyClock> clock;
   int asked = 0;
-  for (const Candidate& candidate : resolution.candidates) {
-    const ListEntry proxy = readEntry(candidate.text);
-    if (proxy.proxyScheme != L"http" || proxy.host.empty() || proxy.port.empty() || proxy.port == L"0") continue;
+  for (const Candidate& candidate : candidates) {
+    const ProxyConfig& proxy = candidate.route;
+    const int port = proxy.port().value_or(0);
+    if (!proxy.is_http() || proxy.host().empty() || port <= 0) continue;
     if (asked++ == kMostProxies) break;
-    const auto port = static_cast<std::uint16_t>(std::stoul(std::wstring(proxy.port)));
-    const auto date = network.dateOf(std::wstring(proxy.host), port);
-    if (date) return ProxyClock{candidate.text, now() - *date};
-    if (!clock) clock = {candidate.text, std::nullopt};
+    const std::wstring name = presentable(proxy.display_string());
+    const auto date = network.dateOf(std::wstring(proxy.host()), static_cast<std::uint16_t>(port));
+    if (date) return ProxyClock{name, now() - *date};
+    if (!clock) clock = {name, std::nullopt};
   }
   return clock;
-}
-
-Resolution candidatesFor(const Target& target, const RequestOptions& options) {
-  Display nothing(Detail::Nothing);
-  return resolve(options, Task::ShowSettings, target, nothing, nullptr);
 }
 
 }  // namespace
@@ -96,8 +92,8 @@ std::vector<ScriptAnswer> scriptsNamedIn(const Sources& sources) {
   return scripts;
 }
 
-Sources readSources(const Target* target, const RequestOptions& options) {
-  const LimitedNetwork network(options.maxTime);
+Sources readSources(const std::vector<Candidate>& candidates, TimeLimits limits) {
+  const LimitedNetwork network(limits);
   Sources sources;
   sources.time = std::chrono::system_clock::now();
   sources.run = readThisRun();
@@ -106,11 +102,9 @@ Sources readSources(const Target* target, const RequestOptions& options) {
   sources.scripts = scriptsNamedIn(sources);
   for (ScriptAnswer& script : sources.scripts) script.fetched = network.fetch(script.url);
   sources.lists = listsReadDifferently(sources);
-  if (target) {
-    sources.resolution = candidatesFor(*target, options);
-    sources.clock = readClock(*sources.resolution, network);
-  }
+  sources.clock = readClock(candidates, network);
   sources.warnings = warningsAbout(sources);
+  sources.notes = notesAbout(sources);
   return sources;
 }
 

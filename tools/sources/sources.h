@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "common/this_run.h"
-#include "resolve/request_options.h"
+#include "common/time_limits.h"
 #include "resolve/resolution.h"
 #include "sources/list_reading.h"
 #include "sources/network.h"
@@ -51,13 +51,14 @@ struct Sources {
   std::vector<Place> calls{};
   std::vector<ScriptAnswer> scripts{};
   std::vector<ListInPlaces> lists{};
-  std::optional<Resolution> resolution{};  // for the URL, if there is one
+  std::optional<Resolution> resolution{};  // for the URL, if there is one; added by the command
   std::optional<ProxyClock> clock{};
   std::vector<SourceWarning> warnings{};
+  std::vector<SourceWarning> notes{};  // what is normal, and good to know
 };
 
-// `target` is null if there is no URL. Asking the network ends after `maxTime`, and so does the library's discovery.
-Sources readSources(const Target* target, const RequestOptions& options);
+// The clock of one of the candidates is compared. Does not resolve a URL.
+Sources readSources(const std::vector<Candidate>& candidates, TimeLimits limits);
 
 // From what is known of the places and calls.
 std::vector<ListInPlaces> listsReadDifferently(const Sources& sources);

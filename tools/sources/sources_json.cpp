@@ -112,20 +112,22 @@ Json warningOf(const SourceWarning& warning) {
 
 std::string_view idOf(PlaceState state) { return kStateIds[static_cast<std::size_t>(state)]; }
 
-std::string sourcesDocument(const Sources& sources) {
-  const Json json = {{"program", "kiv-resolve"},
-                     {"version", KIV_VERSION},
-                     {"task", "sources"},
-                     {"time", shown(timeText(sources.time))},
-                     {"machine", runOf(sources.run)},
-                     {"clock", sources.clock ? clockOf(*sources.clock) : Json(nullptr)},
-                     {"places", arrayOf(sources.places, placeOf)},
-                     {"scripts", arrayOf(sources.scripts, scriptOf)},
-                     {"applies", arrayOf(sources.calls, placeOf)},
-                     {"lists", arrayOf(sources.lists, listOf)},
-                     {"target", sources.resolution ? targetOf(*sources.resolution) : Json(nullptr)},
-                     {"programs", arrayOf(knownPrograms(), programOf)},
-                     {"warnings", arrayOf(sources.warnings, warningOf)}};
+std::string sourcesDocument(const Sources& sources, bool redacted) {
+  Json json = {{"program", "kiv-resolve"},
+               {"version", KIV_VERSION},
+               {"task", "sources"},
+               {"time", shown(timeText(sources.time))},
+               {"machine", runOf(sources.run)},
+               {"clock", sources.clock ? clockOf(*sources.clock) : Json(nullptr)},
+               {"places", arrayOf(sources.places, placeOf)},
+               {"scripts", arrayOf(sources.scripts, scriptOf)},
+               {"applies", arrayOf(sources.calls, placeOf)},
+               {"lists", arrayOf(sources.lists, listOf)},
+               {"target", sources.resolution ? targetOf(*sources.resolution) : Json(nullptr)},
+               {"programs", arrayOf(knownPrograms(), programOf)},
+               {"notes", arrayOf(sources.notes, warningOf)},
+               {"warnings", arrayOf(sources.warnings, warningOf)}};
+  if (redacted) json["redacted"] = true;
   return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 

@@ -8,7 +8,7 @@
 
 namespace kiv::tool {
 
-std::string sourcesDocument(const Sources& sources);
+std::string sourcesDocument(const Sources& sources, bool redacted);
 
 std::string_view idOf(PlaceState state);  // "nothing-there"
 

@@ -3,10 +3,12 @@
 
 #include <string>
 
+#include "common/redaction.h"
 #include "sources/sources.h"
 
 namespace kiv::tool {
 
-std::string sourcesPage(const Sources& sources);
+// `redaction` is null if names are shown.
+std::string sourcesPage(const Sources& sources, const Redaction* redaction);
 
 }  // namespace kiv::tool

@@ -31,21 +31,7 @@ std::wstring row(std::wstring_view indent, std::wstring_view name, std::wstring_
   return line + presentable(text) + L"\n";
 }
 
-std::wstring idsText(const std::vector<std::string>& ids) {
-  std::wstring all;
-  for (const std::string& id : ids) all += (all.empty() ? L"" : L", ") + toWide(id);
-  return all;
-}
-
 std::wstring orUnknown(const std::wstring& text) { return text.empty() ? L"unknown" : text; }
-
-std::wstring clockText(const ProxyClock& clock) {
-  if (!clock.secondsAhead) return L"unknown: " + clock.proxy + L" did not tell the time";
-  const std::int64_t ahead = *clock.secondsAhead;
-  // A Date header has whole seconds, and is older when it arrives.
-  if (std::abs(ahead) <= 2) return L"as on " + clock.proxy;
-  return std::to_wstring(std::abs(ahead)) + (ahead > 0 ? L" s ahead of " : L" s behind ") + clock.proxy;
-}
 
 std::wstring runText(const Sources& sources) {
   const ThisRun& run = sources.run;
@@ -80,14 +66,6 @@ std::wstring wrapped(std::wstring_view name, const std::vector<std::string>& ids
     line += toWide(id) + (&id == &ids.back() ? L"" : L", ");
   }
   return text + row(L"  ", text.empty() ? name : L"", line);
-}
-
-std::vector<std::string> idsOf(const std::vector<Place>& places, PlaceState state) {
-  std::vector<std::string> ids;
-  for (const Place& place : places) {
-    if (place.state == state) ids.push_back(place.id);
-  }
-  return ids;
 }
 
 std::wstring placesText(const std::vector<Place>& places) {
@@ -181,13 +159,13 @@ std::wstring programsText() {
   return text;
 }
 
-std::wstring warningsText(const std::vector<SourceWarning>& warnings) {
-  std::wstring text = warnings.empty() ? L"No warnings\n" : L"Warnings\n";
+std::wstring warningsText(const wchar_t* heading, const std::vector<SourceWarning>& warnings) {
+  std::wstring text;
   for (const SourceWarning& warning : warnings) {
     text += L"  " + toWide(warning.id) + L": " + presentable(warning.problem) + L"\n";
     text += std::wstring(L"    ").append(adviceFor(warning.id)) + L"\n";
   }
-  return text;
+  return text.empty() ? text : heading + text;
 }
 
 }  // namespace
@@ -198,6 +176,28 @@ std::wstring joined(const std::vector<std::wstring>& texts) {
   std::wstring all;
   for (const std::wstring& text : texts) all += (all.empty() ? L"" : L", ") + text;
   return all.empty() ? L"no proxy" : all;
+}
+
+std::vector<std::string> idsOf(const std::vector<Place>& places, PlaceState state) {
+  std::vector<std::string> ids;
+  for (const Place& place : places) {
+    if (place.state == state) ids.push_back(place.id);
+  }
+  return ids;
+}
+
+std::wstring idsText(const std::vector<std::string>& ids) {
+  std::wstring all;
+  for (const std::string& id : ids) all += (all.empty() ? L"" : L", ") + toWide(id);
+  return all;
+}
+
+std::wstring clockText(const ProxyClock& clock) {
+  if (!clock.secondsAhead) return L"unknown: " + clock.proxy + L" did not tell the time";
+  const std::int64_t ahead = *clock.secondsAhead;
+  // A Date header has whole seconds, and is older when it arrives.
+  if (std::abs(ahead) <= 2) return L"as on " + clock.proxy;
+  return std::to_wstring(std::abs(ahead)) + (ahead > 0 ? L" s ahead of " : L" s behind ") + clock.proxy;
 }
 
 std::wstring answerOf(const ScriptAnswer& script) {
@@ -220,7 +220,8 @@ std::wstring sourcesText(const Sources& sources) {
   std::wstring text = runText(sources) + placesText(sources.places) + scriptsText(sources.scripts) +
                       callsText(sources) + listsText(sources.lists);
   if (sources.resolution) text += targetText(*sources.resolution) + defaultProxyText(sources);
-  return text + programsText() + warningsText(sources.warnings);
+  text += programsText() + warningsText(L"Notes\n", sources.notes);
+  return text + (sources.warnings.empty() ? L"No warnings\n" : warningsText(L"Warnings\n", sources.warnings));
 }
 
 }  // namespace kiv::tool

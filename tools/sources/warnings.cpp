@@ -41,6 +41,9 @@ constexpr Advice kAdvice[] = {
     {"views-differ",
      L"Set the proxy with netsh winhttp in both folders, System32 and SysWOW64: 32-bit programs read the "
      L"32-bit view."},
+    {"one-view-only",
+     L"Nothing, unless the other programs need the proxy too: then run netsh winhttp of the other folder, "
+     L"System32 for 64-bit programs or SysWOW64 for 32-bit programs."},
     {"sources-differ",
      L"Decide which one is right, and change the other. The table of programs tells who reads which."},
     {"user-settings-ignored",
@@ -151,7 +154,7 @@ struct Pair {
 
 constexpr Pair kPairs[] = {
     {"forms-differ", "user-values", "user-connection", true},
-    {"views-differ", "winhttp-64", "winhttp-32", true},
+    {"views-differ", "winhttp-64", "winhttp-32", false},
     {"sources-differ", kUserCall, kMachineCall, false},
     {"sources-differ", kUserCall, "user-policy", false},
     {"sources-differ", kUserCall, "machine-policy", false},
@@ -199,10 +202,7 @@ void checkPairs(const Sources& sources, Warnings& warnings) {
   for (const Pair& pair : kPairs) {
     const Place* const left = find(sources, pair.left);
     const Place* const right = find(sources, pair.right);
-    const bool known = pair.alsoIfOneIsEmpty && std::string_view(pair.warning) == "views-differ"
-                           ? isFound(left) || isFound(right)
-                           : isFound(left) && isFound(right);
-    if (left && right && known && differ(left->naming, right->naming, pair.alsoIfOneIsEmpty))
+    if (isFound(left) && isFound(right) && differ(left->naming, right->naming, pair.alsoIfOneIsEmpty))
       warnings.push_back(contradiction(pair.warning, *left, *right));
   }
 }
@@ -298,6 +298,21 @@ std::vector<SourceWarning> warningsAbout(const Sources& sources) {
   checkSwitches(sources, warnings);
   checkClock(sources, warnings);
   return warnings;
+}
+
+// netsh writes the view of programs of its own kind, so a proxy that was set once stands in one view.
+std::vector<SourceWarning> notesAbout(const Sources& sources) {
+  const Place* const wide = find(sources, "winhttp-64");
+  const Place* const narrow = find(sources, "winhttp-32");
+  const auto isKnown = [](const Place* place) {
+    return place && (place->state == PlaceState::Found || place->state == PlaceState::NothingThere);
+  };
+  if (!isKnown(wide) || !isKnown(narrow) || wide->naming.namesProxy() == narrow->naming.namesProxy()) return {};
+  const bool forWide = wide->naming.namesProxy();
+  return {{"one-view-only",
+           std::wstring(L"WinHTTP's proxy for the machine, ") + summaryOf((forWide ? wide : narrow)->naming) +
+               L", is set for " + (forWide ? L"64" : L"32") + L"-bit programs only.",
+           {wide->id, narrow->id}}};
 }
 
 std::wstring_view adviceFor(std::string_view id) {

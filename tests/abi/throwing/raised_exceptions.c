@@ -1,6 +1,9 @@
 /* Raises from C what a C++ exception of Visual C++ looks like, as a language of another kind, or a `throw;`, may. */
+#include <windows.h>
+
 #include "exceptions.h"
-#include "no_sdk/windows.h"
+
+#define CPP_EXCEPTION 0xE06D7363
 
 static const struct kind {
   const char* name;

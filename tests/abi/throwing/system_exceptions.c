@@ -1,6 +1,7 @@
 /* Raises and catches exceptions that are not C++'s. Compiled by clang, since GCC has no __try. */
+#include <windows.h>
+
 #include "exceptions.h"
-#include "no_sdk/windows.h"
 
 enum { WRITE_VIOLATION = 1 };
 static const ULONG_PTR nowhere = 8;

@@ -7,7 +7,6 @@ from collections.abc import Callable, Iterable
 from pathlib import Path
 
 from harness import odd_servers
-from harness.inspector import Inspector
 from harness.odd_servers import DeadServer, OddServer, OddWeb
 from harness.processes import Processes
 from harness.servers import Lighttpd, Server, Squid, Tinyproxy
@@ -32,7 +31,7 @@ class Catalogue:
                             "stubborn_407", "huge_headers", "markup")},
             "odd": lambda: OddServer("odd", self.odd_web),
             "web": lambda: self.lighttpd,
-            "inspector": lambda: Inspector("inspector", folder / "inspector"),
+            "inspector": lambda: Squid("inspector", folder / "inspector", processes, inspected=self._trusted("web")),
             "dead": lambda: DeadServer("dead"),
             "dead2": lambda: DeadServer("dead2"),
         }
@@ -68,6 +67,10 @@ class Catalogue:
     def certificate(self, name: str) -> Path:
         """The certificate by which a server that has one is trusted."""
         return self._started[name].certificate
+
+    def _trusted(self, name: str) -> Path:
+        self.begin([name])
+        return self.certificate(name)
 
     def stop(self) -> None:
         for server in reversed(list(self._started.values())):

@@ -87,14 +87,15 @@ def free_port() -> int:
         return int(probe.getsockname()[1])
 
 
-def wait_until_listening(process: subprocess.Popen[bytes], port: int, patience: float = 20.0) -> bool:
+def wait_until_listening(process: subprocess.Popen[bytes], port: int, address: str = "127.0.0.1",
+                         patience: float = 20.0) -> bool:
     """Waits until `process` accepts connections on `port`; false if it ended instead."""
     deadline = time.monotonic() + patience
     while time.monotonic() < deadline:
         if process.poll() is not None:
             return False
         try:
-            socket.create_connection(("127.0.0.1", port), timeout=1).close()
+            socket.create_connection((address, port), timeout=1).close()
             return True
         except OSError:
             time.sleep(0.02)

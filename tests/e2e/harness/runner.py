@@ -18,7 +18,7 @@ from dataclasses import dataclass, replace
 from pathlib import Path
 
 from harness.catalogue import Catalogue
-from harness.inspector import der_of
+from harness.certificates import der_of
 from harness.processes import Interrupted, Processes
 from harness.scenario import Scenario, complaints, script_section, transcript
 from harness.servers import Server
@@ -181,34 +181,41 @@ def command_line(description: str | None) -> argparse.ArgumentParser:
 
 
 @contextlib.contextmanager
-def benches(count: int, binaries: Path, bridge: Path, work: Path) -> Iterator[list[Bench]]:
-    """Sets up benches below `work`, and takes them down however the run ends, by a signal too."""
-    require_localhost()
-    work = work.resolve()
+def supervised(work: Path) -> Iterator[tuple[Processes, contextlib.ExitStack]]:
+    """Processes for a run below `work`, the only one there, and steps that end it: however it ends, by a signal too."""
     work.mkdir(parents=True, exist_ok=True)
     ending_signals = (signal.SIGTERM, signal.SIGHUP, signal.SIGINT)
     former = {number: signal.signal(number, _end) for number in ending_signals}
     processes = Processes()
-    made: list[Bench] = []
+    # Each step is taken even if another one fails.
     with open(work / "lock", "w", encoding="ascii") as lock, contextlib.ExitStack() as cleaning:
         fcntl.flock(lock, fcntl.LOCK_EX)
+        cleaning.callback(lambda: [signal.signal(number, handler) for number, handler in former.items()])
+        cleaning.callback(processes.stop_all)
         try:
-            tool = stage_tool(binaries, bridge, work / "stage")
-            for number in range(count):
-                made.append(Bench(work / f"bench-{number}", tool, processes))
-                made[number].user.create(made[0].user.prefix if number else None)
-            for bench in made:
-                bench.user.start()
-            yield made
+            yield processes, cleaning
         finally:
             for number in ending_signals:
                 signal.signal(number, signal.SIG_IGN)
             processes.refuse_more()
-            # Each step is taken even if another one fails.
-            cleaning.callback(lambda: [signal.signal(number, handler) for number, handler in former.items()])
-            cleaning.callback(processes.stop_all)
-            for bench in made:
-                cleaning.callback(bench.stop)
+
+
+@contextlib.contextmanager
+def benches(count: int, binaries: Path, bridge: Path, work: Path) -> Iterator[list[Bench]]:
+    """Sets up benches below `work`, and takes them down however the run ends, by a signal too."""
+    require_localhost()
+    work = work.resolve()
+    with supervised(work) as (processes, cleaning):
+        tool = stage_tool(binaries, bridge, work / "stage")
+        made: list[Bench] = []
+        for number in range(count):
+            bench = Bench(work / f"bench-{number}", tool, processes)
+            cleaning.callback(bench.stop)
+            bench.user.create(made[0].user.prefix if number else None)
+            made.append(bench)
+        for bench in made:
+            bench.user.start()
+        yield made
 
 
 def run_all(scenarios: Sequence[Scenario], ready: Sequence[Bench], accept: bool) -> int:

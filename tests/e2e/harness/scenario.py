@@ -123,7 +123,7 @@ def with_names(text: str, ports: Mapping[str, int]) -> str:
     text = re.sub(r"\b\d{3,} bytes\b", "* bytes", text)
     text = re.sub(r'("bytes": ?)\d+', r"\1*", text)
     # Where a report was made.
-    text = re.sub(r"(?m)^( *(?:User|Computer|Windows|winhttp\.dll)) {2,}.*$", r"\1  *", text)
+    text = re.sub(r"(?m)^( *(?:User|Session|Computer|Windows|winhttp\.dll)) {2,}.*$", r"\1  *", text)
     text = re.sub(r"(?m)^(?:No\.  candidate| *\d+  ).*$", lambda match: re.sub(r" {2,}", "  ", match[0]), text)
     # Who runs the tool, and on what: not the same on two machines.
     text = re.sub(r"(?m)^(  (?:account|elevated|session|computer|Windows)  +).*$", r"\1*", text)

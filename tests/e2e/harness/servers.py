@@ -14,10 +14,13 @@ import sys
 from pathlib import Path
 from typing import ClassVar
 
+from harness.certificates import make_certificate
 from harness.processes import Processes, clean_environment, free_port, wait_until_listening
 
 PROXY_USER, PROXY_PASSWORD = "alice", "opensesame"
 SERVER_USER, SERVER_PASSWORD = "bob", "letmein"
+
+AUTHORITY_NAME = "/O=Example/CN=Example inspection"
 
 NTLM_HELPER = Path(__file__).resolve().parents[1] / "ntlm_helper.py"
 
@@ -57,6 +60,7 @@ class DebianServer(Server):
 
     program: ClassVar[str]
     port_names: ClassVar[tuple[str, ...]] = ()
+    address = "127.0.0.1"
 
     def __init__(self, name: str, folder: Path, processes: Processes) -> None:
         self.name = name
@@ -78,12 +82,15 @@ class DebianServer(Server):
         self.prepare_folder()
         for _ in range(5):
             # Between the choice of a port and its use somebody else may take it; then others are chosen.
-            self.ports = {name: free_port() for name in (self.name, *self.port_names)}
+            self.ports = self.choose_ports()
             self._process = self._processes.start(
                 self.configure(), self.folder / "output.log", environment=clean_environment())
-            if wait_until_listening(self._process, self.ports[self.name]):
+            if wait_until_listening(self._process, self.ports[self.name], self.address):
                 return
         raise RuntimeError(f"{self.name} does not start:\n{(self.folder / 'output.log').read_text()}")
+
+    def choose_ports(self) -> dict[str, int]:
+        return {name: free_port() for name in (self.name, *self.port_names)}
 
     def prepare_folder(self) -> None:
         shutil.rmtree(self.folder, ignore_errors=True)
@@ -143,14 +150,22 @@ class Tinyproxy(DebianServer):
 
 
 class Squid(DebianServer):
-    """squid, open to all or with one authentication scheme ("basic", "digest" or "ntlm")."""
+    """squid, open to all or with one authentication scheme ("basic", "digest" or "ntlm").
+
+    With `inspected`, the certificate of a server that it trusts, it inspects TLS: it answers in place of every server,
+    with certificates that it makes and signs with an authority of its own.
+    """
 
     program = "squid"
     helpers = Path("/usr/lib/squid")
+    log_format = "%rm %ru %>Hs"
+    known_hosts = "127.0.0.1 localhost\n"
 
-    def __init__(self, name: str, folder: Path, processes: Processes, scheme: str | None = None) -> None:
+    def __init__(self, name: str, folder: Path, processes: Processes, scheme: str | None = None,
+                 inspected: Path | None = None) -> None:
         super().__init__(name, folder, processes)
         self._scheme = scheme
+        self._inspected = inspected
         self._service = f"e2e{name.replace('_', '')}{os.getpid()}x{id(self):x}"
 
     @staticmethod
@@ -172,9 +187,9 @@ class Squid(DebianServer):
 
     def configure(self) -> list[str]:
         hosts = self.folder / "hosts"
-        hosts.write_text("127.0.0.1 localhost\n")
-        lines = [f"http_port 127.0.0.1:{self.ports[self.name]}", "visible_hostname squid.test", "cache deny all",
-                 "logformat e2e %rm %ru %>Hs", f"access_log stdio:{self.access_log} logformat=e2e",
+        hosts.write_text(self.known_hosts)
+        lines = [*self._listening(), "visible_hostname squid.test", "cache deny all",
+                 f"logformat e2e {self.log_format}", f"access_log stdio:{self.access_log} logformat=e2e",
                  f"cache_log {self.folder / 'cache.log'}", f"coredump_dir {self.folder}", "pid_filename none",
                  "netdb_filename none", "pinger_enable off", "shutdown_lifetime 0 seconds", "cache_mem 8 MB",
                  "max_filedescriptors 1024", "httpd_suppress_version_string on", "icp_port 0",
@@ -184,12 +199,32 @@ class Squid(DebianServer):
                  # The error pages of the base package, whichever translations are installed.
                  "error_directory /usr/share/squid/errors/templates",
                  # It asks name servers by itself, and not every machine has a hosts file.
-                 f"hosts_file {hosts}", *self._authentication()]
+                 f"hosts_file {hosts}", *self.rules()]
         configuration = self.folder / "squid.conf"
         configuration.write_text("\n".join(lines) + "\n")
         return [*self.user(), find_program(self.program), "-N", "-n", self._service, "-f", str(configuration)]
 
-    def _authentication(self) -> list[str]:
+    @property
+    def certificate(self) -> Path:
+        """That of the authority that signs what it shows to clients."""
+        return self.folder / "authority.pem"
+
+    def _listening(self) -> list[str]:
+        ports = [f"http_port {self.address}:{port}" for port in self.ports.values()]
+        if self._inspected is None:
+            return ports
+        key, made = self.folder / "authority.key", self.folder / "made"
+        make_certificate(self.certificate, key, AUTHORITY_NAME)
+        shutil.rmtree(made, ignore_errors=True)
+        maker = f"{self.helpers / 'security_file_certgen'} -s {made} -M 4MB"
+        subprocess.run([*self.user(), *maker.split(), "-c"], check=True, capture_output=True)
+        inspecting = f"ssl-bump tls-cert={self.certificate} tls-key={key} generate-host-certificates=on"
+        return [*(f"{port} {inspecting}" for port in ports), f"sslcrtd_program {maker}", "sslcrtd_children 2 startup=1",
+                f"tls_outgoing_options cafile={self._inspected}", "acl greeting at_step SslBump1",
+                "ssl_bump peek greeting", "ssl_bump bump all"]
+
+    def rules(self) -> list[str]:
+        """Who may do what."""
         if self._scheme is None:
             return ["http_access allow all"]
         helper = {"basic": self._basic, "digest": self._digest, "ntlm": self._ntlm}[self._scheme]()
@@ -227,6 +262,7 @@ class Lighttpd(DebianServer):
     """
 
     program = "lighttpd"
+    host = "localhost"
 
     @property
     def port_names(self) -> tuple[str, ...]:  # type: ignore[override]
@@ -248,10 +284,8 @@ class Lighttpd(DebianServer):
             folder.mkdir()
             (folder / "ok").write_text("ok\n")
         (self.folder / "passwords").write_text(f"{SERVER_USER}:{SERVER_PASSWORD}\n")
-        subprocess.run(
-            ["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=localhost",
-             "-addext", "subjectAltName=DNS:localhost,IP:127.0.0.1", "-keyout", str(self.folder / "key.pem"),
-             "-out", str(self.certificate)], check=True, capture_output=True)
+        make_certificate(self.certificate, self.folder / "key.pem", f"/CN={self.host}",
+                         f"subjectAltName=DNS:{self.host},IP:{self.address}")
 
     def configure(self) -> list[str]:
         protected = ", ".join(
@@ -259,7 +293,7 @@ class Lighttpd(DebianServer):
             for scheme in ("basic", "digest"))
         configuration = self.folder / "lighttpd.conf"
         configuration.write_text(f"""
-server.bind = "127.0.0.1"
+server.bind = "{self.address}"
 server.port = {self.ports[self.name]}
 server.document-root = "{self.root}"
 server.tag = "lighttpd"
@@ -269,11 +303,12 @@ server.modules = ("mod_auth", "mod_authn_file", "mod_accesslog", "mod_openssl")
 server.errorlog = "{self.folder / 'error.log'}"
 accesslog.filename = "{self.access_log}"
 accesslog.format = "%r %>s"
-mimetype.assign = (".pac" => "application/x-ns-proxy-autoconfig", "" => "text/plain")
+mimetype.assign = (".pac" => "application/x-ns-proxy-autoconfig", ".dat" => "application/x-ns-proxy-autoconfig",
+  "" => "text/plain")
 auth.backend = "plain"
 auth.backend.plain.userfile = "{self.folder / 'passwords'}"
 auth.require = ({protected})
-$SERVER["socket"] == "127.0.0.1:{self.ports[self.name + '_tls']}" {{
+$SERVER["socket"] == "{self.address}:{self.ports[self.name + '_tls']}" {{
   ssl.engine = "enable"
   ssl.pemfile = "{self.certificate}"
   ssl.privkey = "{self.folder / 'key.pem'}"

@@ -51,6 +51,8 @@ SCENARIOS = [
     Scenario("env_without_for", f"env {URL}", USAGE_ERROR),
     Scenario("env_for_another_shell", f"env {URL} --for fish", USAGE_ERROR),
     Scenario("env_redact", f"env {URL} --for cmd --redact", USAGE_ERROR),
+    env("files", "--for cmd --trace C:/e2e/log.jsonl --report C:/e2e/report.html --max-time 30",
+        files=("log.jsonl", "report.html")),
     Scenario("env_help", "env --help", WHATEVER),
 
     run("proxy", "", SHOW, environment=INHERITED),
@@ -67,5 +69,8 @@ SCENARIOS = [
     Scenario("exec_without_program", f"exec {URL}", WHATEVER, exit_code=125),
     Scenario("exec_wrong_url", "exec ftp://x -- cmd", WHATEVER, exit_code=125),
     Scenario("exec_redact", f"exec {URL} --redact -- cmd", WHATEVER, exit_code=125),
+    Scenario("exec_json", f"exec {URL} --json -- cmd", USAGE_ERROR, exit_code=125),
+    run("files", "--trace C:/e2e/log.jsonl --report C:/e2e/report.html", 'cmd /c "exit 3"', exit_code=3,
+        files=("log.jsonl", "report.html")),
     Scenario("exec_help", "exec --help", WHATEVER),
 ]

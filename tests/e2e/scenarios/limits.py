@@ -12,6 +12,8 @@ SCENARIOS = [
     Scenario("attempt_time_ends_one_request", f"{URL} --attempt-time 0.5", LIVING, SILENT_THEN_LIVING),
     Scenario("attempt_time_in_json", f"{URL} --attempt-time 0.5 --json", LIVING, SILENT_THEN_LIVING),
     Scenario("attempt_time_that_suffices", f"{URL} --attempt-time 30 --brief", LIVING, Settings(manual="127.0.0.1:{tinyproxy}")),
+    Scenario("attempt_time_ends_a_probe", f"{URL} --attempt-time 0.5 --probe --brief", LIVING, SILENT_THEN_LIVING),
+    Scenario("max_time_leaves_no_time_for_a_probe", f"{URL} --max-time 0.7 --probe --brief", NONE, SILENT_THEN_LIVING),
     Scenario("max_time_ends_all", f"{URL} --max-time 0.7", NONE, SILENT_THEN_LIVING),
     Scenario("max_time_ends_discovery", f"{URL} --max-time 0.7 --json", NONE, HANGING_SCRIPT),
     Scenario("max_time_that_suffices", f"{URL} --max-time 30", LIVING, Settings(manual="127.0.0.1:{tinyproxy}")),

@@ -42,6 +42,14 @@ SCENARIOS = [
     Scenario("pac_too_large", "pac http://127.0.0.1:{odd}/huge/script.pac http://intranet/", WHATEVER, exit_code=2),
     Scenario("pac_password_is_asked", "pac http://127.0.0.1:{odd}/challenge/ntlm http://intranet/", WHATEVER,
              exit_code=2),
+    Scenario("pac_report", f"pac {NEW} --against {OLD} - --report C:/e2e/report.txt", WHATEVER, script=BY_HOST,
+             old_script=answering("PROXY edge.test:3128"), stdin=URLS, exit_code=1, files=("report.txt",)),
+    Scenario("pac_page", f"pac {NEW} - --report C:/e2e/report.html", WHATEVER, script=BY_HOST, stdin=URLS,
+             files=("report.html",)),
+    Scenario("pac_redact", f"pac {NEW} - --redact --json", WHATEVER, script=answering("PROXY planted.test:8080"),
+             stdin="http://planted/?planted\nhttps://www.planted.test/\n"),
+    Scenario("pac_silent", "pac http://127.0.0.1:{silent}/new.pac http://intranet/ --attempt-time 0.5", WHATEVER,
+             exit_code=2),
     Scenario("pac_no_file", "pac C:/e2e/no.pac http://intranet/", WHATEVER, exit_code=2),
 
     Scenario("pac_usage_no_url", f"pac {NEW}", USAGE_ERROR),
@@ -51,9 +59,14 @@ SCENARIOS = [
              USAGE_ERROR),
     Scenario("pac_usage_all_alone", f"pac {NEW} http://intranet/ --all", USAGE_ERROR),
 
+    Scenario("pac_usage_trace", f"pac {NEW} http://intranet/ --trace C:/e2e/log.jsonl", USAGE_ERROR),
+    Scenario("pac_usage_credentials", f"pac {NEW} http://intranet/ --proxy-cred {SERVER_USER}:{SERVER_PASSWORD}",
+             USAGE_ERROR),
+
     Scenario("watch_help", "watch --help", WHATEVER),
     Scenario("watch_usage_list", "watch -", USAGE_ERROR),
     Scenario("watch_usage_interval", "watch http://intranet/ --every 0", USAGE_ERROR),
+    Scenario("watch_usage_report", "watch http://intranet/ --report C:/e2e/report.html", USAGE_ERROR),
 
     Scenario("completion_powershell", "--completion powershell", WHATEVER),
     Scenario("completion_of_another_shell", "--completion bash", USAGE_ERROR),

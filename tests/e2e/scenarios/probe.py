@@ -36,11 +36,11 @@ SCENARIOS = [
              f" --server-cred {SERVER_USER}:{SERVER_PASSWORD}", "http://127.0.0.1:{squid}",
              Settings(manual="127.0.0.1:{squid}", script_url="file://C:/e2e/script.pac"),
              answering("PROXY 127.0.0.1:{squid}")),
-    # What one proxy does not find the other has, with another certificate.
-    Scenario("probe_tls_inspection", "https://localhost:{web_tls}/missing --brief --probe", "http://127.0.0.1:{inspector}",
+    # What neither proxy finds, so that both are tried: they show different certificates.
+    Scenario("probe_tls_inspection", "https://localhost:{web_tls}/missing --brief --probe", NONE,
              Settings(manual="127.0.0.1:{squid};127.0.0.1:{inspector}"), public_roots=("web",),
              installed_roots=("inspector",)),
-    Scenario("probe_two_issuers", "https://localhost:{web_tls}/missing --brief --probe", "http://127.0.0.1:{inspector}",
+    Scenario("probe_two_issuers", "https://localhost:{web_tls}/missing --brief --probe", NONE,
              Settings(manual="127.0.0.1:{squid};127.0.0.1:{inspector}"), installed_roots=("inspector", "web")),
     Scenario("probe_quiet", f"{URL} --quiet --probe", DIRECT),
     Scenario("probe_and_settings", f"{URL} --probe --show-settings", USAGE_ERROR),

@@ -43,6 +43,11 @@ SCENARIOS = [
              environment={"KIV_E2E_RESPONSE_TIMEOUT": "1500"}),
     Scenario("proxy_resets", URL, "http://127.0.0.1:{tinyproxy}", via("resets", "tinyproxy")),
     Scenario("proxy_bad_gateway", URL, "http://127.0.0.1:{tinyproxy}", via("bad_gateway", "tinyproxy")),
+    # Wine begins TLS on the connection whatever the answer to CONNECT is, and waits for the proxy's part of it.
+    Scenario("proxy_refuses_the_tunnel", "https://localhost:{web_tls}/ok", NONE, via("bad_gateway"),
+             environment={"KIV_E2E_RESPONSE_TIMEOUT": "1500"}),
+    Scenario("proxy_refuses_the_tunnel_until_attempt_time", "https://localhost:{web_tls}/ok --probe --attempt-time 1",
+             NONE, via("bad_gateway")),
     # Wine takes an answer that is not HTTP for the body of a success.
     Scenario("proxy_garbage", URL, "http://127.0.0.1:{garbage}", via("garbage", "tinyproxy")),
     Scenario("proxy_bad_status_line", URL, "http://127.0.0.1:{tinyproxy}", via("bad_status_line", "tinyproxy")),

@@ -26,7 +26,6 @@ typedef struct EXCEPTION_POINTERS {
 #define EXCEPTION_NONCONTINUABLE 1
 #define EXCEPTION_EXECUTE_HANDLER 1
 #define EXCEPTION_CONTINUE_EXECUTION (-1)
-#define CPP_EXCEPTION 0xE06D7363
 #define GetExceptionInformation() ((EXCEPTION_POINTERS*)_exception_info())
 
 __declspec(dllimport) void RaiseException(DWORD code, DWORD flags, DWORD count, const ULONG_PTR* parameters);
