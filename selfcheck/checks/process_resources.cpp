@@ -50,10 +50,11 @@ std::size_t countHandles() {
   return countListedHandles();
 }
 
+// Wine tells no private bytes: there it is the working set.
 std::size_t privateBytes() {
   PROCESS_MEMORY_COUNTERS_EX memory{};
   GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&memory), sizeof(memory));
-  return memory.PrivateUsage;
+  return memory.PrivateUsage > 0 ? memory.PrivateUsage : memory.WorkingSetSize;
 }
 
 std::size_t countThreads() {
