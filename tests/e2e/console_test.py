@@ -114,7 +114,8 @@ def ctrl_c_is_for_the_program_that_exec_runs(console: Console) -> None:
     # The program is one that goes on after Ctrl-C, until the one that it runs has ended.
     inner = f"{console.parent} {console.tool} {URL} --brief --prefer 127.0.0.1:{{silent}}"
     text = screen_of(console.run_under_parent(f"exec {URL} -- {inner}", Settings(), "--interrupt")).text
-    assert re.search(r"exit=\w+,mode=changed.*\s+exit=7,mode=changed", text), text
+    # The inner parent may look too late to see the mode that Ctrl-C has already ended.
+    assert re.search(r"exit=\w+,mode=\w+.*\s+exit=7,mode=changed", text), text
     assert "verdict" not in text, "the innermost program ended before its end"
 
 
