@@ -7,7 +7,7 @@ file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/results)
 # scripts/run_tests.py reads: {"passed": N, "failed": N}.
 function(kiv_add_test name label)
   add_test(NAME ${name} COMMAND ${ARGN} WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-  set_tests_properties(${name} PROPERTIES LABELS ${label} RUN_SERIAL ON TIMEOUT 3600
+  set_tests_properties(${name} PROPERTIES LABELS ${label} RUN_SERIAL ON TIMEOUT 1200
                                           ENVIRONMENT KIV_RESULTS=${PROJECT_BINARY_DIR}/results/${name}.json)
 endfunction()
 
