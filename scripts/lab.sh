@@ -10,12 +10,6 @@
 # all came out as announced.
 . "$(dirname "$0")/lib.sh"
 
-skip() {
-  echo "lab.sh: skipped: $1" >&2
-  [ -z "${KIV_RESULTS:-}" ] || echo "{\"passed\": 0, \"failed\": 0, \"skipped\": \"$1\"}" >"$KIV_RESULTS"
-  exit 77
-}
-
 as_root=()
 [ "$(id -u)" = 0 ] || as_root=(sudo -n)
 "${as_root[@]}" true 2>/dev/null || skip 'needs root, or sudo that asks no password'

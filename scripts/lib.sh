@@ -80,6 +80,29 @@ release_files() {
     --out "$out"
 }
 
+# check TITLE COMMAND...: counts it in passed, or in failed with what it said.
+passed=0
+failed=0
+check() {
+  local title=$1 log=build/check.log
+  shift
+  if "$@" >"$log" 2>&1; then
+    passed=$((passed + 1))
+    echo "ok    $title"
+  else
+    failed=$((failed + 1))
+    echo "FAIL  $title"
+    cat "$log"
+  fi
+}
+
+# skip REASON: ends a test that this machine cannot run.
+skip() {
+  echo "${0##*/}: skipped: $1" >&2
+  [ -z "${KIV_RESULTS:-}" ] || echo "{\"passed\": 0, \"failed\": 0, \"skipped\": \"$1\"}" >"$KIV_RESULTS"
+  exit 77
+}
+
 # report PASSED FAILED: prints how many checks passed and failed, and writes it to the file that KIV_RESULTS names, for
 # run_tests.py. Fails if a check did, or if there were none.
 report() {

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Checks the workflows in .github/ with action-validator, which npm installs below build/. Exit status 77: there is no npm.
 . "$(dirname "$0")/lib.sh"
-command -v npm >/dev/null || { echo 'skipped: there is no npm' >&2; exit 77; }
+command -v npm >/dev/null || skip 'there is no npm'
 work=build/workflows
 pinned=(tests/workflows/{package.json,package-lock.json,.npmrc})
 mkdir -p "$work"
@@ -10,22 +10,6 @@ if ! cat "${pinned[@]}" | cmp -s - "$work/installed"; then
   (cd "$work" && npm ci --ignore-scripts --no-audit --no-fund --loglevel=error)
   cat "${pinned[@]}" >"$work/installed"
 fi
-passed=0
-failed=0
-
-# check TITLE COMMAND...: counts it as passed if it succeeds; says what it said if not.
-check() {
-  local title=$1 log=$work/check.log
-  shift
-  if "$@" >"$log" 2>&1; then
-    passed=$((passed + 1))
-  else
-    failed=$((failed + 1))
-    echo "FAIL  $title"
-    cat "$log"
-  fi
-}
-
 is_valid() { node "$work/node_modules/@action-validator/cli/cli.mjs" "$1"; }
 
 # A workflow that has this in place of that is refused.

@@ -8,22 +8,6 @@ version=$(project_version)
 name=kiv-$version-windows-x64
 work=build/package-test
 kiv=$PWD/$work/elsewhere/$name
-passed=0
-failed=0
-
-# check TITLE COMMAND...: counts it as passed if it succeeds; says what it said if not.
-check() {
-  local title=$1 log=$work/check.log
-  shift
-  if "$@" >"$log" 2>&1; then
-    passed=$((passed + 1))
-    echo "ok    $title"
-  else
-    failed=$((failed + 1))
-    echo "FAIL  $title"
-    cat "$log"
-  fi
-}
 
 # same_lines EXPECTED COMMAND...: what the command prints is that, but for Windows' line ends.
 same_lines() {

@@ -26,8 +26,6 @@ for program in "$kit"/abi/*.exe; do
   esac
 done
 cp "$stand_in" "$kit/bin/kiv-selfcheck.exe"
-passed=0
-failed=0
 
 # run [NAME=VALUE...] -- ARGUMENT...: run.cmd, in a Windows with these variables.
 run() {

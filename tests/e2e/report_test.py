@@ -8,14 +8,13 @@ import re
 import shlex
 import subprocess
 import sys
-import traceback
 from collections.abc import Callable
 from dataclasses import dataclass, replace
 from pathlib import Path
 
 from harness.browser import Browser
 from harness.odd_servers import HOSTILE_MARKUP
-from harness.results import report
+from harness.results import passes, report
 from harness.runner import Bench, benches, command_line
 from harness.scenario import DIRECT, NONE, Scenario, answering, complaints
 from harness.servers import PROXY_PASSWORD, PROXY_USER
@@ -329,16 +328,6 @@ CHECKS: list[Callable[[Look], None]] = [
     filters_hide_levels, settings_are_told, dark_is_dark, narrow_pages_do_not_scroll_sideways, nothing_is_fetched,
     text_says_the_same, paper_shows_all, certificates_are_described, hostile_text_stays_text, bypassed_needs_no_candidates, several_urls_have_an_overview, untested_is_told_as_such,
     hundreds_of_candidates_stay_readable]
-
-
-def passes(check: Callable[[Look], None], look: Look) -> bool:
-    try:
-        check(look)
-    except Exception:  # pylint: disable=broad-except
-        print(f"FAIL  {check.__name__}\n{traceback.format_exc()}", flush=True)
-        return False
-    print(f"ok    {check.__name__}", flush=True)
-    return True
 
 
 def main() -> int:

@@ -9,7 +9,6 @@ import json
 import re
 import subprocess
 import sys
-import traceback
 from collections.abc import Callable
 from pathlib import Path
 from typing import Any
@@ -17,7 +16,7 @@ from typing import Any
 import jsonschema
 from harness.browser import Browser
 from harness.processes import Processes
-from harness.results import report
+from harness.results import passes, report
 from harness.wine import RegistryValue, ToolResult, WineUser
 
 ROOT = Path(__file__).resolve().parents[2]
@@ -203,16 +202,6 @@ CHECKS: list[Callable[[Look], None]] = [
     another_verdict_is_unexpected, another_text_is_unexpected, a_check_that_the_baseline_lacks_is_unexpected,
     without_a_baseline_a_failure_is_one, wrong_usage_is_told, output_can_be_the_document, nobody_is_named,
     page_shows_each_check, page_fetches_nothing, page_is_dark_in_the_dark, narrow_page_does_not_scroll_sideways]
-
-
-def passes(check: Callable[[Look], None], look: Look) -> bool:
-    try:
-        check(look)
-    except Exception:  # pylint: disable=broad-except
-        print(f"FAIL  {check.__name__}\n{traceback.format_exc()}", flush=True)
-        return False
-    print(f"ok    {check.__name__}", flush=True)
-    return True
 
 
 def main() -> int:
