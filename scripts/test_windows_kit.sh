@@ -7,6 +7,8 @@ scripts/setup.sh build wine consumer
 trap stop_wine EXIT
 start_wine
 # One Windows for all of it.
+# A server that has just made the prefix ends by itself; only a new one can be told to stay.
+with_wine wineserver -w || true
 with_wine wineserver -p
 scripts/windows_kit.sh >/dev/null
 
