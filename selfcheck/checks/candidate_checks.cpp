@@ -22,7 +22,6 @@ using kiv::ProxyConfig;
 using kiv::Request;
 using kiv::tool::toUtf8;
 
-constexpr const wchar_t* kAgent = L"kiv-selfcheck";
 constexpr int kOk = 200;
 constexpr int kFailed = -1;
 

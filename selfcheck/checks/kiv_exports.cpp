@@ -17,7 +17,6 @@ using kiv::ProxyConfig;
 using kiv::SecureString;
 using Function = ExportedFunction<Ground>;
 
-constexpr const wchar_t* kAgent = L"kiv-selfcheck";
 constexpr int kOk = 200;
 
 bool is(const wchar_t* text, std::wstring_view expected) { return text && text == expected; }

@@ -13,7 +13,6 @@
 namespace selfcheck {
 namespace {
 
-constexpr const wchar_t* kAgent = L"kiv-selfcheck";
 constexpr const wchar_t* kSecureTarget = L"https://target.test/";
 constexpr DWORD kAnyProblem =
     SECURITY_FLAG_IGNORE_UNKNOWN_CA | SECURITY_FLAG_IGNORE_CERT_DATE_INVALID | SECURITY_FLAG_IGNORE_CERT_CN_INVALID;

@@ -84,8 +84,8 @@ Finding factOfLoggedOnUser(Ground& ground) {
   request.send();
   const std::vector<Asked> asked = ground.asked(Server::OfferingProxy);
   if (asked.empty()) return {Verdict::Fail, "The proxy was not asked."};
-  for (const Asked& request : asked) {
-    if (!request.scheme.empty()) return {Verdict::Fact, "The proxy was offered a token of " + request.scheme + "."};
+  for (const Asked& each : asked) {
+    if (!each.scheme.empty()) return {Verdict::Fact, "The proxy was offered a token of " + each.scheme + "."};
   }
   return {Verdict::Fact, "The proxy was offered no token."};
 }

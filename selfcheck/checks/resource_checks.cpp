@@ -1,10 +1,10 @@
 // The group "Resources": does anything grow when resolutions are repeated?
-#include <chrono>
 #include <functional>
 #include <string>
 
 #include "checks/checks.h"
 #include "checks/expectations.h"
+#include "checks/own_candidates.h"
 #include "checks/process_resources.h"
 #include "ground/ground.h"
 #include "kiv/kiv.hpp"
@@ -13,9 +13,6 @@
 namespace selfcheck {
 namespace {
 
-using namespace std::chrono_literals;
-
-constexpr const wchar_t* kAgent = L"kiv-selfcheck";
 constexpr std::size_t kTimes = 20;
 
 // Whether something is lost each time, or nearly so.
@@ -46,14 +43,6 @@ Finding repeatsResolutions(Ground& ground) {
   return judge(
       ground, [&] { return kiv::resolve_with_client(request).is_direct(); },
       "Handles, private memory and threads do not grow when resolutions are repeated.");
-}
-
-kiv::SessionOptions ownCandidatesOnly() {
-  kiv::SessionOptions options;
-  options.bypass_list = L"";
-  options.discovery_timeout = 1s;
-  options.direct = kiv::DirectPolicy::Never;
-  return options;
 }
 
 Finding repeatsDecisions(Ground& ground) {

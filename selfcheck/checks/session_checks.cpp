@@ -9,6 +9,7 @@
 #include "checks/checks.h"
 #include "checks/expectations.h"
 #include "checks/loopback.h"
+#include "checks/own_candidates.h"
 #include "common/console.h"
 #include "ground/ground.h"
 #include "kiv/session.hpp"
@@ -24,22 +25,7 @@ using kiv::SessionCounter;
 using kiv::SessionOptions;
 using kiv::tool::toUtf8;
 
-constexpr const wchar_t* kAgent = L"kiv-selfcheck";
 constexpr const wchar_t* kOther = L"http://other.test/";
-// For what happens at once.
-constexpr auto kPatience = 20s;
-
-// Sessions whose only candidates are the own ones, whatever the user's settings say; these are waited for no longer
-// than a second.
-SessionOptions ownCandidatesOnly() {
-  SessionOptions options;
-  options.bypass_list = L"";
-  options.discovery_timeout = 1s;
-  options.timeout = kPatience;
-  options.direct = kiv::DirectPolicy::Never;
-  options.logged_on_user = kiv::LoggedOnUser::Never;
-  return options;
-}
 
 std::wstring urlOf(const Ground& ground, Server server) { return L"http://" + ground.address(server); }
 

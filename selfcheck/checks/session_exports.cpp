@@ -22,7 +22,6 @@ using kiv::Session;
 using kiv::SessionOptions;
 using kiv::support::UniqueEvent;
 
-constexpr const wchar_t* kAgent = L"kiv-selfcheck";
 constexpr const wchar_t* kProxy = L"gate.test:8080";
 constexpr const wchar_t* kQuestion = L"Basic realm=\"gate\"";
 constexpr std::uint64_t kTag = 0x123456789ABCDEF0;

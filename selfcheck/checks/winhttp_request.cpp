@@ -1,14 +1,13 @@
 // A request of WinHTTP's, without kiv: for what the system itself does.
 #include "checks/winhttp_request.h"
 
+#include "ground/ground.h"
 #include "loop/system_error.h"
 
 namespace selfcheck {
 namespace {
 
 using kiv::session::throwLastError;
-
-constexpr const wchar_t* kAgent = L"kiv-selfcheck";
 
 HINTERNET openSession(const std::wstring& proxy) {
   const bool direct = proxy.empty();

@@ -28,6 +28,9 @@ constexpr std::size_t kServerCount = 11;
 constexpr const wchar_t* kUser = L"selfcheck";
 constexpr const wchar_t* kPassword = L"only for loopback";
 
+// Of all requests of the checks.
+constexpr const wchar_t* kAgent = L"kiv-selfcheck";
+
 // A made-up name that only a proxy can answer, because programs may ask no proxy about loopback. Any other name that
 // ends with .test will do. Behind CONNECT the proxies speak TLS to whoever begins with it, with the certificate that
 // the first label names: expired.test, other-name.test; all else has the untrusted one, for *.test.

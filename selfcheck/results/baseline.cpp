@@ -27,7 +27,8 @@ std::optional<Finding> Baseline::of(std::string_view check) const {
 
 std::vector<std::string> Baseline::missingIn(const Results& results) const {
   std::vector<std::string> missing;
-  for (const auto& [name, finding] : findings_) {
+  for (const auto& entry : findings_) {
+    const std::string& name = entry.first;
     const auto has = [&](const ResultGroup& group) {
       return std::ranges::count(group.results, name, &Result::name) > 0;
     };

@@ -24,7 +24,7 @@ std::size_t countIf(const Results& results, Predicate predicate) {
 std::string_view idOf(Verdict verdict) { return kIds[static_cast<std::size_t>(verdict)]; }
 
 std::optional<Verdict> verdictOf(std::string_view id) {
-  const auto* const found = std::ranges::find(kIds, id);
+  const auto found = std::ranges::find(kIds, id);
   if (found == kIds.end()) return std::nullopt;
   return static_cast<Verdict>(found - kIds.begin());
 }
