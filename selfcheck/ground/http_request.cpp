@@ -5,15 +5,18 @@
 #include <array>
 #include <charconv>
 
+#include "common/ascii.h"
+
 namespace selfcheck {
 namespace {
 
 constexpr std::string_view kEndOfLine = "\r\n";
 constexpr std::string_view kEndOfHead = "\r\n\r\n";
 
-char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-bool equal(std::string_view one, std::string_view other) { return std::ranges::equal(one, other, {}, lower, lower); }
+bool equal(std::string_view one, std::string_view other) {
+  using kiv::tool::asciiLower;
+  return std::ranges::equal(one, other, {}, asciiLower<char>, asciiLower<char>);
+}
 
 std::string_view trimmed(std::string_view text) {
   text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));

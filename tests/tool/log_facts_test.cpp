@@ -26,7 +26,7 @@ TEST(FactOf, ReadsTheLinesThatMatter) {
       {L"No. 3: Proxy authentication required.", FactKind::Attempt, 3},
   };
   for (const Case& expected : kCases) {
-    const Fact fact = factOf(expected.message, kUrl);
+    const LogFact fact = factOf(expected.message, kUrl);
     EXPECT_EQ(fact.kind, expected.kind) << expected.message;
     EXPECT_EQ(fact.number, expected.number);
     EXPECT_EQ(fact.text, expected.text);

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "common/ascii.h"
+
 namespace kiv::tool {
 namespace {
 
@@ -32,16 +34,10 @@ std::wstring withoutPasswords(std::wstring_view text) {
   }
 }
 
-constexpr bool isBase64(wchar_t c) {
-  return (c >= L'0' && c <= L'9') || (c >= L'A' && c <= L'Z') || (c >= L'a' && c <= L'z') || c == L'+' || c == L'/' ||
-         c == L'=';
-}
-
 // A long run with a capital letter inside: no word.
 bool isToken(std::wstring_view run) {
   constexpr std::size_t kShortest = 16;
-  return run.size() >= kShortest &&
-         std::ranges::any_of(run.substr(1), [](wchar_t c) { return c >= L'A' && c <= L'Z'; });
+  return run.size() >= kShortest && std::ranges::any_of(run.substr(1), isAsciiCapital<wchar_t>);
 }
 
 // The messages of NTLM and Negotiate hold names of domain, machine and user.

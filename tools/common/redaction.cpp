@@ -9,6 +9,8 @@
 #include <optional>
 #include <vector>
 
+#include "common/ascii.h"
+
 namespace kiv::tool {
 namespace {
 
@@ -22,13 +24,10 @@ constexpr std::wstring_view kOwnWords[] = {L"direct", L"gateway", L"host",   L"h
 constexpr std::wstring_view kFileEndings[] = {L"cpp",  L"css", L"dat",  L"dll", L"exe", L"htm",
                                               L"html", L"js",  L"json", L"pac", L"txt"};
 
-constexpr bool isDigit(wchar_t c) { return c >= L'0' && c <= L'9'; }
-constexpr bool isAsciiLetter(wchar_t c) { return (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z'); }
-constexpr bool isHexDigit(wchar_t c) { return isDigit(c) || (c >= L'a' && c <= L'f') || (c >= L'A' && c <= L'F'); }
+constexpr bool isHexDigit(wchar_t c) { return isAsciiDigit(c) || (c >= L'a' && c <= L'f') || (c >= L'A' && c <= L'F'); }
 constexpr bool isWord(wchar_t c) {
-  return isDigit(c) || isAsciiLetter(c) || c == L'-' || c == L'_' || c == L'.' || c == L'%' || c >= 0xA0;
+  return isAsciiDigit(c) || isAsciiLetter(c) || c == L'-' || c == L'_' || c == L'.' || c == L'%' || c >= 0xA0;
 }
-constexpr bool isBase64(wchar_t c) { return isDigit(c) || isAsciiLetter(c) || c == L'+' || c == L'/' || c == L'='; }
 constexpr bool isInAddress6(wchar_t c) { return isHexDigit(c) || c == L':' || c == L'.'; }
 
 bool among(const auto& words, std::wstring_view word) {
@@ -58,7 +57,7 @@ void eachRun(std::wstring_view text, Belongs belongs, Use use, Other other) {
   }
 }
 
-int hexValue(wchar_t c) { return isDigit(c) ? c - L'0' : (c | 0x20) - L'a' + 10; }
+int hexValue(wchar_t c) { return isAsciiDigit(c) ? c - L'0' : (c | 0x20) - L'a' + 10; }
 
 // UTF-8 in percent-encoding, as text; what is not encoded stays.
 std::wstring percentDecoded(std::wstring_view text) {
@@ -88,7 +87,7 @@ std::wstring_view withoutOuterDots(std::wstring_view word) {
 // Also the beginning of one, as in "10.1.*".
 bool isAddress4(std::wstring_view word) {
   return std::ranges::count(word, L'.') == 3 &&
-         std::ranges::all_of(word, [](wchar_t c) { return isDigit(c) || c == L'.'; });
+         std::ranges::all_of(word, [](wchar_t c) { return isAsciiDigit(c) || c == L'.'; });
 }
 
 bool isAddress6(std::wstring_view run) {
@@ -105,7 +104,7 @@ bool isDottedName(std::wstring_view word) {
   const std::size_t dot = word.rfind(L'.');
   if (dot == std::wstring_view::npos || word.find(L"..") != std::wstring_view::npos) return false;
   const std::wstring_view last = word.substr(dot + 1);
-  const bool letters = std::ranges::none_of(last, isDigit) || last.starts_with(L"xn--");
+  const bool letters = std::ranges::none_of(last, isAsciiDigit<wchar_t>) || last.starts_with(L"xn--");
   return last.size() >= 2 && letters && !among(kFileEndings, lower(last));
 }
 
@@ -114,7 +113,7 @@ std::size_t endOfUrl(std::wstring_view text, std::size_t from) {
   return std::min(text.find_first_of(L" \t\n\"'<>", from), text.size());
 }
 
-bool portFollows(std::wstring_view rest) { return rest.size() >= 2 && rest[0] == L':' && isDigit(rest[1]); }
+bool portFollows(std::wstring_view rest) { return rest.size() >= 2 && rest[0] == L':' && isAsciiDigit(rest[1]); }
 
 // Whether what stands before and after a word makes it the host of an address.
 bool isInAddress(std::wstring_view before, std::wstring_view after) {
@@ -136,7 +135,7 @@ std::optional<std::string> base64Decoded(std::wstring_view text) {
 std::string plainLower(std::string_view bytes) {
   std::string plain;
   for (const char c : bytes) {
-    if (c != '\0') plain += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    if (c != '\0') plain += asciiLower(c);
   }
   return plain;
 }

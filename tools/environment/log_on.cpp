@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "common/ascii.h"
+
 namespace kiv::tool {
 namespace {
 
@@ -27,11 +29,9 @@ constexpr Scheme kSchemes[] = {
      L"curl.exe -U : --proxy-negotiate, and git with an empty user name; not npm, pip or Go programs"},
 };
 
-wchar_t lower(wchar_t c) { return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c - L'A' + L'a') : c; }
-
 const Scheme* schemeNamed(wstring_view name) {
-  const auto* const found =
-      std::ranges::find_if(kSchemes, [&](const Scheme& s) { return std::ranges::equal(s.name, name, {}, {}, lower); });
+  const auto* const found = std::ranges::find_if(
+      kSchemes, [&](const Scheme& s) { return std::ranges::equal(s.name, name, {}, {}, asciiLower<wchar_t>); });
   return found == std::end(kSchemes) ? nullptr : found;
 }
 

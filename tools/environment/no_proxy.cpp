@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <optional>
 
+#include "common/ascii.h"
+
 namespace kiv::tool {
 namespace {
 
@@ -23,9 +25,9 @@ wstring_view trimmed(wstring_view text) {
   return text.substr(first, text.find_last_not_of(kSpace) + 1 - first);
 }
 
-wchar_t lower(wchar_t c) { return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c - L'A' + L'a') : c; }
-
-bool equalNames(wstring_view left, wstring_view right) { return std::ranges::equal(left, right, {}, lower, lower); }
+bool equalNames(wstring_view left, wstring_view right) {
+  return std::ranges::equal(left, right, {}, asciiLower<wchar_t>, asciiLower<wchar_t>);
+}
 
 // Whether programs that ignore a leading dot, and take a name for the names below it, would exempt the host.
 bool covers(wstring_view name, wstring_view host) {
@@ -36,8 +38,7 @@ bool covers(wstring_view name, wstring_view host) {
 
 bool isName(wstring_view text) {
   return !text.empty() && std::ranges::all_of(text, [](wchar_t c) {
-    const wchar_t small = lower(c);
-    return (small >= L'a' && small <= L'z') || (c >= L'0' && c <= L'9') || c == L'-' || c == L'.' || c == L'_';
+    return isAsciiLetter(c) || isAsciiDigit(c) || c == L'-' || c == L'.' || c == L'_';
   });
 }
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 
+#include "common/ascii.h"
 #include "support/owners.h"
 
 namespace kiv::tool {
@@ -62,11 +63,9 @@ bool hasExtension(wstring_view name) {
   return dot != wstring_view::npos && name[dot] == L'.';
 }
 
-wchar_t lower(wchar_t c) { return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c - L'A' + L'a') : c; }
-
 bool endsWith(wstring_view text, wstring_view lowerCase) {
   return text.size() >= lowerCase.size() &&
-         std::ranges::equal(text.substr(text.size() - lowerCase.size()), lowerCase, {}, lower);
+         std::ranges::equal(text.substr(text.size() - lowerCase.size()), lowerCase, {}, asciiLower<wchar_t>);
 }
 
 // What cmd reads within quotes too, and what a batch file that drops the quotes would let it read.

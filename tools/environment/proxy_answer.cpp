@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "common/ascii.h"
 #include "common/console.h"
 #include "environment/proxy_question.h"
 
@@ -27,12 +28,11 @@ std::string encoded(string_view text) {
   return result;
 }
 
-bool isOfName(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-'; }
-
-char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+bool isOfName(char c) { return isAsciiLetter(c) || isAsciiDigit(c) || c == '-'; }
 
 bool beginsWith(string_view line, string_view lowerCase) {
-  return line.size() >= lowerCase.size() && std::ranges::equal(line.substr(0, lowerCase.size()), lowerCase, {}, lower);
+  return line.size() >= lowerCase.size() &&
+         std::ranges::equal(line.substr(0, lowerCase.size()), lowerCase, {}, asciiLower<char>);
 }
 
 string_view trimmed(string_view text) {
@@ -93,7 +93,7 @@ ProxyAnswer readAnswer(string_view head) {
   const std::size_t blank = head.find(' ');
   if (!head.starts_with("HTTP/1.") || blank == string_view::npos) return answer;
   const string_view code = head.substr(blank + 1, 3);
-  if (code.size() < 3 || !std::ranges::all_of(code, [](char c) { return c >= '0' && c <= '9'; })) return answer;
+  if (code.size() < 3 || !std::ranges::all_of(code, isAsciiDigit<char>)) return answer;
   std::from_chars(code.data(), code.data() + code.size(), answer.status);
   if (answer.status != 407) return answer;
   while (!head.empty()) {

@@ -28,17 +28,17 @@ class Winsock {
   bool started_;
 };
 
-class Addresses {
+class AddressList {
  public:
-  explicit Addresses(const ProxyServer& proxy) {
+  explicit AddressList(const ProxyServer& proxy) {
     ADDRINFOW hints{};
     hints.ai_socktype = SOCK_STREAM;
     hints.ai_protocol = IPPROTO_TCP;
     if (GetAddrInfoW(proxy.host.c_str(), std::to_wstring(proxy.port).c_str(), &hints, &first_) != 0) first_ = nullptr;
   }
-  Addresses(const Addresses&) = delete;
-  Addresses& operator=(const Addresses&) = delete;
-  ~Addresses() {
+  AddressList(const AddressList&) = delete;
+  AddressList& operator=(const AddressList&) = delete;
+  ~AddressList() {
     if (first_) FreeAddrInfoW(first_);
   }
   const ADDRINFOW* first() const { return first_; }
@@ -131,7 +131,7 @@ std::optional<std::string> headFrom(Connection& connection, const std::string& q
 ProxyAnswer askProxy(const ProxyServer& proxy, const std::string& question, std::chrono::milliseconds limit) {
   const Winsock winsock;
   if (!winsock) return {};
-  const Addresses addresses(proxy);
+  const AddressList addresses(proxy);
   const auto deadline = Clock::now() + limit;
   for (const ADDRINFOW* address = addresses.first(); address; address = address->ai_next) {
     Connection connection(*address, deadline);

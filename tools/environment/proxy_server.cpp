@@ -1,16 +1,15 @@
 // A resolved proxy as the URL that programs read in their settings.
 #include "environment/proxy_server.h"
 
+#include "common/ascii.h"
+
 namespace kiv::tool {
 namespace {
 
 void append(Wiped<wchar_t>& text, std::wstring_view more) { text.insert(text.end(), more.begin(), more.end()); }
 
 // What RFC 3986 calls unreserved.
-bool isPlain(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
-         c == '_' || c == '~';
-}
+bool isPlain(char c) { return isAsciiLetter(c) || isAsciiDigit(c) || c == '-' || c == '.' || c == '_' || c == '~'; }
 
 Wiped<char> utf8Of(std::wstring_view text) {
   const int length = static_cast<int>(text.size());

@@ -6,7 +6,7 @@
 namespace kiv::tool {
 namespace {
 
-Wiped<wchar_t> textOf(std::wstring_view text) { return {text.begin(), text.end()}; }
+Wiped<wchar_t> wipedText(std::wstring_view text) { return {text.begin(), text.end()}; }
 
 Variable removed(std::wstring_view name) { return {name, std::nullopt}; }
 
@@ -27,7 +27,7 @@ std::vector<Variable> variablesFor(const std::vector<Route>& routes, std::wstrin
   std::vector<Variable> variables;
   if (allDirect(routes)) {
     for (const std::wstring_view name : {kHttpProxy, kHttpsProxy, kAllProxy}) variables.push_back(removed(name));
-    variables.push_back({kNoProxy, textOf(L"*")});
+    variables.push_back({kNoProxy, wipedText(L"*")});
     return variables;
   }
   for (const Route& route : routes) {
@@ -35,7 +35,7 @@ std::vector<Variable> variablesFor(const std::vector<Route>& routes, std::wstrin
     // Programs would use it for the scheme that has no variable of its own.
     if (!route.proxy) variables.push_back(removed(kAllProxy));
   }
-  variables.push_back(exceptions.empty() ? removed(kNoProxy) : Variable{kNoProxy, textOf(exceptions)});
+  variables.push_back(exceptions.empty() ? removed(kNoProxy) : Variable{kNoProxy, wipedText(exceptions)});
   return variables;
 }
 

@@ -1,6 +1,7 @@
 // One request of the probe in a WinHTTP session of its own.
 #include "probe/exchange.h"
 
+#include "common/ascii.h"
 #include "common/presentable.h"
 
 namespace kiv::tool {
@@ -38,9 +39,7 @@ std::optional<Location> locate(const std::wstring& url) {
                     .port = parts.nPort,
                     .object = {parts.lpszUrlPath, parts.dwUrlPathLength},
                     .isHttps = parts.nScheme == INTERNET_SCHEME_HTTPS};
-  for (wchar_t& c : location.host) {
-    if (c >= L'A' && c <= L'Z') c = static_cast<wchar_t>(c - L'A' + L'a');
-  }
+  for (wchar_t& c : location.host) c = asciiLower(c);
   const std::wstring_view extra(parts.lpszExtraInfo, parts.dwExtraInfoLength);
   location.object += extra.substr(0, extra.find(L'#'));
   if (!location.object.starts_with(L'/')) location.object.insert(0, L"/");

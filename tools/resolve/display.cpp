@@ -4,6 +4,7 @@
 #include <array>
 #include <string>
 
+#include "resolve/colours.h"
 #include "resolve/table.h"
 #include "resolve/wording.h"
 
@@ -11,8 +12,7 @@ namespace kiv::tool {
 namespace {
 
 // In the order of the levels.
-constexpr std::array<const wchar_t*, 4> kColours = {L"\x1b[31m", L"\x1b[33m", L"\x1b[32m", L"\x1b[90m"};
-constexpr const wchar_t* kPlain = L"\x1b[0m";
+constexpr std::array<const wchar_t*, 4> kColours = {kRed, kYellow, kGreen, kGrey};
 
 // A record of response headers has several lines: all but the first are indented.
 std::wstring indented(const std::wstring& message) {

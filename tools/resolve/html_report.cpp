@@ -96,7 +96,7 @@ Markup barOf(const Candidate& candidate, const Span& span) {
   return element("svg", {{"class", L"bar"}, {"viewBox", L"0 0 1000 10"}, {"preserveAspectRatio", L"none"}}, parts);
 }
 
-Markup requestOf(const Request& request) {
+Markup requestMarkup(const Request& request) {
   Markup line = classed("span", std::wstring(L"status ") + kindOf(request), responseWithErrorText(request)) +
                 classed("span", L"time", durationText(request.duration));
   if (request.status < 0 && !request.failure.empty()) line += classed("span", L"failure", request.failure);
@@ -105,7 +105,7 @@ Markup requestOf(const Request& request) {
 
 Markup requestsOf(const Candidate& candidate) {
   Markup lines;
-  for (const Request& request : candidate.requests) lines += requestOf(request);
+  for (const Request& request : candidate.requests) lines += requestMarkup(request);
   return candidate.requests.empty() ? Markup() : classed("ol", L"requests", lines);
 }
 

@@ -24,7 +24,7 @@ std::optional<unsigned> takeNumber(std::wstring_view& text) {
   return number;
 }
 
-Fact attemptOf(std::wstring_view message) {
+LogFact attemptOf(std::wstring_view message) {
   message.remove_prefix(kAttempt.size());
   const std::optional<unsigned> number = takeNumber(message);
   if (!number || !message.starts_with(L": ")) return {};
@@ -33,7 +33,7 @@ Fact attemptOf(std::wstring_view message) {
 
 }  // namespace
 
-Fact factOf(std::wstring_view message, std::wstring_view url) {
+LogFact factOf(std::wstring_view message, std::wstring_view url) {
   if (message.starts_with(kAttempt)) return attemptOf(message);
   if (message == kDiscoveryFailed) return {FactKind::DiscoveryFailed};
   if (message.starts_with(kBypassList)) return {FactKind::BypassList, 0, message.substr(kBypassList.size())};

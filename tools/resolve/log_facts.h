@@ -17,14 +17,14 @@ enum class FactKind : std::uint8_t {
   InvalidCandidate,  // number: the candidate that cannot be tested
 };
 
-struct Fact {
+struct LogFact {
   FactKind kind = FactKind::Other;
   std::size_t number = 0;
   std::wstring_view text{};
 };
 
 // `url` is the resolution's target. Views into `message`.
-Fact factOf(std::wstring_view message, std::wstring_view url);
+LogFact factOf(std::wstring_view message, std::wstring_view url);
 
 // The Windows error code at the end of a line about a failed call.
 std::optional<unsigned> errorCodeOf(std::wstring_view message);

@@ -25,11 +25,11 @@ Json listed(const std::vector<std::wstring>& texts) {
   return list;
 }
 
-long long inMilliseconds(microseconds time) { return std::chrono::duration_cast<milliseconds>(time).count(); }
+long long wholeMilliseconds(microseconds time) { return std::chrono::duration_cast<milliseconds>(time).count(); }
 
 Json phaseOf(const Phase& phase) {
   Json json = {{"phase", wordsOf(kPhaseWords, phase.kind).id},
-               {"milliseconds", inMilliseconds(phase.duration)},
+               {"milliseconds", wholeMilliseconds(phase.duration)},
                {"completed", phase.completed}};
   if (!phase.address.empty()) json["address"] = toUtf8(phase.address);
   return json;
@@ -73,7 +73,7 @@ Json routeOf(const RouteFindings& route) {
   json["addresses"] = addressesOf(route.addresses);
   json["phases"] = Json::array();
   for (const Phase& phase : route.phases) json["phases"].push_back(phaseOf(phase));
-  json["milliseconds"] = inMilliseconds(route.duration);
+  json["milliseconds"] = wholeMilliseconds(route.duration);
   json["status"] = route.status < 0 ? Json(nullptr) : Json(route.status);
   if (route.error) json["error"] = route.error;
   json["redirects"] = listed(route.redirects);

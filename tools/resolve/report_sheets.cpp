@@ -28,7 +28,7 @@ void append(std::wstring& list, std::wstring_view item) {
 }
 
 template <std::size_t count>
-std::wstring listed(const FlagWords (&table)[count], unsigned flags) {
+std::wstring flagsText(const FlagWords (&table)[count], unsigned flags) {
   std::wstring list;
   for (const FlagWords& each : table) {
     if (flags & each.flag) append(list, each.words.text);
@@ -76,14 +76,14 @@ FactGroup phasesOf(const RouteFindings& route) {
 std::wstring answerText(const Challenge& challenge) {
   if (!challenge.used) return L"not answered";
   const wchar_t* const who = challenge.asLoggedOnUser ? L" as the logged-on user" : L" with the credentials given";
-  return listed(kSchemeWords, *challenge.used) + who + (challenge.accepted ? L": accepted" : L": rejected");
+  return flagsText(kSchemeWords, *challenge.used) + who + (challenge.accepted ? L": accepted" : L": rejected");
 }
 
 void addAuthentication(const RouteFindings& route, Sheet& sheet) {
   FactGroup group{titleOf(route), {}};
   for (const Challenge& challenge : route.challenges) {
     const wchar_t* const party = challenge.byProxy ? L"Proxy (407)" : L"Server (401)";
-    const std::wstring offered = listed(kSchemeWords, challenge.offered);
+    const std::wstring offered = flagsText(kSchemeWords, challenge.offered);
     group.facts.push_back({party, L"offers " + (offered.empty() ? L"no scheme that WinHTTP knows" : offered)});
     group.facts.push_back({L"Used", answerText(challenge)});
   }
@@ -102,7 +102,7 @@ void addCertificate(const RouteFindings& route, Sheet& sheet) {
                    {L"Valid", timeText(certificate.notBefore) + L" to " + timeText(certificate.notAfter)},
                    {L"SHA-256", certificate.sha256},
                    {L"Root", root},
-                   {L"Problems", listed(kProblemWords, certificate.problems)}}};
+                   {L"Problems", flagsText(kProblemWords, certificate.problems)}}};
   if (certificate.refused) {
     group.facts.push_back(
         {L"Refused", L"read with a second request without credentials, closed before anything was sent"});

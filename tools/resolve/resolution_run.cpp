@@ -226,7 +226,7 @@ void ResolutionRun::onRecord(const LogRecord& logged) {
 void ResolutionRun::learn(std::wstring_view message) {
   // The first line is written before discovery, all others after it.
   if (!resolution_.log.empty()) endDiscovery();
-  const Fact fact = factOf(message, target_.url);
+  const LogFact fact = factOf(message, target_.url);
   switch (fact.kind) {
     case FactKind::DiscoveryFailed:
       resolution_.discoveryFailed = true;

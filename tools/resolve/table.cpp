@@ -5,6 +5,7 @@
 #include <array>
 #include <vector>
 
+#include "resolve/colours.h"
 #include "resolve/wording.h"
 
 namespace kiv::tool {
@@ -16,9 +17,6 @@ using Row = std::array<std::wstring, kColumns>;
 // Columns of numbers are right-aligned.
 constexpr std::array<bool, kColumns> kRight = {true, false, false, true, false};
 constexpr const wchar_t* kGap = L"  ";
-constexpr const wchar_t* kBold = L"\x1b[1m";
-constexpr const wchar_t* kGood = L"\x1b[32m";
-constexpr const wchar_t* kPlain = L"\x1b[0m";
 
 Row rowOf(std::size_t number, const Candidate& candidate) {
   return {std::to_wstring(number), candidate.text, responsesText(candidate),
@@ -55,7 +53,7 @@ std::wstring tableText(const Resolution& resolution, bool coloured) {
   std::wstring text;
   for (std::size_t i = 0; i < rows.size(); ++i) {
     const bool won = winner && i == *winner + 1;
-    const wchar_t* const colour = i == 0 ? kBold : won ? kGood : nullptr;
+    const wchar_t* const colour = i == 0 ? kBold : won ? kGreen : nullptr;
     const std::wstring line = lineOf(rows[i], widths);
     text += coloured && colour ? colour + line + kPlain : line;
     text += L'\n';

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "common/ascii.h"
+
 namespace kiv::tool {
 namespace {
 
@@ -26,9 +28,8 @@ std::wstring_view trimmed(std::wstring_view line) {
 }
 
 bool isWebScheme(std::wstring_view scheme) {
-  const auto lower = [](wchar_t c) { return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c - L'A' + L'a') : c; };
-  return std::ranges::equal(scheme, std::wstring_view(L"http"), {}, lower) ||
-         std::ranges::equal(scheme, std::wstring_view(L"https"), {}, lower);
+  return std::ranges::equal(scheme, std::wstring_view(L"http"), {}, asciiLower<wchar_t>) ||
+         std::ranges::equal(scheme, std::wstring_view(L"https"), {}, asciiLower<wchar_t>);
 }
 
 }  // namespace
