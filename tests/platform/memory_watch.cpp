@@ -80,6 +80,41 @@ std::atomic<bool> countingAll{false};
 std::atomic<std::size_t> countedOfAll{0};
 std::atomic<std::size_t> failingOfAll{0};
 
+// The sizes of the blocks that were allocated while a Recycling is alive, and those of them that wait to be used again.
+struct Recycled {
+  template <class Key, class Value>
+  using Map =
+      std::unordered_map<Key, Value, std::hash<Key>, std::equal_to<>, PlainAllocator<std::pair<const Key, Value>>>;
+
+  std::mutex mutex;
+  Map<void*, std::size_t> sizes;
+  Map<std::size_t, PlainVector<void*>> waiting;
+};
+
+std::atomic<Recycled*> recycled{nullptr};
+
+void* allocateRecycled(Recycled& blocks, std::size_t size) {
+  const std::lock_guard lock(blocks.mutex);
+  PlainVector<void*>& waiting = blocks.waiting[size];
+  if (!waiting.empty()) {
+    void* const block = waiting.back();
+    waiting.pop_back();
+    return block;
+  }
+  void* const block = std::malloc(size);
+  if (block) blocks.sizes[block] = size;
+  return block;
+}
+
+// Keeps a block for later if it is one of these.
+bool recycle(Recycled& blocks, void* block) {
+  const std::lock_guard lock(blocks.mutex);
+  const auto found = blocks.sizes.find(block);
+  if (found == blocks.sizes.end()) return false;
+  blocks.waiting[found->second].push_back(block);
+  return true;
+}
+
 // Never destroyed: blocks are released until the very end of the process.
 Watch& watch() {
   alignas(Watch) static unsigned char memory[sizeof(Watch)];
@@ -135,7 +170,8 @@ void untrack(void* block) noexcept {
 
 void* allocate(std::size_t size) noexcept {
   if (mustFail()) return nullptr;
-  void* block = std::malloc(size ? size : 1);
+  Recycled* const blocks = recycled;
+  void* block = blocks ? allocateRecycled(*blocks, size ? size : 1) : std::malloc(size ? size : 1);
   if (block) track(block, size);
   return block;
 }
@@ -154,7 +190,8 @@ void* allocateAligned(std::size_t size, std::align_val_t alignment) noexcept {
 
 void release(void* block) noexcept {
   untrack(block);
-  std::free(block);
+  Recycled* const blocks = recycled;
+  if (!blocks || !recycle(*blocks, block)) std::free(block);
 }
 
 void releaseAligned(void* block) noexcept {
@@ -295,6 +332,17 @@ std::vector<std::string> MemoryWatch::SecretGuard::scanLiveBlocks() const {
     for (const auto& [address, block] : state.blocks) scan(state, address, block.size, findings);
   }
   return describe(findings, "a live");
+}
+
+MemoryWatch::Recycling::Recycling() { recycled = new (PlainAllocator<Recycled>().allocate(1)) Recycled; }
+
+MemoryWatch::Recycling::~Recycling() {
+  Recycled* const blocks = recycled.exchange(nullptr);
+  for (const auto& [size, waiting] : blocks->waiting) {
+    for (void* const block : waiting) std::free(block);
+  }
+  blocks->~Recycled();
+  std::free(blocks);
 }
 
 MemoryWatch::AllocationFailure::AllocationFailure(std::size_t nth, Threads threads) : nth_(nth), threads_(threads) {

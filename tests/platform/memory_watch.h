@@ -77,6 +77,16 @@ class MemoryWatch {
     Scope scope_;
   };
 
+  // Hands blocks that any thread allocates and releases during its life out again, so that what is measured is not how
+  // long the system takes for memory. One at a time.
+  class Recycling {
+   public:
+    Recycling();
+    ~Recycling();
+    Recycling(const Recycling&) = delete;
+    Recycling& operator=(const Recycling&) = delete;
+  };
+
   // Whose allocations are counted: those of the calling thread, or of all together.
   enum class Threads { This, All };
 

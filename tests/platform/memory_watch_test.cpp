@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -131,6 +132,21 @@ TEST(MemoryWatch, CountsTheBlocksOfAScope) {
   EXPECT_EQ(scope.liveBlocks(), 1U);
   block.reset();
   EXPECT_EQ(scope.liveBlocks(), 0U);
+}
+
+TEST(MemoryWatch, HandsReleasedBlocksOutAgainWhileRecycling) {
+  const MemoryWatch::Recycling recycling;
+  const auto addressOf = [](std::size_t size) {
+    sink = ::operator new(size);
+    ::operator delete(sink);
+    return reinterpret_cast<std::uintptr_t>(sink);
+  };
+  const std::uintptr_t large = addressOf(1'000'000);
+  const std::uintptr_t small = addressOf(100);
+  EXPECT_NE(small, large);
+  EXPECT_EQ(addressOf(1'000'000), large);
+  EXPECT_EQ(addressOf(100), small);
+  EXPECT_NE(addressOf(101), small);
 }
 
 TEST(MemoryWatch, SweepsThroughEveryAllocation) {
