@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Makes build/release: all files that a release consists of, from the binaries for Windows that it builds.
-# docs/internals/releasing.md tells what each is for. The same files give the same archives.
+# docs/releasing.md tells what each is for. The same files give the same archives.
 . "$(dirname "$0")/lib.sh"
 scripts/setup.sh build node
 build windows-x64 --target "${RELEASED[@]}"

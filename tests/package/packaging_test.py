@@ -30,7 +30,7 @@ from checks.formats import nuget, winget  # noqa: E402
 from checks.recipes import conan, prepared_recipe, vcpkg  # noqa: E402
 from checks.workshop import TOOLCHAIN, Check, Workshop, in_lib, run, run_in_wine  # noqa: E402
 
-RELEASING = ROOT / "docs/internals/releasing.md"
+RELEASING = ROOT / "docs/releasing.md"
 
 
 def whole(shop: Workshop) -> Iterator[Check]:
@@ -38,7 +38,7 @@ def whole(shop: Workshop) -> Iterator[Check]:
     table = {name.replace("<version>", shop.version) for name in
              re.findall(r"^\| `([^`]+)` \|", RELEASING.read_text(encoding="utf-8").partition("## Packages")[0], re.M)}
     made = {file.name + "/" * file.is_dir() for file in shop.release.iterdir()}
-    yield "the files are those of docs/internals/releasing.md", table ^ made
+    yield "the files are those of docs/releasing.md", table ^ made
     expected = {file.name: sha256(file.read_bytes()).hexdigest() for file in shop.release.iterdir()
                 if file.is_file() and file.name != "SHA256SUMS"}
     sums = (shop.release / "SHA256SUMS").read_text(encoding="ascii").splitlines()
@@ -78,7 +78,7 @@ def placeholders(_: Workshop) -> Iterator[Check]:
     used = {(name, place) for place, text in texts.items()
             for name in re.findall(r"<(?:owner|repository|security contact)>|\bOWNER\b", text)}
     listed = {(name, place) for name, places in rows.items() for place in re.findall(r"`([^`]+)`", places)}
-    yield "docs/internals/releasing.md lists each placeholder, and where it stands", used ^ listed
+    yield "docs/releasing.md lists each placeholder, and where it stands", used ^ listed
 
 
 PARTS = (whole, placeholders, vcpkg, conan, nuget, winget, sbom)
