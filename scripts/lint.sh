@@ -3,6 +3,8 @@
 # take the code (scripts/portability.sh).
 . "$(dirname "$0")/lib.sh"
 scripts/setup.sh build lint
+# Clang asks for much memory in small pieces; in large pages it takes a third less time.
+export GLIBC_TUNABLES=glibc.malloc.hugetlb=1
 find bench examples include packaging selfcheck session src tests tools -regex '.*\.\(h\|hpp\|c\|cpp\)' -print0 | xargs -0 clang-format --dry-run -Werror
 
 # clang-tidy reads the native build's commands: it knows that compiler, and the code is the same, but for the files that

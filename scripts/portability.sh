@@ -7,8 +7,8 @@
 scripts/setup.sh build
 work=build/portability
 mkdir -p "$work/class-iterators"
-# Lays out the headers that the tool is compiled with.
-cmake --preset windows-x64 --log-level=WARNING >/dev/null
+# The headers that the tool is compiled with.
+[ -d build/windows-x64/headers ] || cmake --preset windows-x64 --log-level=WARNING >/dev/null
 
 # Where clang finds the standard library of GCC for Windows, with POSIX's threads (and so with futures).
 posix=$(x86_64-w64-mingw32-g++-posix -print-file-name=include/c++)

@@ -3,11 +3,13 @@
 
     run_tests.py [OPTION OF CTEST...]    such as -L unit, or -LE 'fuzz|lint'
 
-What runs in Wine mostly waits: meanwhile the presets that follow are built, and give way to it. (A build's line shows how
-long it was waited for.) Each test has a line as it ends; what one that fails has printed stands before that. A test
-counts its checks in a file below the preset's folder: {"passed": N, "failed": N}, or the JSON of GoogleTest. One that
-fails without a failed check, that counts none or leaves no file, such as a program that crashes, is one failed check. One
-that a machine cannot run writes why: {"passed": 0, "failed": 0, "skipped": "REASON"}.
+Two things are done at a time: what runs in Wine mostly waits, and beside it runs what keeps processors busy, which gives
+way: the builds, and the tests with the label "busy". Each has a line as it ends; what one that fails has printed stands
+before that.
+
+A test counts its checks in a file below the preset's folder: {"passed": N, "failed": N}, or the JSON of GoogleTest. One
+that fails without a failed check, that counts none or leaves no file, such as a program that crashes, is one failed check.
+One that a machine cannot run writes why: {"passed": 0, "failed": 0, "skipped": "REASON"}.
 """
 
 from __future__ import annotations
@@ -17,13 +19,22 @@ import subprocess
 import sys
 import time
 from collections.abc import Callable, Sequence
-from concurrent.futures import ThreadPoolExecutor
+from concurrent.futures import Future, ThreadPoolExecutor
 from pathlib import Path
+from typing import NamedTuple
 
 ROOT = Path(__file__).resolve().parents[1]
 PRESETS = ("windows-x64", "native-asan", "native-tsan", "fuzz")
 
 Counts = tuple[int, int]
+# And what there is to read.
+Outcome = tuple[int, int, str]
+
+
+class Test(NamedTuple):
+    preset: str
+    name: str
+    labels: list[str]
 
 
 class Skipped(Exception):
@@ -37,12 +48,6 @@ def failure_of(command: Sequence[str]) -> str | None:
     return done.stdout if done.returncode else None
 
 
-def succeeds(failure: str | None) -> bool:
-    """Whether a command did; says what it said only if it failed."""
-    print(failure or "", end="")
-    return failure is None
-
-
 def read_counts(results: Path) -> Counts:
     """The checks that passed and failed, by the file that a test has written."""
     counts = json.loads(results.read_text(encoding="utf-8"))
@@ -54,56 +59,69 @@ def read_counts(results: Path) -> Counts:
     return counts["passed"], counts["failed"]
 
 
-def run_test(preset: str, name: str) -> Counts:
+def build(preset: str) -> Outcome:
+    """Builds a preset; a build that fails is a failed check."""
+    failure = failure_of(["nice", "-n", "19", "cmake", "--build", "--preset", preset])
+    return 0, 0 if failure is None else 1, failure or ""
+
+
+def run(test: Test) -> Outcome:
     """Runs one test and returns what it counts."""
-    results = ROOT / "build" / preset / "results" / f"{name}.json"
+    results = ROOT / "build" / test.preset / "results" / f"{test.name}.json"
     results.unlink(missing_ok=True)
-    ended_well = succeeds(failure_of(["ctest", "--preset", preset, "-R", f"^{name}$"]))
+    niceness = "10" if "busy" in test.labels else "0"
+    failure = failure_of(["nice", "-n", niceness, "ctest", "--preset", test.preset, "-R", f"^{test.name}$"])
+    said = failure or ""
     try:
         passed, failed = read_counts(results)
     except Skipped as reason:
-        print(f"{name} was skipped: {reason}")
-        return 0, 0 if ended_well else 1
+        return 0, 0 if failure is None else 1, f"{said}{test.name} was skipped: {reason}\n"
     except (OSError, ValueError, KeyError) as error:
-        print(f"{name} has not told how many checks passed: {error!r}")
-        return 0, 1
-    return passed, failed if failed or (ended_well and passed) else 1
+        return 0, 1, f"{said}{test.name} has not told how many checks passed: {error!r}\n"
+    return passed, failed if failed or (failure is None and passed) else 1, said
 
 
-def tests_of(preset: str, options: Sequence[str]) -> list[tuple[str, str]]:
-    """The names and labels of the tests of a preset that the options choose."""
+def tests_of(preset: str, options: Sequence[str]) -> list[Test]:
+    """The tests of a preset that the options choose."""
     found = subprocess.run(["ctest", "--preset", preset, *options, "--show-only=json-v1"], cwd=ROOT, check=True,
                            stdout=subprocess.PIPE, text=True)
-    return [(test["name"], label) for test in json.loads(found.stdout)["tests"] for property_ in test["properties"]
-            if property_["name"] == "LABELS" for label in property_["value"]]
+    return [Test(preset, test["name"], property_["value"]) for test in json.loads(found.stdout)["tests"]
+            for property_ in test["properties"] if property_["name"] == "LABELS"]
 
 
-def step(title: str, run: Callable[[], Counts]) -> Counts:
-    """Runs one step and prints its line."""
+def step(title: str, act: Callable[[], Outcome]) -> Counts:
+    """Does something and prints its line."""
     began = time.monotonic()
-    counts = run()
-    print(f"{title:58} {time.monotonic() - began:4.0f} s  {'FAILED' if counts[1] else 'ok'}", flush=True)
-    return counts
+    passed, failed, said = act()
+    line = f"{title:58} {time.monotonic() - began:4.0f} s  {'FAILED' if failed else 'ok'}\n"
+    sys.stdout.write(said + line)
+    sys.stdout.flush()
+    return passed, failed
+
+
+def run_built(built: Future[Counts], test: Test) -> Counts:
+    """Runs a test unless its preset could not be built."""
+    if built.result()[1]:
+        return 0, 0
+    return step(f"{test.preset:16} {test.labels[0]:9} {test.name}", lambda: run(test))
 
 
 def main() -> int:
     options = sys.argv[1:]
     counted: list[Counts] = []
-    tests: dict[str, list[tuple[str, str]]] = {}
+    tests: list[Test] = []
     for preset in PRESETS:
-        if not succeeds(failure_of(["cmake", "--preset", preset])):
-            counted.append(step(f"{preset:16} configure", lambda: (0, 1)))
-        elif chosen := tests_of(preset, options):
-            tests[preset] = chosen
-    with ThreadPoolExecutor(max_workers=1) as in_turn:
-        builds = {preset: in_turn.submit(failure_of, ["nice", "-n", "19", "cmake", "--build", "--preset", preset])
-                  for preset in tests}
-        for preset, chosen in tests.items():
-            counted.append(step(f"{preset:16} build", lambda: (0, 0 if succeeds(builds[preset].result()) else 1)))
-            if counted[-1][1]:
-                continue
-            for name, label in chosen:
-                counted.append(step(f"{preset:16} {label:9} {name}", lambda: run_test(preset, name)))
+        failure = failure_of(["cmake", "--preset", preset])
+        if failure is None:
+            tests += tests_of(preset, options)
+        else:
+            counted.append(step(f"{preset:16} configure", lambda said=failure: (0, 1, said)))
+    with ThreadPoolExecutor(max_workers=1) as beside:
+        built = {preset: beside.submit(step, f"{preset:16} build", lambda preset=preset: build(preset))
+                 for preset in dict.fromkeys(test.preset for test in tests)}
+        busy = [beside.submit(run_built, built[test.preset], test) for test in tests if "busy" in test.labels]
+        counted += [run_built(built[test.preset], test) for test in tests if "busy" not in test.labels]
+        counted += [future.result() for future in (*built.values(), *busy)]
     passed, failed = (sum(counts[which] for counts in counted) for which in (0, 1))
     print(f"{passed} passed, {failed} failed")
     return 0 if passed and not failed else 1

@@ -9,9 +9,11 @@ npm installs the packages that this needs, and those that the tests need, in WOR
 from __future__ import annotations
 
 import argparse
+import fcntl
 import os
 import shutil
 import subprocess
+import tempfile
 from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
@@ -37,19 +39,27 @@ def install(work: Path) -> Path:
 
 
 def compile_addon(modules: Path, folder: Path) -> Path:
-    """Makes the addon in a folder, with the headers that are among these packages."""
+    """Makes the addon in a folder, with the headers that are among these packages, and puts it there as a whole: somebody
+    may be reading the one before.
+    """
     headers = modules / "node-api-headers" / "include"
-    addon = folder / "kiv_session.node"
-    subprocess.run([COMPILER, *OPTIONS, "-I", HERE.parents[1] / "include", "-I", headers, HERE / "addon.c", "-o", addon,
-                    f"-Wl,-Map,{addon}.map"], check=True)
-    return addon
+    with tempfile.TemporaryDirectory(dir=folder) as aside:
+        addon = Path(aside, "kiv_session.node")
+        subprocess.run([COMPILER, *OPTIONS, "-I", HERE.parents[1] / "include", "-I", headers, HERE / "addon.c", "-o", addon,
+                        f"-Wl,-Map,{addon}.map"], check=True)
+        for made in Path(aside).iterdir():
+            made.replace(folder / made.name)
+    return folder / addon.name
 
 
 def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--work", type=Path, required=True)
     work = parser.parse_args().work.resolve()
-    compile_addon(install(work / "npm"), work)
+    work.mkdir(parents=True, exist_ok=True)
+    with (work / "lock").open("w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        compile_addon(install(work / "npm"), work)
 
 
 if __name__ == "__main__":
