@@ -3,13 +3,13 @@
 
     run_tests.py [OPTION OF CTEST...]    such as -L unit, or -LE 'fuzz|lint'
 
-Two things are done at a time: what runs in Wine mostly waits, and beside it runs what keeps processors busy, which gives
-way: the builds, and the tests with the label "busy". Each has a line as it ends; what one that fails has printed stands
-before that.
+What runs in Wine mostly waits. Beside it, and giving way to it, run the builds and the tests with the label "busy": one
+after another what uses all processors, and beside that what uses one. Each has a line as it ends; what one that fails has
+printed stands before that.
 
 A test counts its checks in a file below the preset's folder: {"passed": N, "failed": N}, or the JSON of GoogleTest. One
-that fails without a failed check, that counts none or leaves no file, such as a program that crashes, is one failed check.
-One that a machine cannot run writes why: {"passed": 0, "failed": 0, "skipped": "REASON"}.
+that fails without a failed check, that counts none or leaves no file, such as a program that crashes, is one failed
+check. One that a machine cannot run writes why: {"passed": 0, "failed": 0, "skipped": "REASON"}.
 """
 
 from __future__ import annotations
@@ -24,6 +24,8 @@ from pathlib import Path
 from typing import NamedTuple
 
 ROOT = Path(__file__).resolve().parents[1]
+BUSY = "busy"
+# The busy tests of the first use all processors; those of the others, one each.
 PRESETS = ("windows-x64", "native-asan", "native-tsan", "fuzz")
 
 Counts = tuple[int, int]
@@ -34,7 +36,8 @@ Outcome = tuple[int, int, str]
 class Test(NamedTuple):
     preset: str
     name: str
-    labels: list[str]
+    label: str
+    is_busy: bool
 
 
 class Skipped(Exception):
@@ -59,6 +62,10 @@ def read_counts(results: Path) -> Counts:
     return counts["passed"], counts["failed"]
 
 
+def total(counted: Sequence[Counts]) -> Counts:
+    return sum(passed for passed, _ in counted), sum(failed for _, failed in counted)
+
+
 def build(preset: str) -> Outcome:
     """Builds a preset; a build that fails is a failed check."""
     failure = failure_of(["nice", "-n", "19", "cmake", "--build", "--preset", preset])
@@ -69,7 +76,7 @@ def run(test: Test) -> Outcome:
     """Runs one test and returns what it counts."""
     results = ROOT / "build" / test.preset / "results" / f"{test.name}.json"
     results.unlink(missing_ok=True)
-    niceness = "10" if "busy" in test.labels else "0"
+    niceness = "15" if test.is_busy else "0"
     failure = failure_of(["nice", "-n", niceness, "ctest", "--preset", test.preset, "-R", f"^{test.name}$"])
     said = failure or ""
     try:
@@ -85,8 +92,10 @@ def tests_of(preset: str, options: Sequence[str]) -> list[Test]:
     """The tests of a preset that the options choose."""
     found = subprocess.run(["ctest", "--preset", preset, *options, "--show-only=json-v1"], cwd=ROOT, check=True,
                            stdout=subprocess.PIPE, text=True)
-    return [Test(preset, test["name"], property_["value"]) for test in json.loads(found.stdout)["tests"]
-            for property_ in test["properties"] if property_["name"] == "LABELS"]
+    labels = {test["name"]: property_["value"] for test in json.loads(found.stdout)["tests"]
+              for property_ in test["properties"] if property_["name"] == "LABELS"}
+    return [Test(preset, name, " ".join(label for label in its if label != BUSY), BUSY in its)
+            for name, its in labels.items()]
 
 
 def step(title: str, act: Callable[[], Outcome]) -> Counts:
@@ -99,11 +108,12 @@ def step(title: str, act: Callable[[], Outcome]) -> Counts:
     return passed, failed
 
 
-def run_built(built: Future[Counts], test: Test) -> Counts:
-    """Runs a test unless its preset could not be built."""
-    if built.result()[1]:
-        return 0, 0
-    return step(f"{test.preset:16} {test.labels[0]:9} {test.name}", lambda: run(test))
+def run_built(built: Future[Counts], tests: Sequence[Test]) -> Counts:
+    """Runs tests of a preset in turn, unless it could not be built."""
+    failed_to_build = built.result()[1]
+    counted = [step(f"{test.preset:16} {test.label:9} {test.name}", lambda test=test: run(test))
+               for test in tests if not failed_to_build]
+    return total(counted)
 
 
 def main() -> int:
@@ -116,13 +126,16 @@ def main() -> int:
             tests += tests_of(preset, options)
         else:
             counted.append(step(f"{preset:16} configure", lambda said=failure: (0, 1, said)))
-    with ThreadPoolExecutor(max_workers=1) as beside:
-        built = {preset: beside.submit(step, f"{preset:16} build", lambda preset=preset: build(preset))
+    with ThreadPoolExecutor(max_workers=1) as many_processors, ThreadPoolExecutor(max_workers=1) as one_processor:
+        built = {preset: many_processors.submit(step, f"{preset:16} build", lambda preset=preset: build(preset))
                  for preset in dict.fromkeys(test.preset for test in tests)}
-        busy = [beside.submit(run_built, built[test.preset], test) for test in tests if "busy" in test.labels]
-        counted += [run_built(built[test.preset], test) for test in tests if "busy" not in test.labels]
+        busy = [(many_processors if preset == PRESETS[0] else one_processor).submit(
+                    run_built, done, [test for test in tests if test.preset == preset and test.is_busy])
+                for preset, done in built.items()]
+        counted += [run_built(done, [test for test in tests if test.preset == preset and not test.is_busy])
+                    for preset, done in built.items()]
         counted += [future.result() for future in (*built.values(), *busy)]
-    passed, failed = (sum(counts[which] for counts in counted) for which in (0, 1))
+    passed, failed = total(counted)
     print(f"{passed} passed, {failed} failed")
     return 0 if passed and not failed else 1
 
