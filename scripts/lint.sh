@@ -7,6 +7,12 @@ scripts/setup.sh build lint
 export GLIBC_TUNABLES=glibc.malloc.hugetlb=1
 find bench examples include packaging selfcheck session src tests tools -regex '.*\.\(h\|hpp\|c\|cpp\)' -print0 | xargs -0 clang-format --dry-run -Werror
 
+# GCC's library for Windows can wait for ever in these: see tools/resolve/live_line.h.
+if grep -rnE --include='*.h' --include='*.hpp' --include='*.cpp' 'std::(stop_(token|callback)|barrier|latch|counting_semaphore|binary_semaphore)' bench examples include packaging selfcheck session src tests tools; then
+  echo 'lint: wait with std::condition_variable or std::future instead.' >&2
+  exit 1
+fi
+
 # clang-tidy reads the native build's commands: it knows that compiler, and the code is the same, but for the files that
 # only the DLL has.
 [ -e build/native-asan/compile_commands.json ] || cmake --preset native-asan --log-level=WARNING >/dev/null

@@ -1,7 +1,8 @@
 // Resolutions on several threads at once, each with its own client and logger, against one platform.
 #include <gmock/gmock.h>
 
-#include <barrier>
+#include <functional>
+#include <future>
 #include <thread>
 
 #include "platform/platform_test.h"
@@ -63,18 +64,27 @@ class ThreadsTest : public PlatformTest {
     windows.http.delay = windows.http.closeDelay = std::chrono::microseconds(0);
   }
 
+  // Calls `body` with the number of the thread, on all threads at once.
+  static void onAllThreads(const std::function<void(std::size_t)>& body) {
+    std::promise<void> allAreThere;
+    const std::shared_future<void> start = allAreThere.get_future().share();
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < kThreads; ++i) {
+      threads.emplace_back([&body, start, i] {
+        start.wait();
+        body(i);
+      });
+    }
+    allAreThere.set_value();
+    for (std::thread& thread : threads) thread.join();
+  }
+
   // What each thread saw in each round.
   static std::vector<std::vector<Lines>> resolveOnAllThreads(std::size_t rounds = kRounds) {
     std::vector<std::vector<Lines>> seen(kThreads);
-    std::barrier start(kThreads);
-    std::vector<std::thread> threads;
-    for (std::size_t i = 0; i < kThreads; ++i) {
-      threads.emplace_back([&, i] {
-        start.arrive_and_wait();
-        for (std::size_t round = 0; round < rounds; ++round) seen[i].push_back(resolveOnce(targetOf(i)));
-      });
-    }
-    for (std::thread& thread : threads) thread.join();
+    onAllThreads([&](std::size_t i) {
+      for (std::size_t round = 0; round < rounds; ++round) seen[i].push_back(resolveOnce(targetOf(i)));
+    });
     return seen;
   }
 };
@@ -105,20 +115,14 @@ TEST_F(ThreadsTest, ResolvesOnEightThreadsHoweverCompletionsArrive) {
 TEST_F(ThreadsTest, SharesConfigurationsThatAreOnlyRead) {
   const UniqueProxyConfig shared = parsed(kProxyText);
   const std::wstring expected = textOf(shared);
-  std::barrier start(kThreads);
-  std::vector<std::thread> threads;
   std::vector<Lines> seen(kThreads);
-  for (std::size_t i = 0; i < kThreads; ++i) {
-    threads.emplace_back([&, i] {
-      start.arrive_and_wait();
-      for (std::size_t round = 0; round < kRounds; ++round) {
-        ScriptedApplication application;
-        application.statuses = {500};
-        seen[i].push_back(textOf(application.resolve(shared.get(), shared.get())));
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  onAllThreads([&](std::size_t i) {
+    for (std::size_t round = 0; round < kRounds; ++round) {
+      ScriptedApplication application;
+      application.statuses = {500};
+      seen[i].push_back(textOf(application.resolve(shared.get(), shared.get())));
+    }
+  });
   // The system's proxies come between the two.
   for (const Lines& results : seen) EXPECT_EQ(results, Lines(kRounds, L"http://refusing:2"));
   EXPECT_EQ(textOf(shared), expected);

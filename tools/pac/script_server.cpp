@@ -93,17 +93,22 @@ ScriptServer::ScriptServer(const std::string& script)
   requestLine_ = "GET " + path + " HTTP/1.";
   url_ = toWide("http://127.0.0.1:" + std::to_string(listenOnLoopback(listener_.get())) + path);
   if (WSAEventSelect(listener_.get(), wake_.get(), FD_ACCEPT) != 0) fail("loopback", WSAGetLastError());
-  thread_ = std::jthread([this](const std::stop_token& stop) { serve(stop); });
+  thread_ = std::thread([this] { serve(); });
 }
 
-void ScriptServer::serve(const std::stop_token& stop) const {
-  const std::stop_callback wakeUp(stop, [this] { SetEvent(wake_.get()); });
+ScriptServer::~ScriptServer() {
+  stopping_ = true;
+  SetEvent(wake_.get());
+  thread_.join();
+}
+
+void ScriptServer::serve() const {
   while (true) {
     WaitForSingleObject(wake_.get(), INFINITE);
     // Asked after the event was reset: a wish to stop that comes later sets it again.
     WSANETWORKEVENTS events{};
     WSAEnumNetworkEvents(listener_.get(), wake_.get(), &events);
-    if (stop.stop_requested()) return;
+    if (stopping_) return;
     while (const Socket client{accept(listener_.get(), nullptr, nullptr)}) answer(client.get());
   }
 }

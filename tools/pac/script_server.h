@@ -1,6 +1,7 @@
 // Serves one PAC script over loopback, because WinHTTP runs no script that it has not downloaded.
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <thread>
 
@@ -39,11 +40,14 @@ class Socket {
 class ScriptServer {
  public:
   explicit ScriptServer(const std::string& script);
+  ScriptServer(const ScriptServer&) = delete;
+  ScriptServer& operator=(const ScriptServer&) = delete;
+  ~ScriptServer();
 
   const std::wstring& url() const { return url_; }
 
  private:
-  void serve(const std::stop_token& stop) const;
+  void serve() const;
   void answer(SOCKET client) const;
 
   std::string requestLine_;  // of the one request that is answered
@@ -52,7 +56,8 @@ class ScriptServer {
   Socket listener_;
   support::UniqueEvent wake_;  // somebody connects, or it is to stop
   std::wstring url_;
-  std::jthread thread_;  // ends first
+  std::atomic<bool> stopping_ = false;
+  std::thread thread_;
 };
 
 }  // namespace kiv::tool

@@ -1,8 +1,7 @@
 // A line at the bottom of a console that shows what is being done and for how long.
 #include "resolve/live_line.h"
 
-#include <condition_variable>
-#include <mutex>
+#include <algorithm>
 #include <string_view>
 
 #include "common/console.h"
@@ -35,13 +34,19 @@ void LiveLine::end() {
 
 void LiveLine::pause() {
   if (!ticker_.joinable()) return;
-  ticker_ = {};  // asks it to stop, and waits for it
+  {
+    const std::lock_guard lock(mutex_);
+    stopping_ = true;
+  }
+  stop_.notify_one();
+  ticker_.join();
   print(Stream::Error, L"\r\x1b[K");
 }
 
 void LiveLine::resume() {
-  if (!enabled_ || text_.empty()) return;
-  ticker_ = std::jthread([this](const std::stop_token& stop) { run(stop); });
+  if (!enabled_ || text_.empty() || ticker_.joinable()) return;
+  stopping_ = false;
+  ticker_ = std::thread([this] { run(); });
 }
 
 void LiveLine::draw(std::size_t frame) const {
@@ -53,13 +58,11 @@ void LiveLine::draw(std::size_t frame) const {
   print(Stream::Error, L"\r" + line + L"  " + time + L"\x1b[K");
 }
 
-void LiveLine::run(const std::stop_token& stop) const {
-  std::mutex mutex;
-  std::condition_variable_any ticks;
-  std::unique_lock lock(mutex);
-  for (std::size_t frame = 0; !stop.stop_requested(); ++frame) {
+void LiveLine::run() {
+  std::unique_lock lock(mutex_);
+  for (std::size_t frame = 0; !stopping_; ++frame) {
     draw(frame);
-    ticks.wait_for(lock, stop, kTick, [] { return false; });
+    stop_.wait_for(lock, kTick, [this] { return stopping_; });
   }
 }
 

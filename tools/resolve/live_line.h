@@ -2,6 +2,8 @@
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <string>
 #include <thread>
 
@@ -24,12 +26,17 @@ class LiveLine {
 
  private:
   void draw(std::size_t frame) const;
-  void run(const std::stop_token& stop) const;
+  void run();
 
   bool enabled_;
   std::wstring text_;  // empty while nothing is being done
   std::chrono::steady_clock::time_point began_;
-  std::jthread ticker_;
+  std::thread ticker_;
+  // No stop token ends the ticker: GCC's library for Windows can miss the end of a stop callback, and then waits for it
+  // for ever (__waiter_pool_base::_M_do_wait of bits/atomic_wait.h looks at the value before it takes the lock).
+  std::mutex mutex_;
+  std::condition_variable stop_;
+  bool stopping_ = false;
 };
 
 }  // namespace kiv::tool
