@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
-# Checks layout (clang-format) and habits (clang-tidy) against the configuration at the root, and that other compilers
-# take the code (scripts/portability.sh).
+# Checks layout (clang-format) and habits (clang-tidy) against the configuration at the root, that nothing is used which
+# can hang, and that other compilers take the code (scripts/portability.sh).
 . "$(dirname "$0")/lib.sh"
 scripts/setup.sh build lint
 # Clang asks for much memory in small pieces; in large pages it takes a third less time.
 export GLIBC_TUNABLES=glibc.malloc.hugetlb=1
-find bench examples include packaging selfcheck session src tests tools -regex '.*\.\(h\|hpp\|c\|cpp\)' -print0 | xargs -0 clang-format --dry-run -Werror
+folders=(bench examples include packaging selfcheck session src tests tools)
+find "${folders[@]}" -regex '.*\.\(h\|hpp\|c\|cpp\)' -print0 | xargs -0 clang-format --dry-run -Werror
 
 # GCC's library for Windows can wait for ever in these: see tools/resolve/live_line.h.
-if grep -rnE --include='*.h' --include='*.hpp' --include='*.cpp' 'std::(stop_(token|callback)|barrier|latch|counting_semaphore|binary_semaphore)' bench examples include packaging selfcheck session src tests tools; then
+if grep -rnE --include='*.h' --include='*.hpp' --include='*.cpp' 'std::(stop_(token|callback)|barrier|latch|counting_semaphore|binary_semaphore)' "${folders[@]}"; then
   echo 'lint: wait with std::condition_variable or std::future instead.' >&2
   exit 1
 fi

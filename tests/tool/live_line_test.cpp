@@ -66,6 +66,18 @@ TEST(LiveLine, OfNoConsoleShowsNothing) {
   EXPECT_EQ(output.text(), "");
 }
 
+TEST(LiveLine, ResumesOnlyWhatIsPausedAndHasNotEnded) {
+  const ErrorOutput output;
+  LiveLine line(true);
+  line.begin(L"Testing");
+  line.resume();
+  line.end();
+  const std::string text = output.text();
+  line.resume();
+  line.pause();
+  EXPECT_EQ(output.text(), text);
+}
+
 TEST(LiveLine, EndsWheneverItIsAskedTo) {
   const ErrorOutput output;
   LiveLine line(true);

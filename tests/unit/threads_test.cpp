@@ -66,8 +66,8 @@ class ThreadsTest : public PlatformTest {
 
   // Calls `body` with the number of the thread, on all threads at once.
   static void onAllThreads(const std::function<void(std::size_t)>& body) {
-    std::promise<void> allAreThere;
-    const std::shared_future<void> start = allAreThere.get_future().share();
+    std::promise<void> allAreStarted;
+    const std::shared_future<void> start = allAreStarted.get_future().share();
     std::vector<std::thread> threads;
     for (std::size_t i = 0; i < kThreads; ++i) {
       threads.emplace_back([&body, start, i] {
@@ -75,7 +75,7 @@ class ThreadsTest : public PlatformTest {
         body(i);
       });
     }
-    allAreThere.set_value();
+    allAreStarted.set_value();
     for (std::thread& thread : threads) thread.join();
   }
 
