@@ -2,7 +2,7 @@
 # Runs each fuzz target from its corpus, two at a time: ./scripts/fuzz.sh [SECONDS of each, 30 if not given] [TARGET...]
 # Inputs that lead somewhere new are kept in build/fuzz/; a finding is kept there too, printed, and fails the run.
 . "$(dirname "$0")/lib.sh"
-scripts/setup.sh build fuzz
+scripts/setup.sh build
 seconds=${1:-30}
 shift || true
 build fuzz

@@ -10,7 +10,7 @@ set -euo pipefail
 # Group, purpose, packages. The toolchain for Windows is two compilers, one for the DLLs and one for all else. Wine's NTLM
 # is winbind's program ntlm_auth, and its TLS a library that winbind brings, under another name in every release.
 groups='
-build    | compilers, build system, and what the tool and the tests are built from | cmake ninja-build g++ g++-mingw-w64-x86-64-win32 g++-mingw-w64-x86-64-posix clang lld llvm python3 xz-utils libcli11-dev nlohmann-json3-dev googletest
+build    | compilers, build system, and what the tool and the tests are built from | cmake ninja-build g++ g++-mingw-w64-x86-64-win32 g++-mingw-w64-x86-64-posix clang libclang-rt-dev lld llvm python3 xz-utils libcli11-dev nlohmann-json3-dev googletest
 wine     | runs programs for Windows | wine wine64
 consumer | builds programs against the archives, and reads the manifests | pkgconf unzip python3-pip python3-yaml
 e2e      | Wine with TLS and NTLM, servers and proxies on loopback, and what the scenarios are written in | wine wine64 winbind python3 python3-jsonschema openssl tinyproxy-bin squid-openssl lighttpd lighttpd-mod-openssl
@@ -18,8 +18,6 @@ lab      | names and addresses in the network of lab.sh | dnsmasq-base iproute2
 go       | builds the Go module and its tests | golang-go
 rust     | builds the Rust crate and its tests, natively and for Windows | rustc cargo libstd-rust-dev-windows rustfmt rust-clippy gcc-mingw-w64-x86-64-win32
 browser  | looks at the reports of kiv-resolve as a reader does | chromium chromium-driver python3-selenium fonts-dejavu-core
-fuzz     | run-time library of the fuzz targets | libclang-rt-dev
-coverage | says which lines the tests reach | gcovr
 docs     | makes the API reference, and compares the documents with the sources | doxygen python3
 lint     | checks layout and habits of the code | clang-format clang-tidy
 node     | installs what the Node.js binding is tested with, and the linter of workflows | npm
@@ -27,7 +25,7 @@ python   | the compiler of a stand-in for the DLL, a check of its types, and the
 bench    | libraries to compare with, a counter of instructions, and a plotter | pkgconf libbenchmark-dev libcurl4-openssl-dev libglib2.0-dev valgrind gnuplot-nox
 second   | a clean Debian 13 (second_ground.sh) | debootstrap git
 '
-for_tests=(build wine consumer e2e lab go rust node python browser fuzz coverage docs lint)
+for_tests=(build wine consumer e2e lab go rust node python browser docs lint)
 
 fail() {
   echo "setup.sh: $1" >&2

@@ -8,9 +8,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/sanitizers.h"
 #include "platform/simulated_state.h"
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef KIV_TEST_ADDRESS_SANITIZER
 #include <sanitizer/asan_interface.h>
 #endif
 
@@ -76,13 +77,13 @@ const char* kindName(Kind kind) {
 // Makes a read or write of a released block visible: at once to AddressSanitizer, a write at the end to everybody.
 void spoil(const Resource& block) {
   std::memset(block.memory.get(), kReleasedByte, block.size);
-#ifdef __SANITIZE_ADDRESS__
+#ifdef KIV_TEST_ADDRESS_SANITIZER
   ASAN_POISON_MEMORY_REGION(block.memory.get(), block.size);
 #endif
 }
 
 void unspoil(const Resource& block) {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef KIV_TEST_ADDRESS_SANITIZER
   ASAN_UNPOISON_MEMORY_REGION(block.memory.get(), block.size);
 #else
   static_cast<void>(block);
@@ -90,7 +91,7 @@ void unspoil(const Resource& block) {
 }
 
 bool isSpoilt(const Resource& block) {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef KIV_TEST_ADDRESS_SANITIZER
   static_cast<void>(block);
   return true;
 #else

@@ -587,12 +587,12 @@ TEST(HttpClientMemoryTest, GivesMinusOneForFailuresThatRunOutOfMemoryInTheirLine
   const std::pair<const char*, std::size_t> faults[] = {{"WinHttpOpenRequest", 1},      {"WinHttpSetOption", 2},
                                                         {"WinHttpQueryAuthSchemes", 1}, {"WinHttpSetCredentials", 1},
                                                         {"WinHttpSendRequest", 1},      {"WinHttpReceiveResponse", 1}};
-  for (const auto& [function, nth] : faults) {
-    SCOPED_TRACE(function);
+  for (const auto& fault : faults) {
+    SCOPED_TRACE(fault.first);
     forEachAllocation([&](SimulatedWindows& windows, const auto& armed) {
       windows.http.respond(407);
       const UniqueHttpClient client = createClientWithProxy(kHttpsUrl, true);
-      windows.failNth(function, nth, 12002);
+      windows.failNth(fault.first, fault.second, 12002);
       armed([&] { EXPECT_EQ(KivHttpClient_Head(client.get(), nullptr), -1); });
     });
   }

@@ -1,8 +1,10 @@
 // Every allocation of a resolution fails once, in each scenario.
 #include <gmock/gmock.h>
 
+#include "platform/sanitizers.h"
+
 // Processes are forked where that exists, and not from under ThreadSanitizer, which has threads of its own.
-#if !defined(_WIN32) && !defined(__SANITIZE_THREAD__)
+#if !defined(_WIN32) && !defined(KIV_TEST_THREAD_SANITIZER)
 #define KIV_TEST_CAN_FORK
 #include <sys/wait.h>
 #include <unistd.h>
