@@ -76,18 +76,12 @@ DWORD WINAPI CredUIPromptForWindowsCredentialsW(PCREDUI_INFOW info, DWORD authEr
   call.text(L"in", inBuffer ? L"set" : L"null").number(L"inSize", inSize);
   if (save) call.number(L"save", *save ? 1 : 0);
   call.flags(L"flags", flags);
-  // Its failure is its result; the last error says nothing.
-  const auto failed = [&](DWORD code) {
-    call.fail(code, code);
-    lastError() = kClobbered;
-    return code;
-  };
-  if (call.fault()) return failed(*call.fault());
+  if (call.fault()) return call.failWith<DWORD>(*call.fault());
   if (!info || info->cbSize != sizeof(CREDUI_INFOW) || !authPackage || !outBuffer || !outSize) {
-    return failed(ERROR_INVALID_PARAMETER);
+    return call.failWith<DWORD>(ERROR_INVALID_PARAMETER);
   }
   const CredentialPrompt& prompt = call.windows().prompt;
-  if (prompt.result) return failed(prompt.result);
+  if (prompt.result) return call.failWith<DWORD>(prompt.result);
   std::vector<std::byte> packed = pack(prompt);
   *outBuffer = call.state().newBlock(Kind::TaskBlock, packed.data(), packed.size());
   *outSize = static_cast<ULONG>(packed.size());

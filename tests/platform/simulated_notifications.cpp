@@ -23,13 +23,6 @@ constexpr ULONGLONG kProxyChangeFlags = 1;
 // Registered callbacks that the thread is in.
 thread_local std::size_t callbacksHere = 0;
 
-// Its failure is its result; the last error says nothing.
-DWORD fail(Entry& call, DWORD code) {
-  call.fail(code, code);
-  lastError() = kClobbered;
-  return code;
-}
-
 void checkLoaded(Entry& call, std::wstring_view module) {
   if (call.windows().modules.loaded.contains(std::wstring(module))) return;
   for (const auto& [handle, name] : call.state().changes.modules) {
@@ -75,7 +68,7 @@ DWORD unregister(Entry& call, HANDLE handle) {
   if (callbacksHere) {
     state.complaints.push_back(call.name() + " was called from a callback, where it waits for ever");
   }
-  if (!state.release(handle, Kind::Registration, call.name())) return fail(call, ERROR_INVALID_PARAMETER);
+  if (!state.release(handle, Kind::Registration, call.name())) return call.failWith<DWORD>(ERROR_INVALID_PARAMETER);
   Registration& registration = state.changes.registrations.at(handle);
   registration.cancelled = true;
   if (!callbacksHere) {
@@ -91,8 +84,8 @@ DWORD WINAPI registerForAddresses(ADDRESS_FAMILY family, PUNICAST_IPADDRESS_CHAN
   Entry call("NotifyUnicastIpAddressChange");
   call.number(L"family", family).number(L"initial", initial ? 1 : 0);
   checkLoaded(call, L"iphlpapi.dll");
-  if (call.fault()) return fail(call, *call.fault());
-  if (!callback || !handle) return fail(call, ERROR_INVALID_PARAMETER);
+  if (call.fault()) return call.failWith<DWORD>(*call.fault());
+  if (!callback || !handle) return call.failWith<DWORD>(ERROR_INVALID_PARAMETER);
   *handle = nullptr;
   if (!call.windows().modules.addressNotifications) return call.succeed(DWORD{NO_ERROR});
   *handle = enroll(call.state(), Registration::Of::Addresses, [callback, context](ULONG type) {
@@ -118,9 +111,9 @@ DWORD WINAPI getAddressTable(ADDRESS_FAMILY family, PMIB_UNICASTIPADDRESS_TABLE*
   Entry call("GetUnicastIpAddressTable");
   call.number(L"family", family);
   checkLoaded(call, L"iphlpapi.dll");
-  if (call.fault()) return fail(call, *call.fault());
+  if (call.fault()) return call.failWith<DWORD>(*call.fault());
   if (!table || (family != AF_UNSPEC && family != AF_INET && family != AF_INET6)) {
-    return fail(call, ERROR_INVALID_PARAMETER);
+    return call.failWith<DWORD>(ERROR_INVALID_PARAMETER);
   }
   std::vector<MIB_UNICASTIPADDRESS_ROW> rows;
   for (const UnicastAddress& address : call.state().changes.addresses) {
@@ -158,8 +151,8 @@ DWORD WINAPI registerForWinHttpProxy(ULONGLONG flags, void(CALLBACK* callback)(U
   Entry call("WinHttpRegisterProxyChangeNotification");
   call.number(L"flags", flags);
   checkLoaded(call, L"winhttp.dll");
-  if (call.fault()) return fail(call, *call.fault());
-  if (flags != kProxyChangeFlags || !callback || !handle) return fail(call, ERROR_INVALID_PARAMETER);
+  if (call.fault()) return call.failWith<DWORD>(*call.fault());
+  if (flags != kProxyChangeFlags || !callback || !handle) return call.failWith<DWORD>(ERROR_INVALID_PARAMETER);
   *handle = enroll(call.state(), Registration::Of::WinHttpProxy, [callback, context](ULONG) {
     const MemoryWatch::Resume resume;
     callback(kProxyChangeFlags, context);
@@ -177,8 +170,8 @@ DWORD WINAPI registerForPower(DWORD flags, HANDLE recipient, HANDLE* handle) {
   Entry call("PowerRegisterSuspendResumeNotification");
   call.number(L"flags", flags);
   checkLoaded(call, L"powrprof.dll");
-  if (call.fault()) return fail(call, *call.fault());
-  if (flags != kPowerCallback || !recipient || !handle) return fail(call, ERROR_INVALID_PARAMETER);
+  if (call.fault()) return call.failWith<DWORD>(*call.fault());
+  if (flags != kPowerCallback || !recipient || !handle) return call.failWith<DWORD>(ERROR_INVALID_PARAMETER);
   // The recipient need not outlive the call.
   *handle = enroll(call.state(), Registration::Of::Power, [who = *static_cast<PowerRecipient*>(recipient)](ULONG type) {
     const MemoryWatch::Resume resume;
@@ -196,12 +189,6 @@ DWORD WINAPI unregisterForPower(HANDLE handle) {
 BOOLEAN NTAPI isProcessEnding() {
   Entry call("RtlDllShutdownInProgress", Entry::Noise::Quiet);
   return call.windows().processEnds ? TRUE : FALSE;
-}
-
-// By way of the one function type that casts to every other without a warning.
-template <class Function>
-FARPROC toProcedure(Function* function) {
-  return reinterpret_cast<FARPROC>(reinterpret_cast<void (*)()>(function));
 }
 
 struct Procedure {

@@ -103,12 +103,6 @@ BOOL CALLBACK getProxyInfo(LPCSTR url, DWORD urlLength, LPSTR host, DWORD hostLe
   return result ? call.succeed(result) : call.fail(ERROR_GEN_FAILURE, result);
 }
 
-// By way of the one function type that casts to every other without a warning.
-template <class Function>
-FARPROC toProcedure(Function* function) {
-  return reinterpret_cast<FARPROC>(reinterpret_cast<void (*)()>(function));
-}
-
 }  // namespace
 }  // namespace kiv::test
 

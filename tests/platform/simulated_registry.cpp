@@ -18,16 +18,9 @@ bool isWithin(std::wstring_view path, std::wstring_view key) {
   return path.starts_with(key) && (path.size() == key.size() || path[key.size()] == L'\\');
 }
 
-// Its failure is its result; the last error says nothing.
-LONG fail(Entry& call, DWORD code) {
-  call.fail(code, code);
-  lastError() = kClobbered;
-  return static_cast<LONG>(code);
-}
-
 LONG newKey(Entry& call, std::wstring path, REGSAM access, PHKEY result) {
   for (const std::wstring& missing : call.windows().registry.missing) {
-    if (isWithin(path, toLower(missing))) return fail(call, ERROR_FILE_NOT_FOUND);
+    if (isWithin(path, toLower(missing))) return call.failWith<LONG>(ERROR_FILE_NOT_FOUND);
   }
   void* handle = call.state().newHandle(Kind::RegistryKey, "registry key");
   call.state().registry.keys[handle] = {std::move(path), access};
@@ -90,8 +83,8 @@ using namespace kiv::test;  // NOLINT(google-build-using-namespace): the functio
 LONG WINAPI RegOpenCurrentUser(REGSAM access, PHKEY result) {
   Entry call("RegOpenCurrentUser");
   call.flags(L"access", access);
-  if (call.fault()) return fail(call, *call.fault());
-  if (!result) return fail(call, ERROR_INVALID_PARAMETER);
+  if (call.fault()) return call.failWith<LONG>(*call.fault());
+  if (!result) return call.failWith<LONG>(ERROR_INVALID_PARAMETER);
   return newKey(call, L"hkcu", access, result);
 }
 
@@ -99,10 +92,10 @@ LONG WINAPI RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM access
   Entry call("RegOpenKeyExW");
   call.text(L"key", std::wstring_view(describe(call, key))).text(L"subKey", subKey).number(L"options", options);
   call.flags(L"access", access);
-  if (call.fault()) return fail(call, *call.fault());
+  if (call.fault()) return call.failWith<LONG>(*call.fault());
   std::wstring path = pathOf(call, key);
-  if (path.empty()) return fail(call, ERROR_INVALID_HANDLE);
-  if (!result) return fail(call, ERROR_INVALID_PARAMETER);
+  if (path.empty()) return call.failWith<LONG>(ERROR_INVALID_HANDLE);
+  if (!result) return call.failWith<LONG>(ERROR_INVALID_PARAMETER);
   if (subKey && *subKey) path.append(L"\\").append(toLower(subKey));
   return newKey(call, std::move(path), access, result);
 }
@@ -112,14 +105,15 @@ LONG WINAPI RegNotifyChangeKeyValue(HKEY key, BOOL watchSubtree, DWORD filter, H
   call.text(L"key", std::wstring_view(describe(call, key))).number(L"subtree", watchSubtree ? 1 : 0);
   call.flags(L"filter", filter).handle(L"event", event).number(L"asynchronous", asynchronous ? 1 : 0);
   State& state = call.state();
-  if (!state.check(key, Kind::RegistryKey, call.name())) return fail(call, ERROR_INVALID_HANDLE);
+  if (!state.check(key, Kind::RegistryKey, call.name())) return call.failWith<LONG>(ERROR_INVALID_HANDLE);
   const bool agnostic = (filter & REG_NOTIFY_THREAD_AGNOSTIC) != 0;
   if (call.fault()) {
     state.registry.keys.at(key).refusedAgnostic |= agnostic;
-    return fail(call, *call.fault());
+    return call.failWith<LONG>(*call.fault());
   }
-  if (!asynchronous || !state.check(event, Kind::Event, call.name())) return fail(call, ERROR_INVALID_PARAMETER);
-  if (!(state.registry.keys.at(key).access & KEY_NOTIFY)) return fail(call, ERROR_ACCESS_DENIED);
+  if (!asynchronous || !state.check(event, Kind::Event, call.name()))
+    return call.failWith<LONG>(ERROR_INVALID_PARAMETER);
+  if (!(state.registry.keys.at(key).access & KEY_NOTIFY)) return call.failWith<LONG>(ERROR_ACCESS_DENIED);
   if (!agnostic && !state.registry.keys.at(key).refusedAgnostic) {
     state.complaints.push_back(state.resources.at(key).name + " is watched only until the calling thread ends");
   }
@@ -132,7 +126,7 @@ LONG WINAPI RegCloseKey(HKEY key) {
   call.text(L"key", std::wstring_view(describe(call, key)));
   if (key == HKEY_CURRENT_USER || key == HKEY_LOCAL_MACHINE) return call.succeed(LONG{ERROR_SUCCESS});
   State& state = call.state();
-  if (!state.release(key, Kind::RegistryKey, call.name())) return fail(call, ERROR_INVALID_HANDLE);
+  if (!state.release(key, Kind::RegistryKey, call.name())) return call.failWith<LONG>(ERROR_INVALID_HANDLE);
   fire(state, [&](const Watch& watch) { return watch.key == key; });
   return call.succeed(LONG{ERROR_SUCCESS});
 }

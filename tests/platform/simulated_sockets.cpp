@@ -9,13 +9,12 @@ namespace kiv::test {
 namespace {
 
 using Noise = Entry::Noise;
-using Stage = Socket::Stage;
 using std::chrono::milliseconds;
 
 void* toHandle(SOCKET socket) { return reinterpret_cast<void*>(static_cast<std::uintptr_t>(socket)); }
 
 // A socket's error, in the place of its result.
-int fail(Entry& call, int code) { return call.fail(static_cast<DWORD>(code), SOCKET_ERROR); }
+int failOnSocket(Entry& call, int code) { return call.fail(static_cast<DWORD>(code), SOCKET_ERROR); }
 
 int injectedFault(Entry& call) { return call.fail(*call.fault(), SOCKET_ERROR); }
 
@@ -98,7 +97,7 @@ void hear(State& state, void* handle, Socket& socket) {
 }
 
 void establish(State& state, void* handle, Socket& socket) {
-  socket.stage = Stage::Connected;
+  socket.stage = Socket::Stage::Connected;
   state.network.connections[socket.connection].connected = true;
   note(state, socket, FD_CONNECT_BIT);
   note(state, socket, FD_WRITE_BIT);
@@ -106,7 +105,7 @@ void establish(State& state, void* handle, Socket& socket) {
 }
 
 void refuse(State& state, Socket& socket) {
-  socket.stage = Stage::Unconnected;
+  socket.stage = Socket::Stage::Unconnected;
   note(state, socket, FD_CONNECT_BIT, socket.listener.error);
 }
 
@@ -124,7 +123,7 @@ void startConnection(Entry& call, void* handle, Socket& socket, const SOCKADDR_I
   call.text(L"address", std::wstring_view(toWide(text))).number(L"port", hostPort);
   const auto listener = script.listeners.find({text, hostPort});
   socket.listener = listener == script.listeners.end() ? script.otherwise : listener->second;
-  socket.stage = Stage::Connecting;
+  socket.stage = Socket::Stage::Connecting;
   if (socket.connection != kNoConnection) network.connections[socket.connection].closed = true;
   socket.connection = network.connections.size();
   network.connections.push_back({.address = text, .port = hostPort, .when = state.needTime(call.name()).now()});
@@ -305,13 +304,13 @@ int WSAAPI WSAEventSelect(SOCKET s, WSAEVENT event, LONG networkEvents) {
   if (!socket) return SOCKET_ERROR;
   State& state = call.state();
   // Without network events to select it cancels, whatever the event.
-  if (networkEvents && !state.check(event, Kind::Event, call.name())) return fail(call, WSAEINVAL);
+  if (networkEvents && !state.check(event, Kind::Event, call.name())) return failOnSocket(call, WSAEINVAL);
   socket->nonBlocking = true;
   socket->event = networkEvents ? event : nullptr;
   socket->selected = networkEvents;
   socket->enabled = networkEvents;
   socket->noted = 0;
-  if (socket->stage == Stage::Connected) {
+  if (socket->stage == Socket::Stage::Connected) {
     note(state, *socket, FD_CONNECT_BIT);
     note(state, *socket, FD_WRITE_BIT);
     noteArrivals(state, *socket);
@@ -326,8 +325,8 @@ int WSAAPI WSAEnumNetworkEvents(SOCKET s, WSAEVENT event, LPWSANETWORKEVENTS net
   if (call.fault()) return injectedFault(call);
   if (!socket) return SOCKET_ERROR;
   State& state = call.state();
-  if (event && !state.check(event, Kind::Event, call.name())) return fail(call, WSAEINVAL);
-  if (!networkEvents) return fail(call, WSAEFAULT);
+  if (event && !state.check(event, Kind::Event, call.name())) return failOnSocket(call, WSAEINVAL);
+  if (!networkEvents) return failOnSocket(call, WSAEFAULT);
   if (event) state.events.at(event).signaled = false;
   networkEvents->lNetworkEvents = std::exchange(socket->noted, 0);
   std::ranges::copy(socket->errors, networkEvents->iErrorCode);
@@ -339,17 +338,17 @@ int WSAAPI connect(SOCKET s, const sockaddr* name, int length) {
   Socket* socket = find(call, s);
   if (call.fault()) return injectedFault(call);
   if (!socket) return SOCKET_ERROR;
-  if (socket->stage == Stage::Connecting) return fail(call, WSAEALREADY);
-  if (socket->stage == Stage::Connected) return fail(call, WSAEISCONN);
+  if (socket->stage == Socket::Stage::Connecting) return failOnSocket(call, WSAEALREADY);
+  if (socket->stage == Socket::Stage::Connected) return failOnSocket(call, WSAEISCONN);
   SOCKADDR_INET address{};
   const std::size_t needed = socket->family == AF_INET ? sizeof(SOCKADDR_IN) : sizeof(SOCKADDR_IN6);
-  if (!name || length < static_cast<int>(needed)) return fail(call, WSAEFAULT);
+  if (!name || length < static_cast<int>(needed)) return failOnSocket(call, WSAEFAULT);
   std::memcpy(&address, name, needed);
-  if (address.si_family != socket->family) return fail(call, WSAEAFNOSUPPORT);
+  if (address.si_family != socket->family) return failOnSocket(call, WSAEAFNOSUPPORT);
   checkNonBlocking(call, *socket);
   socket->enabled = socket->selected;
   startConnection(call, toHandle(s), *socket, address);
-  return fail(call, WSAEWOULDBLOCK);
+  return failOnSocket(call, WSAEWOULDBLOCK);
 }
 
 int WSAAPI send(SOCKET s, const char* buffer, int length, int flags) {
@@ -358,16 +357,16 @@ int WSAAPI send(SOCKET s, const char* buffer, int length, int flags) {
   call.number(L"length", static_cast<unsigned>(length)).number(L"flags", static_cast<unsigned>(flags));
   if (call.fault()) return injectedFault(call);
   if (!socket) return SOCKET_ERROR;
-  if (socket->mayNotSend) return fail(call, WSAESHUTDOWN);
-  if (socket->reset) return fail(call, WSAECONNRESET);
-  if (socket->stage != Stage::Connected) return fail(call, WSAENOTCONN);
-  if (!buffer || length < 0) return fail(call, WSAEFAULT);
+  if (socket->mayNotSend) return failOnSocket(call, WSAESHUTDOWN);
+  if (socket->reset) return failOnSocket(call, WSAECONNRESET);
+  if (socket->stage != Socket::Stage::Connected) return failOnSocket(call, WSAENOTCONN);
+  if (!buffer || length < 0) return failOnSocket(call, WSAEFAULT);
   checkNonBlocking(call, *socket);
   auto size = static_cast<std::size_t>(length);
   if (const auto room = socket->listener.room) {
     if (size && socket->underWay >= *room) {
       socket->enabled |= socket->selected & FD_WRITE;
-      return fail(call, WSAEWOULDBLOCK);
+      return failOnSocket(call, WSAEWOULDBLOCK);
     }
     size = std::min(size, *room - socket->underWay);
   }
@@ -394,18 +393,18 @@ int WSAAPI recv(SOCKET s, char* buffer, int length, int flags) {
   call.number(L"length", static_cast<unsigned>(length)).number(L"flags", static_cast<unsigned>(flags));
   if (call.fault()) return injectedFault(call);
   if (!socket) return SOCKET_ERROR;
-  if (socket->stage != Stage::Connected) return fail(call, WSAENOTCONN);
-  if (socket->mayNotReceive) return fail(call, WSAESHUTDOWN);
-  if (flags) return fail(call, WSAEOPNOTSUPP);
-  if (!buffer || length <= 0) return fail(call, WSAEFAULT);
+  if (socket->stage != Socket::Stage::Connected) return failOnSocket(call, WSAENOTCONN);
+  if (socket->mayNotReceive) return failOnSocket(call, WSAESHUTDOWN);
+  if (flags) return failOnSocket(call, WSAEOPNOTSUPP);
+  if (!buffer || length <= 0) return failOnSocket(call, WSAEFAULT);
   checkNonBlocking(call, *socket);
   const std::size_t size = std::min(socket->incoming.size(), static_cast<std::size_t>(length));
   std::ranges::copy_n(socket->incoming.begin(), static_cast<std::ptrdiff_t>(size), buffer);
   socket->incoming.erase(0, size);
   socket->enabled |= socket->selected & FD_READ;
   noteArrivals(call.state(), *socket);
-  if (size == 0 && socket->reset) return fail(call, WSAECONNRESET);
-  if (size == 0 && !socket->ended) return fail(call, WSAEWOULDBLOCK);
+  if (size == 0 && socket->reset) return failOnSocket(call, WSAECONNRESET);
+  if (size == 0 && !socket->ended) return failOnSocket(call, WSAEWOULDBLOCK);
   return call.succeed(static_cast<int>(size));
 }
 
@@ -415,8 +414,8 @@ int WSAAPI shutdown(SOCKET s, int how) {
   call.number(L"how", static_cast<unsigned>(how));
   if (call.fault()) return injectedFault(call);
   if (!socket) return SOCKET_ERROR;
-  if (socket->stage != Stage::Connected) return fail(call, WSAENOTCONN);
-  if (how != SD_RECEIVE && how != SD_SEND && how != SD_BOTH) return fail(call, WSAEINVAL);
+  if (socket->stage != Socket::Stage::Connected) return failOnSocket(call, WSAENOTCONN);
+  if (how != SD_RECEIVE && how != SD_SEND && how != SD_BOTH) return failOnSocket(call, WSAEINVAL);
   socket->mayNotSend |= how != SD_RECEIVE;
   socket->mayNotReceive |= how != SD_SEND;
   return call.succeed(0);
@@ -428,7 +427,7 @@ int WSAAPI closesocket(SOCKET s) {
   call.handle(L"socket", handle);
   if (!isStarted(call)) return SOCKET_ERROR;
   State& state = call.state();
-  if (!state.release(handle, Kind::Socket, call.name())) return fail(call, WSAENOTSOCK);
+  if (!state.release(handle, Kind::Socket, call.name())) return failOnSocket(call, WSAENOTSOCK);
   const Socket& socket = state.network.sockets.at(handle);
   if (socket.connection != kNoConnection) state.network.connections[socket.connection].closed = true;
   state.network.sockets.erase(handle);

@@ -24,12 +24,10 @@ bool isMessage(std::string_view text, Message type) {
   return text.starts_with(kSignature) && text.size() >= 12 && text[8] == static_cast<char>(type);
 }
 
-// Its failure is its result; the last error says nothing. A fault that is no security status becomes one.
+// A fault that is no security status becomes one.
 SECURITY_STATUS fail(Entry& call, DWORD code) {
   if (static_cast<LONG>(code) >= 0) code |= 0x80070000U;
-  call.fail(code, code);
-  lastError() = kClobbered;
-  return static_cast<SECURITY_STATUS>(code);
+  return call.failWith<SECURITY_STATUS>(code);
 }
 
 SECURITY_STATUS fail(Entry& call, SECURITY_STATUS status) { return fail(call, static_cast<DWORD>(status)); }

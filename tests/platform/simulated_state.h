@@ -238,6 +238,13 @@ class Entry {
     lastError() = code;
     return result;
   }
+  // Where the result is the error; the last error says nothing.
+  template <class Result>
+  Result failWith(DWORD code) {
+    recordFailure(code);
+    lastError() = kClobbered;
+    return static_cast<Result>(code);
+  }
   template <class Result>
   Result succeed(Result result) {
     lastError() = kClobbered;
@@ -263,6 +270,12 @@ class Entry {
   bool quiet_;
   std::optional<DWORD> fault_;
 };
+
+// By way of the one function type that casts to every other without a warning.
+template <class Function>
+FARPROC toProcedure(Function* function) {
+  return reinterpret_cast<FARPROC>(reinterpret_cast<void (*)()>(function));
+}
 
 // GetProcAddress for a module of Modules.
 FARPROC findSystemProcedure(Entry& call, HMODULE module, std::string_view name);

@@ -19,7 +19,7 @@ constexpr std::chrono::hours kLongest{24 * 365 * 100};
 constexpr std::size_t kMostDeadlocks = 1000;
 
 // In free mode a wait without an end that takes this long is in vain.
-constexpr std::chrono::seconds kForever{30};
+constexpr std::chrono::seconds kInVain{30};
 
 // In free mode callbacks that take longer are not waited for.
 constexpr std::chrono::seconds kQuietWithin{1};
@@ -197,7 +197,7 @@ Waited VirtualTime::waitFreely(Lock& lock, const std::string& subject, const std
   const bool canBeAbandoned = abandon == Abandon::AtTheEnd;
   // The system's clock, because ThreadSanitizer does not see through waits on the steady one.
   const auto until = std::chrono::system_clock::now() +
-                     (limit ? std::chrono::microseconds(limit->count()) : std::chrono::microseconds(kForever));
+                     (limit ? std::chrono::microseconds(limit->count()) : std::chrono::microseconds(kInVain));
   state.changed.wait_until(lock, until, [&] { return condition() || (canBeAbandoned && ending_); });
   if (condition()) return Waited::Met;
   if (limit && !(canBeAbandoned && ending_)) return Waited::TimedOut;
