@@ -393,10 +393,17 @@ class Challenges(Case):
             given.append((text, wide(text)))
             return given[-1][1]
 
+        # The decision may be there before this has returned.
+        answered: queue.SimpleQueue[bool] = queue.SimpleQueue()
+
+        def answer(challenge: kiv.Challenge) -> None:
+            answered.put(challenge.answer(USER, PASSWORD))
+
         stand_in.answer("host.test", PROXY, password=PASSWORD)
         with mock.patch("kiv.session.wide", keep), mock.patch("kiv.options.wide", keep):
-            session = self.session(kiv.Options(preferred=kiv.Proxy(PROXY, USER, PASSWORD)), on_challenge=Login(PASSWORD))
+            session = self.session(kiv.Options(preferred=kiv.Proxy(PROXY, USER, PASSWORD)), on_challenge=answer)
             session.resolve("http://host.test/")
+            self.assertTrue(answered.get(timeout=PATIENCE))
         self.assertEqual([any(array) for text, array in given if text == PASSWORD], [False, False])
 
     def test_an_open_challenge_does_not_outlive_its_session(self) -> None:
