@@ -14,8 +14,9 @@ reached() {
 }
 
 enough_lines() {
-  reached export -summary-only |
-    python3 -c 'import json, sys; sys.exit(json.load(sys.stdin)["data"][0]["totals"]["lines"]["percent"] < 98)'
+  reached export -summary-only | python3 -c 'import json, sys
+percent = json.load(sys.stdin)["data"][0]["totals"]["lines"]["percent"]
+sys.exit("coverage.sh: less than 98 % of the lines" if percent < 98 else 0)'
 }
 
 reached show -format=html -output-dir="$built/coverage"

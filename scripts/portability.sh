@@ -46,7 +46,8 @@ each() {
 windows=(clang++ --target=x86_64-w64-mingw32 "${flags[@]}" -nostdinc++ -isystem "$posix" -isystem "$posix/x86_64-w64-mingw32")
 each "$programs" "${windows[@]}" -fsyntax-only
 
-# The DLLs' own build shows what a file of theirs does not include: what nearly all of them do is read once.
+# A missing include of the DLLs' files shows in their own build, which compiles each alone. So what nearly all of them
+# include is read only once here.
 printf '#include <%s>\n' algorithm array chrono functional memory optional span string vector windows.h >"$work/common.h"
 "${windows[@]}" -x c++-header "$work/common.h" -o "$work/common.pch"
 each "$libraries" "${windows[@]}" -fsyntax-only -include-pch "$work/common.pch"

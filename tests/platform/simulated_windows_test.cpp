@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "platform/platform_test.h"
+#include "platform/sanitizers.h"
 
 namespace kiv::test {
 namespace {
@@ -219,6 +220,17 @@ TEST(SimulatedWindows, HandsOutTheUsersSettings) {
   EXPECT_EQ(windows.complaints(), Lines{});
 }
 
+#ifdef KIV_TEST_ADDRESS_SANITIZER
+TEST(SimulatedWindowsDeathTest, EndsTheProcessAtAReadOfAReleasedBlock) {
+  SimulatedWindows windows;
+  windows.user = {.autoConfigUrl = L"http://pac"};
+  WINHTTP_CURRENT_USER_IE_PROXY_CONFIG config{};
+  ASSERT_TRUE(WinHttpGetIEProxyConfigForCurrentUser(&config));
+  GlobalFree(config.lpszAutoConfigUrl);
+  EXPECT_DEATH(EXPECT_EQ(*config.lpszAutoConfigUrl, L'h'), "use-after-poison");
+}
+#endif
+
 TEST(SimulatedWindows, AnswersForAutomaticProxiesInSequence) {
   SimulatedWindows windows;
   windows.autoConfig = {{.error = 12015}, {.proxy = L"p:1"}};
@@ -387,8 +399,10 @@ TEST(SimulatedWindows, ReportsTheCancelledPromptAsItsResult) {
   info.cbSize = sizeof info;
   ULONG package = 0, size = 0;
   LPVOID packed = nullptr;
+  SetLastError(5);
   EXPECT_EQ(CredUIPromptForWindowsCredentialsW(&info, 0, &package, nullptr, 0, &packed, &size, nullptr, 1),
             DWORD{ERROR_CANCELLED});
+  EXPECT_EQ(GetLastError(), 0xDEADU);
   EXPECT_EQ(packed, nullptr);
 }
 
